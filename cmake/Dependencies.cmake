@@ -1,0 +1,29 @@
+# Debian's packages; nothing is vendored and nothing is downloaded. script/setup installs them.
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+find_package(fmt REQUIRED)
+find_package(SQLite3 REQUIRED)
+find_package(nlohmann_json REQUIRED)
+pkg_check_modules(utf8proc REQUIRED IMPORTED_TARGET libutf8proc)
+pkg_check_modules(uuid REQUIRED IMPORTED_TARGET uuid)
+
+find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
+add_library(asio INTERFACE)
+target_include_directories(asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
+target_compile_definitions(asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    # Asio 1.22 looks for the coroutines of an older clang.
+    target_compile_definitions(asio INTERFACE ASIO_HAS_CO_AWAIT ASIO_HAS_STD_COROUTINE)
+endif()
+target_link_libraries(asio INTERFACE Threads::Threads)
+
+find_path(CLI11_INCLUDE_DIR CLI/CLI.hpp REQUIRED)
+add_library(cli11 INTERFACE)
+target_include_directories(cli11 SYSTEM INTERFACE ${CLI11_INCLUDE_DIR})
+
+if(VELTRY_TESTS)
+    find_package(GTest REQUIRED)
+endif()
+if(VELTRY_BENCHES)
+    find_package(benchmark REQUIRED)
+endif()

@@ -1,0 +1,24 @@
+include(GoogleTest)
+
+# addModule(Name SOURCES ... HEADERS ... PUBLIC ... PRIVATE ...)
+#
+# One folder of src/ as one static library. PUBLIC is what its headers include, PRIVATE the rest. Its include root
+# holds a link to the folder and nothing else, so that "Projects/ProjectStore.h" resolves only for those who link it.
+function(addModule name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;HEADERS;PUBLIC;PRIVATE")
+    set(root ${PROJECT_BINARY_DIR}/modules/${name})
+    file(MAKE_DIRECTORY ${root})
+    file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${root}/${name} SYMBOLIC)
+    list(TRANSFORM arg_HEADERS PREPEND ${root}/${name}/)
+    add_library(${name} STATIC ${arg_SOURCES})
+    target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS ${root} FILES ${arg_HEADERS})
+    target_link_libraries(${name} PUBLIC ${arg_PUBLIC} PRIVATE ${arg_PRIVATE} projectOptions)
+endfunction()
+
+# addModuleTests(Name SOURCES ... LINK ... [LABELS ...]): tests/<Name> as one program, each test known to CTest.
+function(addModuleTests name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINK;LABELS")
+    add_executable(${name}Tests ${arg_SOURCES})
+    target_link_libraries(${name}Tests PRIVATE ${name} ${arg_LINK} TestSupport projectOptions)
+    gtest_discover_tests(${name}Tests DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120 LABELS "${arg_LABELS}")
+endfunction()

@@ -1,0 +1,200 @@
+#include "Platform/Files.h"
+
+#include "Platform/SystemError.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+
+namespace veltry::Files {
+
+namespace {
+
+/// A file beside `target` that becomes the target by commit(), and goes away otherwise.
+class Replacement {
+public:
+    explicit Replacement(std::filesystem::path target) : target_(std::move(target)), temporary_(target_.string() + ".XXXXXX")
+    {
+        file_.reset(::mkostemp(temporary_.data(), O_CLOEXEC));
+        if (!file_)
+            throw SystemError("could not write " + target_.string());
+    }
+    Replacement(const Replacement&) = delete;
+    Replacement& operator=(const Replacement&) = delete;
+    ~Replacement()
+    {
+        if (file_)
+            ::unlink(temporary_.c_str());
+    }
+
+    void write(std::string_view bytes) { writeAll(file_, bytes, target_.string()); }
+
+    void commit()
+    {
+        struct stat old {};
+        const mode_t mode = ::stat(target_.c_str(), &old) == 0 ? old.st_mode & 07777 : 0644;
+        if (::fchmod(file_.get(), mode) != 0 || ::fsync(file_.get()) != 0 ||
+            ::rename(temporary_.c_str(), target_.c_str()) != 0)
+            throw SystemError("could not write " + target_.string());
+        file_.reset();
+    }
+
+private:
+    std::filesystem::path target_;
+    std::string temporary_;
+    FileDescriptor file_;
+};
+
+/// Where a write through links would land. A link that leads nowhere is replaced itself.
+std::filesystem::path resolved(const std::filesystem::path& path)
+{
+    std::error_code error;
+    std::filesystem::path target = std::filesystem::canonical(path, error);
+    return error ? path : target;
+}
+
+} // namespace
+
+FileDescriptor open(const std::filesystem::path& path, int flags, unsigned mode)
+{
+    FileDescriptor file = tryOpen(path, flags, mode);
+    if (!file)
+        throw SystemError("could not open " + path.string());
+    return file;
+}
+
+FileDescriptor tryOpen(const std::filesystem::path& path, int flags, unsigned mode) noexcept
+{
+    int fd = -1;
+    do
+        fd = ::open(path.c_str(), flags | O_CLOEXEC, mode);
+    while (fd < 0 && errno == EINTR);
+    return FileDescriptor(fd);
+}
+
+std::string read(const std::filesystem::path& path)
+{
+    const FileDescriptor file = open(path, O_RDONLY);
+    std::string contents;
+    contents.resize(size(file)); // what a file in /proc says of itself is 0; the loop reads on all the same
+    std::size_t count = 0;
+    while (true) {
+        if (count == contents.size())
+            contents.resize(std::max<std::size_t>(4096, contents.size() * 2));
+        const ssize_t got = ::read(file.get(), contents.data() + count, contents.size() - count);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            throw SystemError("could not read " + path.string());
+        if (got == 0)
+            break;
+        count += static_cast<std::size_t>(got);
+    }
+    contents.resize(count);
+    return contents;
+}
+
+std::optional<std::string> readIfPossible(const std::filesystem::path& path)
+{
+    try {
+        return read(path);
+    } catch (const SystemError&) {
+        return std::nullopt; // most often it isn't there, and the caller has its own answer to that
+    }
+}
+
+std::string readAt(const FileDescriptor& file, std::uint64_t offset, std::size_t count)
+{
+    std::string bytes(count, '\0');
+    std::size_t done = 0;
+    while (done < count) {
+        const ssize_t got = ::pread(file.get(), bytes.data() + done, count - done, static_cast<off_t>(offset + done));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            throw SystemError("could not read a file");
+        if (got == 0)
+            break;
+        done += static_cast<std::size_t>(got);
+    }
+    bytes.resize(done);
+    return bytes;
+}
+
+std::uint64_t size(const FileDescriptor& file) noexcept
+{
+    struct stat status {};
+    return ::fstat(file.get(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
+void writeAll(const FileDescriptor& file, std::string_view bytes, std::string_view what)
+{
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(file.get(), bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            throw SystemError("could not write " + std::string(what));
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+}
+
+void writeAtomically(const std::filesystem::path& path, std::string_view bytes)
+{
+    Replacement replacement(resolved(path));
+    replacement.write(bytes);
+    replacement.commit();
+}
+
+void createFolders(const std::filesystem::path& path)
+{
+    std::error_code error;
+    std::filesystem::create_directories(path, error);
+    if (error)
+        throw SystemError("could not make the folder " + path.string(), error.value());
+    if (!isFolder(path))
+        throw SystemError("could not make the folder " + path.string(), ENOTDIR);
+}
+
+bool exists(const std::filesystem::path& path) noexcept
+{
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0;
+}
+
+bool isFolder(const std::filesystem::path& path) noexcept
+{
+    std::error_code error;
+    return std::filesystem::is_directory(path, error);
+}
+
+void move(const std::filesystem::path& from, const std::filesystem::path& to)
+{
+    std::error_code error;
+    std::filesystem::rename(from, to, error);
+    if (error == std::errc::cross_device_link) {
+        Files::copy(from, to);
+        Files::remove(from);
+        return;
+    }
+    if (error)
+        throw SystemError("could not move " + from.string() + " to " + to.string(), error.value());
+}
+
+void copy(const std::filesystem::path& from, const std::filesystem::path& to)
+{
+    std::error_code error;
+    std::filesystem::copy_file(from, to, error);
+    if (error)
+        throw SystemError("could not copy " + from.string() + " to " + to.string(), error.value());
+}
+
+bool remove(const std::filesystem::path& path) noexcept
+{
+    return ::unlink(path.c_str()) == 0;
+}
+
+} // namespace veltry::Files

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "Platform/ChildProcess.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+/// What this process knows of itself.
+namespace veltry::ProcessFacts {
+
+/// The absolute path of the running executable; nothing if the system doesn't tell.
+[[nodiscard]] std::optional<std::filesystem::path> executable();
+
+/// A copy of the whole environment.
+[[nodiscard]] ChildProcess::Environment environment();
+/// One variable, or nothing if it isn't set. An empty one is set.
+[[nodiscard]] std::optional<std::string> variable(const std::string& name);
+
+} // namespace veltry::ProcessFacts

@@ -1,0 +1,251 @@
+#include "Platform/ChildProcess.h"
+
+#include "Platform/FileDescriptor.h"
+#include "Platform/SystemError.h"
+
+#include <array>
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace veltry::ChildProcess {
+
+namespace {
+
+/// posix_spawn's two records, filled and freed together. An action that can't be recorded throws StartFailure.
+class SpawnActions {
+public:
+    explicit SpawnActions(std::string executable) : executable_(std::move(executable))
+    {
+        posix_spawn_file_actions_init(&actions_);
+        posix_spawnattr_init(&attributes_);
+    }
+    SpawnActions(const SpawnActions&) = delete;
+    SpawnActions& operator=(const SpawnActions&) = delete;
+    ~SpawnActions()
+    {
+        posix_spawn_file_actions_destroy(&actions_);
+        posix_spawnattr_destroy(&attributes_);
+    }
+
+    void redirect(const Stream& stream, int target)
+    {
+        switch (stream.kind) {
+        case Stream::Kind::null:
+            check(posix_spawn_file_actions_addopen(
+                &actions_, target, "/dev/null", target == STDIN_FILENO ? O_RDONLY : O_WRONLY, 0));
+            break;
+        case Stream::Kind::descriptor:
+            check(posix_spawn_file_actions_adddup2(&actions_, stream.descriptor, target));
+            break;
+        case Stream::Kind::append:
+            check(posix_spawn_file_actions_addopen(
+                &actions_, target, stream.file.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0644));
+            break;
+        case Stream::Kind::sameAsOutput:
+            check(posix_spawn_file_actions_adddup2(&actions_, STDOUT_FILENO, target));
+            break;
+        }
+    }
+
+    void changeDirectory(const std::filesystem::path& directory)
+    {
+        check(posix_spawn_file_actions_addchdir_np(&actions_, directory.c_str()));
+    }
+
+    void closeTheRest() { check(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1)); }
+
+    void setGroupAndSignals(Group group)
+    {
+        short flags = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK;
+        if (group == Group::own) {
+            check(posix_spawnattr_setpgroup(&attributes_, 0));
+            flags |= POSIX_SPAWN_SETPGROUP;
+        } else if (group == Group::ownSession) {
+            flags |= POSIX_SPAWN_SETSID;
+        }
+        sigset_t signals;
+        sigfillset(&signals);
+        check(posix_spawnattr_setsigdefault(&attributes_, &signals));
+        sigemptyset(&signals);
+        check(posix_spawnattr_setsigmask(&attributes_, &signals));
+        check(posix_spawnattr_setflags(&attributes_, flags));
+    }
+
+    pid_t spawn(std::vector<char*>& arguments, std::vector<char*>& environment)
+    {
+        pid_t child = -1;
+        check(posix_spawn(&child, executable_.c_str(), &actions_, &attributes_, arguments.data(), environment.data()));
+        return child;
+    }
+
+private:
+    void check(int result) const
+    {
+        if (result != 0) // the error number itself; errno isn't set
+            throw StartFailure(executable_, result);
+    }
+
+    std::string executable_;
+    posix_spawn_file_actions_t actions_;
+    posix_spawnattr_t attributes_;
+};
+
+std::vector<char*> pointers(std::vector<std::string>& texts)
+{
+    std::vector<char*> result;
+    result.reserve(texts.size() + 1);
+    for (std::string& text : texts)
+        result.push_back(text.data());
+    result.push_back(nullptr);
+    return result;
+}
+
+int exitNumber(int status)
+{
+    if (WIFSIGNALED(status))
+        return 128 + WTERMSIG(status);
+    return WEXITSTATUS(status);
+}
+
+/// Reads all of them to their ends at once, so that a child which writes much to any of them can't block.
+template <std::size_t count>
+void drain(const std::array<const FileDescriptor*, count>& sources, const std::array<std::string*, count>& targets)
+{
+    std::array<pollfd, count> polled{};
+    for (std::size_t index = 0; index < count; ++index)
+        polled[index] = {.fd = sources[index]->get(), .events = POLLIN, .revents = 0};
+    std::size_t open = count;
+    std::vector<char> buffer(65536);
+    while (open > 0) {
+        if (::poll(polled.data(), polled.size(), -1) < 0) {
+            if (errno == EINTR)
+                continue;
+            throw SystemError("could not wait for a child's output");
+        }
+        for (std::size_t index = 0; index < count; ++index) {
+            if (polled[index].fd < 0 || polled[index].revents == 0)
+                continue;
+            const ssize_t got = ::read(polled[index].fd, buffer.data(), buffer.size());
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got <= 0) { // the end; a failure to read is one too
+                polled[index].fd = -1;
+                --open;
+                continue;
+            }
+            targets[index]->append(buffer.data(), static_cast<std::size_t>(got));
+        }
+    }
+}
+
+/// Waits for a started child however its scope is left.
+class Reaper {
+public:
+    explicit Reaper(pid_t child) : child_(child) {}
+    Reaper(const Reaper&) = delete;
+    Reaper& operator=(const Reaper&) = delete;
+    ~Reaper()
+    {
+        if (child_ > 0)
+            static_cast<void>(ChildProcess::wait(child_));
+    }
+    int wait() { return ChildProcess::wait(std::exchange(child_, -1)); }
+
+private:
+    pid_t child_;
+};
+
+} // namespace
+
+std::string StartFailure::description() const
+{
+    return SystemError("could not start " + executable, code).description();
+}
+
+pid_t start(const Command& command)
+{
+    SpawnActions actions(command.executable);
+    actions.redirect(command.input, STDIN_FILENO);
+    actions.redirect(command.output, STDOUT_FILENO);
+    actions.redirect(command.error, STDERR_FILENO);
+    if (!command.directory.empty())
+        actions.changeDirectory(command.directory);
+    actions.closeTheRest();
+    actions.setGroupAndSignals(command.group);
+
+    std::vector<std::string> arguments{command.executable};
+    arguments.insert(arguments.end(), command.arguments.begin(), command.arguments.end());
+    std::vector<std::string> environment;
+    environment.reserve(command.environment.size());
+    for (const auto& [name, value] : command.environment)
+        environment.push_back(name + "=" + value);
+    std::vector<char*> argumentPointers = pointers(arguments);
+    std::vector<char*> environmentPointers = pointers(environment);
+    return actions.spawn(argumentPointers, environmentPointers);
+}
+
+int wait(pid_t child) noexcept
+{
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0)
+        if (errno != EINTR)
+            return -1;
+    return exitNumber(status);
+}
+
+bool reapIfEnded(pid_t child) noexcept
+{
+    int status = 0;
+    return ::waitpid(child, &status, WNOHANG) != 0; // a failure means that somebody else took it
+}
+
+Output run(Command command)
+{
+    Pipe output = Pipe::make();
+    Pipe error = Pipe::make();
+    command.output = Stream::to(output.writing.get());
+    command.error = Stream::to(error.writing.get());
+    Reaper child(start(command));
+    output.writing.reset();
+    error.writing.reset();
+
+    Output result;
+    drain<2>({&output.reading, &error.reading}, {&result.output, &result.error});
+    result.exitNumber = child.wait();
+    return result;
+}
+
+Output runPipeline(Command first, Command second)
+{
+    Pipe between = Pipe::make();
+    Pipe output = Pipe::make();
+    Pipe error = Pipe::make();
+    first.output = Stream::to(between.writing.get());
+    first.error = Stream::to(error.writing.get());
+    second.input = Stream::to(between.reading.get());
+    second.output = Stream::to(output.writing.get());
+    second.error = Stream::to(error.writing.get());
+
+    // The sink first: if it can't be started, there is no source that waits for a reader.
+    Reaper sink(start(second));
+    between.reading.reset();
+    output.writing.reset();
+    // Closed on every way out before the sink is waited for, since it reads until nobody holds the writing end.
+    FileDescriptor sourceEnd = std::move(between.writing);
+    Reaper source(start(first));
+    sourceEnd.reset();
+    error.writing.reset();
+
+    Output result;
+    drain<2>({&output.reading, &error.reading}, {&result.output, &result.error});
+    const int sourceNumber = source.wait();
+    const int sinkNumber = sink.wait();
+    result.exitNumber = sourceNumber != 0 ? sourceNumber : sinkNumber;
+    return result;
+}
+
+} // namespace veltry::ChildProcess

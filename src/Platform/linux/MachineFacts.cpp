@@ -1,0 +1,136 @@
+#include "Platform/MachineFacts.h"
+
+#include "Base/Text.h"
+#include "Platform/Files.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fmt/format.h>
+#include <map>
+#include <set>
+#include <unistd.h>
+
+namespace veltry::MachineFacts {
+
+namespace {
+
+std::optional<std::string> firstLine(const std::filesystem::path& file)
+{
+    const std::optional<std::string> contents = Files::readIfPossible(file);
+    if (!contents)
+        return std::nullopt;
+    std::string line(text::trimmed(text::split(text::repaired(*contents), '\n').front()));
+    return line.empty() ? std::nullopt : std::optional(std::move(line));
+}
+
+std::optional<std::int64_t> number(const std::filesystem::path& file)
+{
+    const std::optional<std::string> line = firstLine(file);
+    return line ? text::integer(*line) : std::nullopt;
+}
+
+/// Linux writes lists of processors as "0-3,8,10-11".
+std::set<std::int64_t> processors(const std::filesystem::path& file)
+{
+    std::set<std::int64_t> result;
+    const std::string list = firstLine(file).value_or("");
+    for (std::string_view piece : text::split(list, ',')) {
+        const std::size_t hyphen = piece.find('-');
+        const auto first = text::integer(piece.substr(0, hyphen));
+        const auto last = hyphen == std::string_view::npos ? first : text::integer(piece.substr(hyphen + 1));
+        if (first && last)
+            for (std::int64_t index = *first; index <= *last; ++index)
+                result.insert(index);
+    }
+    return result;
+}
+
+/// Processors that may run something, one for each physical core: siblings of a core share it.
+std::set<std::int64_t> physicalCores()
+{
+    std::set<std::pair<std::int64_t, std::int64_t>> seen;
+    std::set<std::int64_t> result;
+    for (std::int64_t cpu : processors("/sys/devices/system/cpu/online")) {
+        const std::filesystem::path topology = fmt::format("/sys/devices/system/cpu/cpu{}/topology", cpu);
+        const auto package = number(topology / "physical_package_id").value_or(0);
+        const auto core = number(topology / "core_id").value_or(cpu);
+        if (seen.emplace(package, core).second)
+            result.insert(cpu);
+    }
+    return result;
+}
+
+/// Processors of the slower kind: Intel's hybrids list them, Arm gives each a capacity of at most 1024.
+std::set<std::int64_t> efficiencyProcessors(const std::set<std::int64_t>& all)
+{
+    std::set<std::int64_t> slow = processors("/sys/devices/cpu_atom/cpus");
+    if (!slow.empty())
+        return slow;
+    std::map<std::int64_t, std::int64_t> capacities;
+    std::int64_t highest = 0;
+    for (std::int64_t cpu : all) {
+        const auto capacity = number(fmt::format("/sys/devices/system/cpu/cpu{}/cpu_capacity", cpu));
+        if (!capacity)
+            return {};
+        capacities[cpu] = *capacity;
+        highest = std::max(highest, *capacity);
+    }
+    for (const auto& [cpu, capacity] : capacities)
+        if (capacity < highest)
+            slow.insert(cpu);
+    return slow;
+}
+
+} // namespace
+
+std::optional<std::string> productName()
+{
+    for (const char* file :
+         {"/sys/class/dmi/id/product_name", "/proc/device-tree/model", "/sys/class/dmi/id/board_name"})
+        if (std::optional<std::string> name = firstLine(file)) {
+            name->erase(std::find(name->begin(), name->end(), '\0'), name->end()); // device trees end texts with NUL
+            if (!name->empty())
+                return name;
+        }
+    return std::nullopt;
+}
+
+std::optional<std::string> processorName()
+{
+    const std::string contents = Files::readIfPossible("/proc/cpuinfo").value_or("");
+    for (std::string_view line : text::split(contents, '\n')) {
+        const std::size_t colon = line.find(':');
+        if (colon == std::string_view::npos || text::trimmed(line.substr(0, colon)) != "model name")
+            continue;
+        const std::string_view name = text::trimmed(line.substr(colon + 1));
+        if (!name.empty())
+            return std::string(name);
+    }
+    return std::nullopt; // Arm's kernels give numbers of implementers and parts instead
+}
+
+CoreCounts cores()
+{
+    const std::set<std::int64_t> all = physicalCores();
+    if (all.empty())
+        return {.performance = std::max<std::int64_t>(0, ::sysconf(_SC_NPROCESSORS_ONLN)), .efficiency = 0};
+    const std::set<std::int64_t> slow = efficiencyProcessors(all);
+    CoreCounts counts;
+    for (std::int64_t cpu : all)
+        ++(slow.contains(cpu) ? counts.efficiency : counts.performance);
+    return counts;
+}
+
+std::optional<std::int64_t> gpuCores()
+{
+    return std::nullopt; // no file of the kernel's tells such a number
+}
+
+std::uint64_t memory()
+{
+    const long pages = ::sysconf(_SC_PHYS_PAGES);
+    const long pageSize = ::sysconf(_SC_PAGESIZE);
+    return pages > 0 && pageSize > 0 ? static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize) : 0;
+}
+
+} // namespace veltry::MachineFacts

@@ -1,0 +1,35 @@
+#include "Platform/ProcessFacts.h"
+
+#include <cstdlib>
+#include <string_view>
+#include <unistd.h>
+
+namespace veltry::ProcessFacts {
+
+std::optional<std::filesystem::path> executable()
+{
+    std::error_code error;
+    std::filesystem::path path = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (error)
+        return std::nullopt; // no /proc here
+    return path;
+}
+
+ChildProcess::Environment environment()
+{
+    ChildProcess::Environment variables;
+    for (char** entry = environ; entry && *entry; ++entry) {
+        const std::string_view text(*entry);
+        if (const std::size_t equals = text.find('='); equals != std::string_view::npos)
+            variables.emplace(text.substr(0, equals), text.substr(equals + 1));
+    }
+    return variables;
+}
+
+std::optional<std::string> variable(const std::string& name)
+{
+    const char* value = std::getenv(name.c_str());
+    return value ? std::optional<std::string>(value) : std::nullopt;
+}
+
+} // namespace veltry::ProcessFacts
