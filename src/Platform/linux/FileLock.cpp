@@ -30,7 +30,8 @@ bool FileLock::isHeld(const std::filesystem::path& path) noexcept
     const FileDescriptor file = Files::tryOpen(path, O_RDONLY);
     if (!file)
         return false;
-    if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0)
+    // Shared, so that two who ask at the same moment don't take each other for the holder.
+    if (::flock(file.get(), LOCK_SH | LOCK_NB) != 0)
         return true;
     ::flock(file.get(), LOCK_UN);
     return false;

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "ACP/JSONRPCConnection/Mailbox.h"
+
+#include <string>
+
+namespace veltry {
+
+/// Lines without their terminators, in order.
+using LineStream = Mailbox<std::string>;
+
+/// A stream of lines to and from one peer. All is called on the executor that the transport was made with.
+class LineTransport {
+public:
+    LineTransport() = default;
+    LineTransport(const LineTransport&) = delete;
+    LineTransport& operator=(const LineTransport&) = delete;
+    virtual ~LineTransport() = default;
+
+    /// Writes one line, given without its terminator, whole; resumes when it is written. Throws what the writing met.
+    [[nodiscard]] virtual asio::awaitable<void> send(std::string line) = 0;
+
+    /// What comes in: the same stream at every call, for one reader. It ends with the input, or with its failure.
+    [[nodiscard]] virtual LineStream& lines() = 0;
+
+    /// Ends lines() and lets the peer see the end of its input. A second call does nothing.
+    [[nodiscard]] virtual asio::awaitable<void> close() = 0;
+};
+
+} // namespace veltry
