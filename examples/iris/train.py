@@ -74,7 +74,8 @@ def report(epoch, weights, training, test):
     """Prints where the training stands and, if somebody wants to draw it, appends a point to the telemetry."""
     train_loss, _ = evaluate(weights, training)
     loss, accuracy = evaluate(weights, test)
-    print(f"epoch {epoch:5d}  train loss {train_loss:.4f}  test loss {loss:.4f}  test accuracy {accuracy:.3f}", flush=True)
+    losses = f"train loss {train_loss:.4f}  test loss {loss:.4f}"
+    print(f"epoch {epoch:5d}  {losses}  test accuracy {accuracy:.3f}", flush=True)
     if path := os.environ.get("HARROWICK_TELEMETRY_PATH"):
         point = {"step": epoch, "train": {"loss": train_loss}, "eval": {"loss": loss, "accuracy": accuracy}}
         with open(path, "a") as file:
