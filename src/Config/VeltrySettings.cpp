@@ -1,0 +1,340 @@
+#include "Config/VeltrySettings.h"
+
+#include "Base/Text.h"
+#include "Platform/Files.h"
+#include "Platform/ProcessFacts.h"
+#include "Platform/StandardFolders.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+#include <optional>
+
+namespace veltry {
+
+namespace {
+
+using Key = VeltrySettings::Key;
+using Value = VeltrySettings::Value;
+using Problem = std::optional<std::string>; ///< what is wrong with a value, to be read behind its key
+
+constexpr double runsLimit = 10000; ///< `max_runs` must stay below it
+
+constexpr std::string_view fileHeader =
+    "# Harrowick Veltry's settings. Veltry reads this file whenever it changes, and\n"
+    "# writes the line for a setting you change in the app. Your comments stay.\n";
+
+/// A setting, its place and its explanation in the file.
+struct Field {
+    Key key;
+    std::string_view comment;
+    Problem (*read)(VeltrySettings& settings, const TOML& value);
+    Value (*value)(const VeltrySettings& settings);
+};
+
+template <auto member>
+constexpr Field booleanField(Key key, std::string_view comment)
+{
+    return {
+        key, comment,
+        [](VeltrySettings& settings, const TOML& value) -> Problem {
+            if (!value.boolean())
+                return "must be true or false";
+            settings.*member = *value.boolean();
+            return std::nullopt;
+        },
+        [](const VeltrySettings& settings) -> Value { return settings.*member; }};
+}
+
+template <auto member>
+constexpr Field nameField(Key key, std::string_view comment)
+{
+    return {
+        key, comment,
+        [](VeltrySettings& settings, const TOML& value) -> Problem {
+            if (!value.string() || value.string()->empty())
+                return "must be a name in quotes";
+            settings.*member = *value.string();
+            return std::nullopt;
+        },
+        [](const VeltrySettings& settings) -> Value { return settings.*member; }};
+}
+
+template <auto member>
+constexpr Field countField(Key key, std::string_view comment)
+{
+    return {
+        key, comment,
+        [](VeltrySettings& settings, const TOML& value) -> Problem {
+            const double* number = value.number();
+            if (!number || *number != std::trunc(*number) || *number < 0 || *number >= runsLimit)
+                return "must be a whole number, 0 or more";
+            settings.*member = static_cast<std::int64_t>(*number);
+            return std::nullopt;
+        },
+        [](const VeltrySettings& settings) -> Value { return settings.*member; }};
+}
+
+/// `"a", "b" or "c"`.
+template <typename Cases>
+std::string listed(const Cases& cases)
+{
+    std::string list;
+    for (const auto& each : cases) {
+        const bool isLast = &each == std::prev(std::end(cases));
+        if (!list.empty())
+            list += isLast ? " or " : ", ";
+        list += fmt::format("\"{}\"", each.raw);
+    }
+    return list;
+}
+
+template <auto member, const auto& cases>
+constexpr Field choiceField(Key key, std::string_view comment)
+{
+    return {
+        key, comment,
+        [](VeltrySettings& settings, const TOML& value) -> Problem {
+            if (!value.string())
+                return "must be " + listed(cases);
+            for (const auto& each : cases)
+                if (each.raw == *value.string()) {
+                    settings.*member = each.value;
+                    return std::nullopt;
+                }
+            return fmt::format("must be {}; it is \"{}\"", listed(cases), *value.string());
+        },
+        [](const VeltrySettings& settings) -> Value {
+            for (const auto& each : cases)
+                if (each.value == settings.*member)
+                    return std::string(each.raw);
+            return std::string(); // no such value of the enumeration
+        }};
+}
+
+using Settings = VeltrySettings;
+
+/// In the order of the file.
+constexpr Field fields[] = {
+    choiceField<&Settings::send, Settings::sendKeys>(
+        Key::send, "The keys that send a prompt: \"enter\" (⇧↩ adds a new line) or \"command-enter\"."),
+    booleanField<&Settings::notifyTurns>(
+        Key::notifyTurns, "A notification when an agent finishes a turn while Veltry is in the background."),
+    booleanField<&Settings::notifyRuns>(Key::notifyRuns, "A notification when a run finishes or fails."),
+    nameField<&Settings::sound>(
+        Key::sound, "Played when an agent finishes a turn: a system sound's name, one Veltry ships, or \"none\"."),
+    booleanField<&Settings::stayAwake>(
+        Key::stayAwake, "Keep the Mac awake while a turn or a run is going. Off below 10% battery."),
+    choiceField<&Settings::theme, Settings::themes>(Key::theme, "\"system\", \"light\" or \"dark\"."),
+    choiceField<&Settings::transcriptSize, Settings::transcriptSizes>(
+        Key::transcriptSize, "Text in a conversation: \"small\", \"default\" or \"large\"."),
+    nameField<&Settings::codeFont>(
+        Key::codeFont, "The font for code, logs and diffs: a monospaced family's name, or \"system\"."),
+    nameField<&Settings::defaultAgent>(Key::defaultAgent, "The agent a new conversation is had with."),
+    booleanField<&Settings::startInAuto>(
+        Key::startInAuto, "Start each session in the agent's Auto mode, where it offers one."),
+    booleanField<&Settings::passAPIKeys>(
+        Key::passAPIKeys, "Give agents the *_API_KEY variables from your login shell."),
+    countField<&Settings::maxRuns>(
+        Key::maxRuns, "How many runs may go at once on this Mac, across every project. 0 is no limit."),
+    choiceField<&Settings::tree, Settings::trees>(
+        Key::tree,
+        "How the experiment tree is drawn: \"graph\", the line that went furthest straight down, or \"indented\", a "
+        "step right for every generation."),
+    booleanField<&Settings::logAgentTraffic>(
+        Key::logAgentTraffic, "Write every message to and from an agent to the system log."),
+};
+
+std::string written(const Value& value)
+{
+    if (const bool* flag = std::get_if<bool>(&value))
+        return *flag ? "true" : "false";
+    if (const std::int64_t* number = std::get_if<std::int64_t>(&value))
+        return fmt::format("{}", *number);
+    const std::string escaped = text::replacingAll(std::get<std::string>(value), "\\", "\\\\");
+    return '"' + text::replacingAll(escaped, "\"", "\\\"") + '"';
+}
+
+std::string assignment(Key key, const Value& value)
+{
+    return fmt::format("{} = {}", key.name, written(value));
+}
+
+void readTable(const std::string& name, const TOML::Table& members, VeltrySettings::Reading& reading)
+{
+    for (const auto& [key, value] : members) { // sorted, and so are the warnings
+        const auto* field =
+            std::ranges::find_if(fields, [&](const Field& f) { return f.key.table == name && f.key.name == key; });
+        if (field == std::end(fields))
+            reading.warnings.push_back(fmt::format("{}.{} is not a setting", name, key));
+        else if (const Problem problem = field->read(reading.settings, value))
+            reading.warnings.push_back(fmt::format("{}.{} {}", name, key, *problem));
+    }
+}
+
+std::string_view trimmedBlanks(std::string_view text)
+{
+    const std::size_t start = text.find_first_not_of(" \t");
+    if (start == std::string_view::npos)
+        return {};
+    return text.substr(start, text.find_last_not_of(" \t") - start + 1);
+}
+
+/// The name in a header or before "=", in quotes or not.
+std::string_view bareName(std::string_view text)
+{
+    const std::string_view name = trimmedBlanks(text);
+    const bool isQuoted =
+        name.size() >= 2 && name.front() == name.back() && (name.front() == '"' || name.front() == '\'');
+    return isQuoted ? name.substr(1, name.size() - 2) : name;
+}
+
+/// The name of a `[name]` header; nothing for `[[name]]` and for one that isn't closed.
+std::optional<std::string_view> tableName(std::string_view header)
+{
+    const std::size_t closing = header.find(']');
+    if (header.starts_with("[[") || closing == std::string_view::npos)
+        return std::nullopt;
+    return bareName(header.substr(1, closing - 1));
+}
+
+/// The comment behind a value, from its "#" on; empty if there is none. A "#" inside quotes begins no comment.
+std::string_view commentBehind(std::string_view value)
+{
+    char quote = 0;
+    for (std::size_t index = 0; index < value.size(); ++index) {
+        const char c = value[index];
+        if (quote == '"' && c == '\\')
+            ++index;
+        else if (quote != 0)
+            quote = c == quote ? '\0' : quote;
+        else if (c == '"' || c == '\'')
+            quote = c;
+        else if (c == '#')
+            return value.substr(index);
+    }
+    return {};
+}
+
+std::string changedLine(std::string_view line, const Value& value)
+{
+    const std::size_t behindEquals = line.find('=') + 1;
+    const std::string_view comment = commentBehind(line.substr(behindEquals));
+    std::string changed = fmt::format("{} {}", line.substr(0, behindEquals), written(value));
+    if (!comment.empty())
+        changed.append(" ").append(comment);
+    return changed;
+}
+
+/// Where a setting stands in a file, or would.
+struct Place {
+    std::optional<std::size_t> line;   ///< the line that holds it
+    std::optional<std::size_t> behind; ///< the line that a new one would follow; nothing if the table is missing
+};
+
+Place find(Key key, const std::vector<std::string_view>& lines)
+{
+    std::optional<std::string_view> table;
+    std::optional<std::size_t> header;
+    std::optional<std::size_t> lastKey;
+    for (std::size_t index = 0; index < lines.size(); ++index) {
+        const std::string_view line = trimmedBlanks(lines[index]);
+        if (line.starts_with('[')) {
+            table = tableName(line);
+            if (table == key.table)
+                header = index;
+            continue;
+        }
+        const std::size_t equals = line.find('=');
+        if (table != key.table || line.starts_with('#') || equals == std::string_view::npos)
+            continue;
+        if (bareName(line.substr(0, equals)) == key.name)
+            return {.line = index, .behind = {}};
+        lastKey = index;
+    }
+    return {.line = {}, .behind = lastKey ? lastKey : header};
+}
+
+std::string withNewTable(std::string_view text, Key key, const Value& value)
+{
+    const bool endsInside = !text.empty() && !text.ends_with('\n');
+    return fmt::format("{}{}\n[{}]\n{}\n", text, endsInside ? "\n" : "", key.table, assignment(key, value));
+}
+
+} // namespace
+
+std::string VeltrySettings::Key::text() const
+{
+    return fmt::format("{}.{}", table, name);
+}
+
+std::filesystem::path VeltrySettings::defaultPath()
+{
+    const std::string given = ProcessFacts::variable("VELTRY_SETTINGS_PATH").value_or("");
+    return given.empty() ? StandardFolders::applicationSupport() / "Harrowick Veltry" / "settings.toml"
+                         : std::filesystem::path(given);
+}
+
+VeltrySettings::Reading VeltrySettings::read(std::string_view text)
+{
+    Reading reading;
+    for (const auto& [name, value] : TOML::parse(text)) {
+        if (!std::ranges::any_of(fields, [&](const Field& field) { return field.key.table == name; }))
+            reading.warnings.push_back(name + " is not a setting");
+        else if (const TOML::Table* members = value.table())
+            readTable(name, *members, reading);
+        else
+            reading.warnings.push_back(name + " must be a [table]");
+    }
+    return reading;
+}
+
+VeltrySettings VeltrySettings::load(const std::filesystem::path& file)
+{
+    const std::optional<std::string> contents = Files::readIfPossible(file);
+    if (!contents || !text::isValidUTF8(*contents))
+        return {};
+    try {
+        return read(*contents).settings;
+    } catch (const TOML::Failure&) {
+        return {}; // a slip in a preference must not keep a run from starting; read() is for who wants to show it
+    }
+}
+
+std::string VeltrySettings::templateText(const VeltrySettings& settings)
+{
+    std::string text(fileHeader);
+    std::string_view table;
+    for (const Field& field : fields) {
+        if (field.key.table != table)
+            text += fmt::format("\n[{}]\n", field.key.table);
+        table = field.key.table;
+        text += fmt::format("# {}\n{}\n", field.comment, assignment(field.key, field.value(settings)));
+    }
+    return text;
+}
+
+std::string VeltrySettings::setting(Key key, const Value& value, std::string_view text)
+{
+    const std::vector<std::string_view> lines = text::split(text, '\n');
+    const Place place = find(key, lines);
+    if (!place.line && !place.behind)
+        return withNewTable(text, key, value);
+
+    std::vector<std::string> changed(lines.begin(), lines.end());
+    if (place.line)
+        changed[*place.line] = changedLine(lines[*place.line], value);
+    else
+        changed.insert(changed.begin() + static_cast<std::ptrdiff_t>(*place.behind) + 1, assignment(key, value));
+    return text::joined(changed, "\n");
+}
+
+} // namespace veltry
+
+std::size_t std::hash<veltry::VeltrySettings::Key>::operator()(const veltry::VeltrySettings::Key& key) const noexcept
+{
+    const std::hash<std::string_view> ofText;
+    return ofText(key.table) * 31 + ofText(key.name);
+}
