@@ -1,5 +1,7 @@
 #include "Base/Text.h"
 
+#include <fmt/format.h>
+
 #include <charconv>
 #include <utf8proc.h>
 
@@ -253,6 +255,34 @@ std::string replacingAll(std::string_view text, std::string_view what, std::stri
         start = at + what.size();
     }
     return result.append(text.substr(start));
+}
+
+std::string quoted(std::string_view text)
+{
+    std::string result = "\"";
+    for (const char character : repaired(text)) {
+        switch (character) {
+        case '"':
+        case '\\':
+            result += {'\\', character};
+            break;
+        case '\n':
+            result += "\\n";
+            break;
+        case '\r':
+            result += "\\r";
+            break;
+        case '\t':
+            result += "\\t";
+            break;
+        default:
+            if (const auto code = static_cast<unsigned char>(character); code < 0x20 || code == 0x7F)
+                result += fmt::format("\\u{{{:X}}}", code);
+            else
+                result += character;
+        }
+    }
+    return result + '"';
 }
 
 std::optional<std::int64_t> integer(std::string_view text)

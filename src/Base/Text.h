@@ -41,6 +41,10 @@ namespace veltry::text {
 [[nodiscard]] std::string joined(std::span<const std::string> pieces, std::string_view separator);
 [[nodiscard]] std::string replacingAll(std::string_view text, std::string_view what, std::string_view with);
 
+/// In double quotes on one line, as the text forms of records show it: a quote, a backslash and control characters are
+/// escaped (\", \\, \n, \r, \t, others like \u{1B}).
+[[nodiscard]] std::string quoted(std::string_view text);
+
 /// A decimal integer with an optional sign that fits 64 bits, the whole text and no blanks; otherwise nothing.
 [[nodiscard]] std::optional<std::int64_t> integer(std::string_view text);
 

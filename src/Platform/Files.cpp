@@ -109,9 +109,16 @@ std::optional<std::string> readIfPossible(const std::filesystem::path& path)
 std::string readAt(const FileDescriptor& file, std::uint64_t offset, std::size_t count)
 {
     std::string bytes(count, '\0');
+    bytes.resize(readInto(bytes, file, offset));
+    return bytes;
+}
+
+std::size_t readInto(std::span<char> buffer, const FileDescriptor& file, std::uint64_t offset)
+{
     std::size_t done = 0;
-    while (done < count) {
-        const ssize_t got = ::pread(file.get(), bytes.data() + done, count - done, static_cast<off_t>(offset + done));
+    while (done < buffer.size()) {
+        const ssize_t got =
+            ::pread(file.get(), buffer.data() + done, buffer.size() - done, static_cast<off_t>(offset + done));
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
@@ -120,14 +127,19 @@ std::string readAt(const FileDescriptor& file, std::uint64_t offset, std::size_t
             break;
         done += static_cast<std::size_t>(got);
     }
-    bytes.resize(done);
-    return bytes;
+    return done;
 }
 
 std::uint64_t size(const FileDescriptor& file) noexcept
 {
     struct stat status {};
     return ::fstat(file.get(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
+bool isPlain(const FileDescriptor& file) noexcept
+{
+    struct stat status {};
+    return ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 void writeAll(const FileDescriptor& file, std::string_view bytes, std::string_view what)
@@ -140,6 +152,12 @@ void writeAll(const FileDescriptor& file, std::string_view bytes, std::string_vi
             throw SystemError("could not write " + std::string(what));
         bytes.remove_prefix(static_cast<std::size_t>(count));
     }
+}
+
+void truncate(const FileDescriptor& file, std::uint64_t size, std::string_view what)
+{
+    if (::ftruncate(file.get(), static_cast<off_t>(size)) != 0)
+        throw SystemError("could not cut " + std::string(what));
 }
 
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes)
@@ -169,6 +187,11 @@ bool isFolder(const std::filesystem::path& path) noexcept
 {
     std::error_code error;
     return std::filesystem::is_directory(path, error);
+}
+
+bool isExecutable(const std::filesystem::path& path) noexcept
+{
+    return ::access(path.c_str(), X_OK) == 0;
 }
 
 void move(const std::filesystem::path& from, const std::filesystem::path& to)

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -23,11 +24,17 @@ namespace veltry::Files {
 [[nodiscard]] std::optional<std::string> readIfPossible(const std::filesystem::path& path);
 /// Up to `count` bytes from `offset`; fewer only where the file ends.
 [[nodiscard]] std::string readAt(const FileDescriptor& file, std::uint64_t offset, std::size_t count);
+/// Fills `buffer` with the bytes from `offset` and returns how many came; fewer than it holds only where the file ends.
+[[nodiscard]] std::size_t readInto(std::span<char> buffer, const FileDescriptor& file, std::uint64_t offset);
 /// Size in bytes of an open file; 0 if it can't be found.
 [[nodiscard]] std::uint64_t size(const FileDescriptor& file) noexcept;
+/// True for an open plain file, as against a folder, a pipe or a device.
+[[nodiscard]] bool isPlain(const FileDescriptor& file) noexcept;
 
 /// Writes all of it, however many calls that takes. `what` names the file in the error.
 void writeAll(const FileDescriptor& file, std::string_view bytes, std::string_view what);
+/// Cuts an open file to `size` bytes. `what` names the file in the error.
+void truncate(const FileDescriptor& file, std::uint64_t size, std::string_view what);
 /// Replaces the contents in one step: a reader sees the old file or the new one, and a failure leaves the old one. The
 /// mode of a file that is there is kept; a link is followed, and stays a link.
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes);
@@ -37,6 +44,8 @@ void createFolders(const std::filesystem::path& path);
 /// True if anything lies there, also a link that leads nowhere.
 [[nodiscard]] bool exists(const std::filesystem::path& path) noexcept;
 [[nodiscard]] bool isFolder(const std::filesystem::path& path) noexcept;
+/// True if we may execute it (access(2)).
+[[nodiscard]] bool isExecutable(const std::filesystem::path& path) noexcept;
 
 /// Moves within one file system, or by copying.
 void move(const std::filesystem::path& from, const std::filesystem::path& to);

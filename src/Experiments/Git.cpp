@@ -1,0 +1,168 @@
+#include "Experiments/Git.h"
+
+#include "Base/Text.h"
+#include "Platform/Files.h"
+#include "Platform/ProcessFacts.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+
+namespace veltry {
+
+namespace {
+
+constexpr const char* gitProgram = "/usr/bin/git";
+constexpr const char* tarProgram = "/usr/bin/tar";
+constexpr const char* fallbackName = "user.name=Harrowick Veltry";
+constexpr const char* fallbackEmail = "user.email=veltry@localhost";
+
+/// What `git rev-parse --local-env-vars` lists, but for what carries configuration, and what a receiving hook sets.
+constexpr std::array repositoryVariables = {
+    "GIT_ALTERNATE_OBJECT_DIRECTORIES",
+    "GIT_COMMON_DIR",
+    "GIT_DIR",
+    "GIT_GRAFT_FILE",
+    "GIT_IMPLICIT_WORK_TREE",
+    "GIT_INDEX_FILE",
+    "GIT_INTERNAL_SUPER_PREFIX",
+    "GIT_NAMESPACE",
+    "GIT_OBJECT_DIRECTORY",
+    "GIT_PREFIX",
+    "GIT_QUARANTINE_PATH",
+    "GIT_SHALLOW_FILE",
+    "GIT_WORK_TREE",
+};
+
+ChildProcess::Environment ownEnvironment()
+{
+    ChildProcess::Environment environment = ProcessFacts::environment();
+    for (const char* name : repositoryVariables)
+        environment.erase(name);
+    return environment;
+}
+
+std::string stripped(std::string_view output)
+{
+    return std::string(text::trimmed(text::repaired(output)));
+}
+
+} // namespace
+
+std::string Git::Failure::description() const
+{
+    return fmt::format("Failure(command: {}, output: {})", text::quoted(command), text::quoted(output));
+}
+
+std::string Git::run(
+    const Arguments& arguments, const std::optional<std::filesystem::path>& in, const Environment& environment) const
+{
+    ChildProcess::Command command{
+        .executable = gitProgram,
+        .arguments = {"-C", in.value_or(directory).string()},
+        .environment = ownEnvironment(),
+        .directory = {},
+        .input = {},
+        .output = {},
+        .error = {}};
+    command.arguments.insert(command.arguments.end(), arguments.begin(), arguments.end());
+    for (const auto& [name, value] : environment)
+        command.environment[name] = value;
+    command.environment["GIT_TERMINAL_PROMPT"] = "0";
+
+    const ChildProcess::Output result = ChildProcess::run(std::move(command));
+    std::string output = stripped(result.output);
+    if (result.exitNumber == 0)
+        return output;
+    std::string error = stripped(result.error);
+    throw Failure("git " + text::joined(arguments, " "), error.empty() ? std::move(output) : std::move(error));
+}
+
+std::optional<std::string> Git::resolve(std::string_view revision) const
+{
+    try {
+        return run({"rev-parse", "--verify", "--quiet", fmt::format("{}^{{commit}}", revision)});
+    } catch (const Error&) {
+        return std::nullopt; // no such commit, no repository, no git
+    }
+}
+
+bool Git::isRepository() const
+{
+    try {
+        return run({"rev-parse", "--is-inside-work-tree"}) == "true";
+    } catch (const Error&) {
+        return false; // no repository, no git
+    }
+}
+
+std::optional<std::filesystem::path> Git::topLevel() const
+{
+    try {
+        return run({"rev-parse", "--show-toplevel"});
+    } catch (const Error&) {
+        return std::nullopt; // no work tree, no git
+    }
+}
+
+void Git::excludePrivately(std::string_view entry) const
+{
+    const std::filesystem::path common = directory / run({"rev-parse", "--git-common-dir"}); // an absolute one replaces
+    Files::createFolders(common / "info");
+    const std::filesystem::path file = common / "info" / "exclude";
+    std::string lines = Files::readIfPossible(file).value_or("");
+    const std::vector<std::string_view> present = text::split(lines, '\n');
+    if (std::ranges::find(present, entry) != present.end())
+        return;
+    if (!lines.empty() && !lines.ends_with('\n'))
+        lines += '\n';
+    Files::writeAtomically(file, lines.append(entry) + '\n');
+}
+
+bool Git::hasChanges(const std::filesystem::path& in) const
+{
+    return !run({"status", "--porcelain"}, in).empty();
+}
+
+void Git::commitAll(const std::filesystem::path& in, const std::string& message) const
+{
+    run({"add", "--all"}, in);
+    Arguments arguments;
+    bool known = false;
+    try {
+        known = !run({"config", "user.email"}, in).empty();
+    } catch (const Failure&) { // no value is an exit status of 1
+    }
+    if (!known)
+        arguments = {"-c", fallbackName, "-c", fallbackEmail};
+    for (const char* argument : {"commit", "--quiet", "--no-verify", "-m"})
+        arguments.emplace_back(argument);
+    arguments.push_back(message);
+    run(arguments, in);
+}
+
+void Git::snapshot(const std::string& commit, const std::filesystem::path& to) const
+{
+    Files::createFolders(to);
+    const ChildProcess::Environment environment = ownEnvironment();
+    const ChildProcess::Output result = ChildProcess::runPipeline(
+        {.executable = gitProgram,
+         .arguments = {"-C", directory.string(), "archive", "--format=tar", commit},
+         .environment = environment,
+         .directory = {},
+         .input = {},
+         .output = {},
+         .error = {}},
+        {.executable = tarProgram,
+         .arguments = {"-x", "-C", to.string()},
+         .environment = environment,
+         .directory = {},
+         .input = {},
+         .output = {},
+         .error = {}});
+    if (result.exitNumber != 0)
+        throw Failure(fmt::format("git archive {} | tar -x", commit), text::repaired(result.error));
+}
+
+} // namespace veltry

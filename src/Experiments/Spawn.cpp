@@ -1,0 +1,45 @@
+#include "Experiments/Spawn.h"
+
+#include "Base/Text.h"
+#include "Platform/Files.h"
+
+#include <fmt/format.h>
+
+namespace veltry::Spawn {
+
+std::string Failure::description() const
+{
+    return fmt::format("Failure(executable: {}, code: {})", text::quoted(executable), code);
+}
+
+pid_t start(const Options& options)
+{
+    try {
+        return ChildProcess::start(
+            {.executable = options.executable,
+             .arguments = options.arguments,
+             .environment = options.environment,
+             .directory = options.directory,
+             .input = ChildProcess::Stream::null(),
+             .output = ChildProcess::Stream::appendTo(options.log),
+             .error = ChildProcess::Stream::sameAsOutput(),
+             .group = options.group ? ChildProcess::Group::own : ChildProcess::Group::ownSession});
+    } catch (const ChildProcess::StartFailure& failure) {
+        throw Failure(failure.executable, failure.code);
+    }
+}
+
+std::int32_t wait(pid_t child) noexcept
+{
+    return ChildProcess::wait(child);
+}
+
+std::filesystem::path loginShell()
+{
+    for (const char* shell : {"/bin/zsh", "/bin/bash"})
+        if (Files::isExecutable(shell))
+            return shell;
+    return "/bin/sh";
+}
+
+} // namespace veltry::Spawn
