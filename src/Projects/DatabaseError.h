@@ -2,18 +2,13 @@
 
 #include "Base/Error.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <variant>
 #include <vector>
 
 namespace veltry {
-
-/// Bytes that are bound as a BLOB, where a text would be bound as TEXT.
-struct Blob {
-    std::string_view bytes;
-};
 
 /// What SQLite could not do.
 struct DatabaseError : Error {

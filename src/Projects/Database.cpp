@@ -1,0 +1,183 @@
+#include "Projects/Database.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <thread>
+
+namespace veltry {
+
+namespace {
+
+/// A store has about forty statements; what comes beyond is prepared each time.
+constexpr std::size_t maximumPrepared = 64;
+
+constexpr auto shortestPause = std::chrono::milliseconds(1);
+constexpr auto longestPause = std::chrono::milliseconds(25);
+
+bool isEmpty(std::string_view sql)
+{
+    return sql.find_first_not_of(" \t\r\n;") == std::string_view::npos;
+}
+
+} // namespace
+
+void Connection::Closer::operator()(sqlite3* handle) const noexcept
+{
+    sqlite3_close_v2(handle);
+}
+
+Connection::Connection(const std::filesystem::path& path, std::chrono::milliseconds busyTimeout)
+{
+    sqlite3* opened = nullptr;
+    const int code = sqlite3_open_v2(
+        path.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+    handle_.reset(opened); // there is one even where opening fails
+    if (code != SQLITE_OK)
+        throw opened ? error({}) : DatabaseError(code, sqlite3_errstr(code));
+
+    sqlite3_extended_result_codes(opened, 1);
+    sqlite3_db_config(opened, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
+    sqlite3_db_config(opened, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+    sqlite3_busy_timeout(opened, static_cast<int>(busyTimeout.count()));
+    execute("PRAGMA foreign_keys = ON");
+    enterWAL(busyTimeout);
+    execute("SELECT * FROM sqlite_master LIMIT 1"); // an unreadable file fails here at the latest
+}
+
+/// SQLite's own busy time-out doesn't cover the switch of the journal mode: where another process opens the same new
+/// file, the pragma fails at once.
+void Connection::enterWAL(std::chrono::milliseconds limit)
+{
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    for (auto pause = shortestPause;; pause = std::min(pause * 2, longestPause)) {
+        try {
+            execute("PRAGMA journal_mode = WAL");
+            return;
+        } catch (const DatabaseError& failure) {
+            if (failure.primaryCode() != SQLITE_BUSY || std::chrono::steady_clock::now() + pause > deadline)
+                throw;
+        }
+        std::this_thread::sleep_for(pause);
+    }
+}
+
+DatabaseError Connection::error(std::string_view sql, std::vector<DatabaseError::Argument> arguments) const
+{
+    return DatabaseError(
+        sqlite3_extended_errcode(handle_.get()), sqlite3_errmsg(handle_.get()), std::string(sql), std::move(arguments));
+}
+
+Statement::Handle Connection::prepare(std::string_view sql, std::string_view& rest)
+{
+    sqlite3_stmt* statement = nullptr;
+    const char* tail = nullptr;
+    const int code = sqlite3_prepare_v3(
+        handle_.get(), sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &statement, &tail);
+    if (code != SQLITE_OK)
+        throw error(sql);
+    rest = sql.substr(static_cast<std::size_t>(tail - sql.data()));
+    return Statement::Handle(statement);
+}
+
+Statement Connection::start(std::string_view sql, std::span<const Argument> arguments)
+{
+    const auto found = prepared_.find(sql);
+    Statement::Handle handle;
+    if (found != prepared_.end())
+        handle = std::move(found->second);
+    if (!handle) {
+        std::string_view rest;
+        handle = prepare(sql, rest);
+        if (!handle || !isEmpty(rest))
+            throw DatabaseError(SQLITE_MISUSE, "exactly one statement is wanted", std::string(sql));
+        makePlace(handle);
+    }
+    if (sqlite3_bind_parameter_count(handle.get()) != static_cast<int>(arguments.size()))
+        throw DatabaseError(SQLITE_MISUSE, "wrong number of statement arguments", std::string(sql));
+    return Statement(*this, std::move(handle), arguments.data(), arguments.size());
+}
+
+void Connection::run(std::string_view sql, std::span<const Argument> arguments)
+{
+    if (prepared_.contains(sql)) {
+        for (Statement statement = start(sql, arguments); statement.step();)
+            continue;
+        return;
+    }
+    for (bool whole = true; !isEmpty(sql); whole = false) {
+        std::string_view rest;
+        Statement::Handle handle = prepare(sql, rest);
+        if (handle) { // a comment is none
+            if (whole && isEmpty(rest))
+                makePlace(handle);
+            const auto wanted = static_cast<std::size_t>(sqlite3_bind_parameter_count(handle.get()));
+            if (wanted > arguments.size())
+                throw DatabaseError(SQLITE_MISUSE, "too few statement arguments", std::string(sql));
+            for (Statement statement(*this, std::move(handle), arguments.data(), wanted); statement.step();)
+                continue;
+            arguments = arguments.subspan(wanted);
+        }
+        sql = rest;
+    }
+    if (!arguments.empty())
+        throw DatabaseError(SQLITE_MISUSE, "too many statement arguments", std::string(sql));
+}
+
+void Connection::makePlace(const Statement::Handle& handle)
+{
+    const std::string_view sql = sqlite3_sql(handle.get());
+    // Most pragmas take effect while they are prepared, so that an old one would do nothing.
+    if (prepared_.size() < maximumPrepared && !sql.starts_with("PRAGMA"))
+        prepared_.try_emplace(std::string(sql));
+}
+
+void Connection::giveBack(Statement::Handle handle) noexcept
+{
+    const auto place = prepared_.find(std::string_view(sqlite3_sql(handle.get())));
+    if (place != prepared_.end() && !place->second)
+        place->second = std::move(handle);
+}
+
+std::int64_t Connection::changes() const noexcept
+{
+    return sqlite3_changes64(handle_.get());
+}
+
+bool Connection::isInTransaction() const noexcept
+{
+    return sqlite3_get_autocommit(handle_.get()) == 0;
+}
+
+Transaction::Transaction(Connection& connection, Kind kind) : connection_(connection), kind_(kind)
+{
+    if (kind == Kind::writing) {
+        connection.execute("BEGIN IMMEDIATE TRANSACTION");
+        return;
+    }
+    connection.execute("PRAGMA query_only = 1");
+    try {
+        connection.execute("BEGIN DEFERRED TRANSACTION");
+    } catch (const DatabaseError&) {
+        connection.execute("PRAGMA query_only = 0");
+        throw;
+    }
+}
+
+Transaction::~Transaction()
+{
+    try {
+        if (connection_.isInTransaction()) // some failures have rolled it back already
+            connection_.execute("ROLLBACK TRANSACTION");
+        if (kind_ == Kind::reading)
+            connection_.execute("PRAGMA query_only = 0");
+    } catch (const DatabaseError&) { // the failure that led here is on its way to the caller
+    }
+}
+
+void Transaction::commit()
+{
+    connection_.execute("COMMIT TRANSACTION");
+}
+
+} // namespace veltry

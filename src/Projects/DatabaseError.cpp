@@ -1,0 +1,19 @@
+#include "Projects/DatabaseError.h"
+
+#include <fmt/format.h>
+
+namespace veltry {
+
+DatabaseError::DatabaseError(int code, std::string what, std::string statement, std::vector<Argument> bound)
+    : extendedCode(code), message(std::move(what)), sql(std::move(statement)), arguments(std::move(bound))
+{
+}
+
+std::string DatabaseError::description() const
+{
+    if (sql.empty())
+        return fmt::format("SQLite error {}: {}", primaryCode(), message);
+    return fmt::format("SQLite error {}: {} - while executing `{}`", primaryCode(), message, sql);
+}
+
+} // namespace veltry

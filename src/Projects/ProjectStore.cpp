@@ -1,0 +1,146 @@
+#include "Projects/ProjectStore.h"
+
+#include "Platform/Files.h"
+#include "Platform/StandardFolders.h"
+#include "Platform/SystemError.h"
+#include "Platform/SystemLog.h"
+#include "Projects/Database.h"
+#include "Projects/Migrations.h"
+
+#include <fmt/format.h>
+
+#include <sqlite3.h>
+
+#include <chrono>
+#include <cstdlib>
+
+namespace veltry {
+
+namespace {
+
+using Path = std::filesystem::path;
+
+Path appending(const Path& file, std::string_view suffix)
+{
+    return Path(file.native() + std::string(suffix));
+}
+
+Path madeAbsolute(const Path& file)
+{
+    std::error_code error;
+    Path result = std::filesystem::absolute(file, error);
+    if (error)
+        throw SystemError("could not find the path " + file.string(), error.value());
+    return result;
+}
+
+bool isUnreadable(const DatabaseError& failure)
+{
+    return failure.primaryCode() == SQLITE_NOTADB || failure.primaryCode() == SQLITE_CORRUPT;
+}
+
+/// The WAL as it stood before an opening, for as long as the opening lasts: one that fails may leave less behind.
+class WALSnapshot {
+public:
+    explicit WALSnapshot(const Path& store) : copy_(appending(store, "-wal.before-open"))
+    {
+        Files::remove(copy_); // from an opening that crashed
+        const Path wal = appending(store, "-wal");
+        std::error_code unknown;
+        const std::uintmax_t size = std::filesystem::file_size(wal, unknown);
+        if (!unknown && size > 0)
+            Files::copy(wal, copy_);
+    }
+
+    WALSnapshot(const WALSnapshot&) = delete;
+    WALSnapshot& operator=(const WALSnapshot&) = delete;
+
+    ~WALSnapshot() { Files::remove(copy_); }
+
+    const Path& copy() const { return copy_; }
+
+private:
+    Path copy_;
+};
+
+/// Never onto a file that is there: two stores set aside in one second are both worth keeping.
+void moveTo(const Path& target, const Path& source)
+{
+    if (Files::exists(target))
+        throw SystemError("could not move " + source.string() + " to " + target.string(), EEXIST);
+    Files::move(source, target);
+}
+
+/// Moves the store's files to a name that is returned.
+Path moveAside(const Path& store, const WALSnapshot& snapshot)
+{
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const Path aside =
+        appending(store, fmt::format(".unreadable-{}", std::chrono::duration_cast<std::chrono::seconds>(now).count()));
+    moveTo(aside, store);
+    for (const std::string_view suffix : {"-wal", "-shm"}) {
+        Path source = appending(store, suffix);
+        if (suffix == "-wal" && Files::exists(snapshot.copy())) {
+            Files::remove(source);
+            source = snapshot.copy();
+        }
+        if (Files::exists(source))
+            moveTo(appending(aside, suffix), source);
+    }
+    return aside;
+}
+
+} // namespace
+
+std::string ProjectStoreError::description() const
+{
+    switch (kind) {
+    case Kind::noFolders:
+        return "A project needs at least one folder.";
+    case Kind::notFound:
+        return "The record is not in the store.";
+    case Kind::madeByNewerVeltry:
+        return "The store was made by a newer version of Veltry.";
+    }
+    return {};
+}
+
+std::string ExperimentStoreError::description() const
+{
+    return "The store has no experiment " + id + ".";
+}
+
+std::filesystem::path ProjectStore::defaultPath()
+{
+    if (const char* chosen = std::getenv("VELTRY_DATABASE_PATH"))
+        return chosen;
+    return StandardFolders::applicationSupport() / "Harrowick Veltry" / "veltry.sqlite";
+}
+
+ProjectStore::ProjectStore(Path file) : path_(madeAbsolute(file))
+{
+    Files::createFolders(path_.parent_path());
+    database_ = std::make_unique<Database>(path_);
+    Migrations::refuseNewer(*database_);
+    Migrations::apply(*database_);
+}
+
+ProjectStore::~ProjectStore() = default;
+
+ProjectStore::Opened ProjectStore::openOrReplace(const Path& file)
+{
+    const Path store = madeAbsolute(file);
+    const WALSnapshot snapshot(store);
+    try {
+        return {.store = std::make_shared<ProjectStore>(store), .movedAside = std::nullopt};
+    } catch (const DatabaseError& failure) {
+        if (!isUnreadable(failure))
+            throw;
+        SystemLog::write(
+            SystemLog::Level::error, "store", "the database is unreadable, moving it aside: " + failure.description());
+    }
+    Path aside = moveAside(store, snapshot);
+    return {.store = std::make_shared<ProjectStore>(store), .movedAside = std::move(aside)};
+}
+
+} // namespace veltry

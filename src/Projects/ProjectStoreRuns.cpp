@@ -1,0 +1,197 @@
+#include "Projects/Database.h"
+#include "Projects/ProjectStore.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+namespace veltry {
+
+namespace {
+
+struct RunRow {
+    using Record = Run;
+
+    explicit RunRow(const Statement& rows)
+        : id(rows.column("id")), experimentID(rows.column("experiment_id")), projectID(rows.column("project_id")),
+          number(rows.column("number")), status(rows.column("status")), commit(rows.column("commit_sha")),
+          command(rows.column("command")), directory(rows.column("directory")), pid(rows.column("pid")),
+          exitCode(rows.column("exit_code")), result(rows.column("result")),
+          cancelRequested(rows.column("cancel_requested")), createdAt(rows.column("created_at")),
+          endedAt(rows.column("ended_at"))
+    {
+    }
+
+    std::optional<Run> operator()(const Statement& row) const
+    {
+        const std::optional<UUID> ownID = row.id(id);
+        const std::optional<UUID> experiment = row.id(experimentID);
+        const std::optional<UUID> project = row.id(projectID);
+        const std::optional<Run::Status> known = Run::parseStatus(row.text(status));
+        if (!ownID || !experiment || !project || !known)
+            return std::nullopt;
+        return Run{
+            .id = *ownID,
+            .experimentID = *experiment,
+            .projectID = *project,
+            .number = row.integer(number),
+            .status = *known,
+            .commit = row.string(commit),
+            .command = row.string(command),
+            .directory = row.path(directory),
+            .pid = row.optionalInt32(pid),
+            .exitCode = row.optionalInt32(exitCode),
+            .result = row.optionalString(result),
+            .cancelRequested = row.flag(cancelRequested),
+            .createdAt = row.date(createdAt),
+            .endedAt = row.optionalDate(endedAt),
+        };
+    }
+
+    int id, experimentID, projectID, number, status, commit, command, directory, pid, exitCode, result, cancelRequested,
+        createdAt, endedAt;
+};
+
+/// Of all projects: SQLite finds the end of the table at once, but not the end of a project's rows.
+std::int64_t lastRowID(Connection& connection)
+{
+    return connection.firstInteger("SELECT MAX(rowid) FROM run").value_or(0);
+}
+
+std::optional<Run> runWithID(Connection& connection, const UUID& id)
+{
+    return decodeFirst<RunRow>(connection.query("SELECT * FROM run WHERE id = ?", id));
+}
+
+} // namespace
+
+std::vector<Run> ProjectStore::runs(const UUID& projectID) const
+{
+    return database_->read([&](Connection& connection) {
+        return decodeAll<RunRow>(connection.query("SELECT * FROM run WHERE project_id = ? ORDER BY number", projectID));
+    });
+}
+
+std::vector<Run> ProjectStore::runsOfExperiment(const UUID& experimentID) const
+{
+    return database_->read([&](Connection& connection) {
+        return decodeAll<RunRow>(
+            connection.query("SELECT * FROM run WHERE experiment_id = ? ORDER BY number", experimentID));
+    });
+}
+
+std::vector<Run> ProjectStore::unfinishedRuns() const
+{
+    return database_->read([](Connection& connection) {
+        return decodeAll<RunRow>(
+            connection.query("SELECT * FROM run WHERE status IN ('queued', 'running') ORDER BY created_at"));
+    });
+}
+
+std::optional<Run> ProjectStore::run(const UUID& id) const
+{
+    return database_->read([&](Connection& connection) { return runWithID(connection, id); });
+}
+
+std::optional<Run> ProjectStore::run(std::int64_t number, const UUID& projectID) const
+{
+    return database_->read([&](Connection& connection) {
+        return decodeFirst<RunRow>(
+            connection.query("SELECT * FROM run WHERE project_id = ? AND number = ?", projectID, number));
+    });
+}
+
+ProjectStore::RunLook ProjectStore::runsInFlight(const UUID& projectID) const
+{
+    return database_->read([&](Connection& connection) {
+        return RunLook{
+            .runs = decodeAll<RunRow>(connection.query(
+                R"(SELECT * FROM run
+WHERE project_id = ? AND status IN ('queued', 'running') ORDER BY number)",
+                projectID)),
+            .lastRowID = lastRowID(connection),
+        };
+    });
+}
+
+ProjectStore::RunLook ProjectStore::lookAgain(
+    const UUID& projectID, std::span<const UUID> ids, std::int64_t behind) const
+{
+    return database_->read([&](Connection& connection) {
+        // The sign keeps SQLite from the index on project_id, which leads through the whole history.
+        RunLook look{
+            .runs = decodeAll<RunRow>(
+                connection.query("SELECT * FROM run WHERE rowid > ? AND +project_id = ?", behind, projectID)),
+            .lastRowID = lastRowID(connection),
+        };
+        std::unordered_set<UUID> seen;
+        for (const Run& run : look.runs)
+            seen.insert(run.id);
+        for (const UUID& id : ids) {
+            if (!seen.insert(id).second)
+                continue;
+            if (std::optional<Run> run = runWithID(connection, id))
+                look.runs.push_back(std::move(*run));
+        }
+        std::ranges::stable_sort(look.runs, {}, &Run::number);
+        return look;
+    });
+}
+
+Run ProjectStore::insertRun(
+    const UUID& id, const Experiment& experiment, const std::string& commit, const std::filesystem::path& directory)
+{
+    return database_->write([&](Connection& connection) {
+        const std::optional<std::int64_t> number = connection.firstInteger(
+            "SELECT COALESCE(MAX(number), 0) + 1 FROM run WHERE project_id = ?", experiment.projectID);
+        Run run{
+            .id = id,
+            .experimentID = experiment.id,
+            .projectID = experiment.projectID,
+            .number = number.value_or(1),
+            .status = Run::Status::queued,
+            .commit = commit,
+            .command = experiment.runCommand,
+            .directory = directory,
+            .pid = {},
+            .exitCode = {},
+            .result = {},
+            .cancelRequested = false,
+            .createdAt = Date::now(),
+            .endedAt = {},
+        };
+        connection.execute(
+            R"(INSERT INTO run
+  (id, experiment_id, project_id, number, status, commit_sha, command, directory,
+   created_at)
+VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?))",
+            run.id, run.experimentID, run.projectID, run.number, Run::statusText(run.status), run.commit, run.command,
+            run.directory, run.createdAt);
+        return run;
+    });
+}
+
+void ProjectStore::markRunning(const UUID& id, std::int32_t pid)
+{
+    database_->write([&](Connection& connection) {
+        connection.execute("UPDATE run SET status = 'running', pid = ? WHERE id = ? AND status = 'queued'", pid, id);
+    });
+}
+
+void ProjectStore::finishRun(
+    const UUID& id, Run::Status status, std::optional<std::int32_t> exitCode, const std::optional<std::string>& result)
+{
+    database_->write([&](Connection& connection) {
+        connection.execute(
+            R"(UPDATE run SET status = ?, exit_code = ?, result = ?, ended_at = ?
+WHERE id = ? AND status IN ('queued', 'running'))",
+            Run::statusText(status), exitCode, result, Date::now(), id);
+    });
+}
+
+void ProjectStore::requestCancel(const UUID& id)
+{
+    database_->write(
+        [&](Connection& connection) { connection.execute("UPDATE run SET cancel_requested = 1 WHERE id = ?", id); });
+}
+
+} // namespace veltry
