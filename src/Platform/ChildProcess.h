@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Base/Error.h"
+#include "Platform/FileDescriptor.h"
 
 #include <filesystem>
 #include <map>
@@ -72,6 +73,13 @@ struct StartFailure : Error {
 [[nodiscard]] int wait(pid_t child) noexcept;
 /// Takes the status of that child if it has ended already; false while it runs. Never blocks.
 bool reapIfEnded(pid_t child) noexcept;
+
+/// Sends SIGTERM to every process of the group that this one leads. One that has ended already is fine.
+void terminateGroup(pid_t leader) noexcept;
+
+/// A descriptor that becomes readable when that child has ended; it can be waited for with poll(2) and its kind. Throws
+/// SystemError.
+[[nodiscard]] FileDescriptor exitEvent(pid_t child);
 
 struct Output {
     int exitNumber = 0; ///< as wait() gives it

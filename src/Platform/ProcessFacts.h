@@ -9,8 +9,8 @@
 /// What this process knows of itself.
 namespace veltry::ProcessFacts {
 
-/// The absolute path of the running executable; nothing if the system doesn't tell.
-[[nodiscard]] std::optional<std::filesystem::path> executable();
+/// The absolute path of the running executable; if the system doesn't tell, the name that it was started by.
+[[nodiscard]] std::filesystem::path executable();
 
 /// A copy of the whole environment.
 [[nodiscard]] ChildProcess::Environment environment();

@@ -148,6 +148,7 @@ asio::awaitable<void> JSONRPCConnection::read()
     } catch (const std::exception& error) {
         logFailure("transport failed: " + veltry::describe(error));
     }
+    inputEnded_ = true;
     if (onEnd_)
         co_await onEnd_();
     else

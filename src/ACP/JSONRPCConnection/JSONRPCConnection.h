@@ -53,6 +53,9 @@ public:
     /// answers are dropped. Reading and writing go on.
     void fail(const ConnectionError& error);
 
+    /// False once the input has ended or the connection has failed: nobody waits for anything that isn't an answer.
+    [[nodiscard]] bool isOpen() const noexcept { return !inputEnded_ && !failure_; }
+
     /// Resumes when everything queued so far has been written or has failed.
     [[nodiscard]] asio::awaitable<void> flush();
 
@@ -83,6 +86,7 @@ private:
     bool logsTraffic_;
     std::int64_t nextID_ = 0;
     std::map<std::int64_t, std::shared_ptr<Waiter>> pending_;
+    bool inputEnded_ = false;
     std::optional<ConnectionError> failure_; // the first; nothing more is sent after it
     std::shared_ptr<Outbox> outbox_;
     Notifications notifications_;

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -201,6 +202,20 @@ bool reapIfEnded(pid_t child) noexcept
 {
     int status = 0;
     return ::waitpid(child, &status, WNOHANG) != 0; // a failure means that somebody else took it
+}
+
+void terminateGroup(pid_t leader) noexcept
+{
+    ::kill(-leader, SIGTERM);
+}
+
+FileDescriptor exitEvent(pid_t child)
+{
+    // By number, since glibc 2.36 declares pidfd_open without extern "C".
+    FileDescriptor event(static_cast<int>(::syscall(SYS_pidfd_open, child, 0))); // close-on-exec by itself
+    if (!event)
+        throw SystemError("could not watch a child process");
+    return event;
 }
 
 Output run(Command command)

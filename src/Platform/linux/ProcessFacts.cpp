@@ -1,18 +1,17 @@
 #include "Platform/ProcessFacts.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <string_view>
 #include <unistd.h>
 
 namespace veltry::ProcessFacts {
 
-std::optional<std::filesystem::path> executable()
+std::filesystem::path executable()
 {
     std::error_code error;
     std::filesystem::path path = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (error)
-        return std::nullopt; // no /proc here
-    return path;
+    return error ? std::filesystem::absolute(program_invocation_name) : path; // no /proc here
 }
 
 ChildProcess::Environment environment()

@@ -1,0 +1,309 @@
+#include "ACP/JSONRPCConnection/JSONRPCConnection.h"
+
+#include "ACP/JSONRPCConnection/MemoryTransport.h"
+#include "Platform/SystemLog.h"
+#include "Support/RunOnExecutor.h"
+
+#include <asio/detached.hpp>
+#include <gmock/gmock.h>
+
+#include <limits>
+
+namespace veltry {
+namespace {
+
+using test::runOnExecutor;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// Collects the lines of the system log's category "jsonrpc".
+class LogLines {
+public:
+    LogLines()
+    {
+        SystemLog::redirect([this](SystemLog::Level, std::string_view category, std::string_view message) {
+            if (category == "jsonrpc")
+                lines.emplace_back(message);
+        });
+    }
+    LogLines(const LogLines&) = delete;
+    LogLines& operator=(const LogLines&) = delete;
+    ~LogLines() { SystemLog::redirect({}); }
+
+    std::vector<std::string> lines;
+};
+
+/// A connection and the far end of its transport, where the test plays the peer.
+struct Peer {
+    explicit Peer(const asio::any_io_executor& executor)
+    {
+        const MemoryTransport::Pair ends = MemoryTransport::pair(executor);
+        connection = JSONRPCConnection::make(executor, ends.first, false);
+        far = ends.second;
+    }
+
+    /// Answers "echo" with its params, "fail" with an error, "break" with something that isn't one, and "nan" with what
+    /// JSON has no form for; collects notifications.
+    void start(JSONRPCConnection::OnEnd onEnd = {})
+    {
+        const auto notified = [this](std::string method, JSONValue params) -> asio::awaitable<void> {
+            notifications.push_back(method + " " + params.text());
+            co_return;
+        };
+        const auto answer = [](std::string method, JSONValue params) -> asio::awaitable<JSONValue> {
+            if (method == "fail")
+                throw JSONRPCError(-32000, "no", JSONValue("why"));
+            if (method == "break")
+                throw std::runtime_error("broken");
+            if (method == "nan")
+                co_return std::numeric_limits<double>::quiet_NaN();
+            if (method == "echo")
+                co_return params;
+            throw JSONRPCError::methodNotFound(method);
+        };
+        connection->start(notified, answer, std::move(onEnd));
+    }
+
+    asio::awaitable<std::string> receive()
+    {
+        std::optional<std::string> line = co_await far->lines().next();
+        co_return line.value_or("(end)");
+    }
+
+    std::shared_ptr<JSONRPCConnection> connection;
+    std::shared_ptr<MemoryTransport> far;
+    std::vector<std::string> notifications;
+};
+
+TEST(JSONRPCConnection, AnswersEveryRequestUnderItsOwnId)
+{
+    const struct {
+        std::string_view name, request, answer;
+    } cases[] = {
+        {"number", R"({"jsonrpc":"2.0","id":7,"method":"echo","params":[1]})", R"({"id":7,"jsonrpc":"2.0","result":[1]})"},
+        {"text", R"({"jsonrpc":"2.0","id":"a/b","method":"echo"})", R"({"id":"a/b","jsonrpc":"2.0","result":null})"},
+        {"any value", R"({"jsonrpc":"1","id":{"x":[]},"method":"echo"})", R"({"id":{"x":[]},"jsonrpc":"2.0","result":null})"},
+        {"carriage return", "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"echo\"}\r", R"({"id":1,"jsonrpc":"2.0","result":null})"},
+        {"error with data", R"({"jsonrpc":"2.0","id":1,"method":"fail"})",
+         R"({"error":{"code":-32000,"data":"why","message":"no"},"id":1,"jsonrpc":"2.0"})"},
+        {"another failure", R"({"jsonrpc":"2.0","id":1,"method":"break"})",
+         R"({"error":{"code":-32603,"message":"broken"},"id":1,"jsonrpc":"2.0"})"},
+        {"unknown method", R"({"jsonrpc":"2.0","id":1,"method":"Echo"})",
+         R"({"error":{"code":-32601,"message":"method not found: Echo"},"id":1,"jsonrpc":"2.0"})"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+            Peer peer(executor);
+            peer.start();
+            co_await peer.far->send(std::string(c.request));
+            const std::string answer = co_await peer.receive();
+            EXPECT_EQ(answer, c.answer);
+            co_await peer.far->close();
+        });
+    }
+}
+
+TEST(JSONRPCConnection, PassesOverWhatIsNoMessageAndGoesOn)
+{
+    const std::string deep = R"({"jsonrpc":"2.0","id":1,"method":"echo","params":)" + std::string(100'000, '[');
+    const struct {
+        std::string line, log;
+    } cases[] = {
+        {"", "skipped a line that is not JSON-RPC (0 bytes)"},
+        {"\xFF\xFE", "skipped a line that is not JSON-RPC (2 bytes)"},
+        {"[]", "skipped a line that is not JSON-RPC (2 bytes)"},
+        {R"({"id":1,"method":"echo"})", "skipped a line that is not JSON-RPC (24 bytes)"},
+        {R"({"jsonrpc":2,"id":1})", "skipped a line that is not JSON-RPC (20 bytes)"},
+        {R"({"jsonrpc":"2.0","id":1,"method":5})", "skipped a line that is not JSON-RPC (35 bytes)"},
+        {R"({"jsonrpc":"2.0","id":0,"error":{"code":1.5,"message":""}})", "skipped a line that is not JSON-RPC (58 bytes)"},
+        {R"({"jsonrpc":"2.0","id":1e999,"method":"echo"})", "skipped a line that is not JSON-RPC (44 bytes)"},
+        {R"({"jsonrpc":"2.0","id":"0","result":1})", "skipped a message with neither a method nor a known id"},
+        {R"({"jsonrpc":"2.0"})", "skipped a message with neither a method nor a known id"},
+        {deep, "skipped a line that is not JSON-RPC (100049 bytes)"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.line.substr(0, 80));
+        LogLines log;
+        runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+            Peer peer(executor);
+            peer.start();
+            co_await peer.far->send(c.line);
+            co_await peer.far->send(R"({"jsonrpc":"2.0","id":2,"method":"echo"})");
+            const std::string answer = co_await peer.receive();
+            EXPECT_EQ(answer, R"({"id":2,"jsonrpc":"2.0","result":null})");
+            co_await peer.far->close();
+        });
+        EXPECT_THAT(log.lines, ElementsAre(c.log));
+    }
+}
+
+TEST(JSONRPCConnection, ANotificationWithANullIdIsHandledInOrder)
+{
+    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        Peer peer(executor);
+        peer.start();
+        co_await peer.far->send(R"({"jsonrpc":"2.0","method":"a","params":{"x":1}})");
+        co_await peer.far->send(R"({"jsonrpc":"2.0","id":null,"method":"b"})");
+        co_await peer.far->send(R"({"jsonrpc":"2.0","id":1,"method":"echo"})");
+        co_await peer.receive();
+        EXPECT_THAT(peer.notifications, ElementsAre(R"(a {"x":1})", "b null"));
+        co_await peer.far->close();
+    });
+}
+
+/// What request() ended with, as text.
+asio::awaitable<std::string> outcome(std::shared_ptr<JSONRPCConnection> connection, JSONValue params)
+{
+    std::string text;
+    try {
+        const JSONValue result = co_await connection->request("ask", std::move(params));
+        text = result.text();
+    } catch (const std::exception& error) {
+        text = "threw " + describe(error);
+    }
+    co_return text;
+}
+
+TEST(JSONRPCConnection, ResumesARequestWithItsAnswer)
+{
+    const struct {
+        std::string_view name, answer, outcome;
+    } cases[] = {
+        {"result", R"({"jsonrpc":"2.0","id":0,"result":{"a":1}})", R"({"a":1})"},
+        {"cut id", R"({"jsonrpc":"2.0","id":0.9,"result":1})", "1"},
+        {"neither", R"({"jsonrpc":"2.0","id":0})", "null"},
+        {"null error", R"({"jsonrpc":"2.0","id":0,"result":2,"error":null})", "2"},
+        {"both", R"({"jsonrpc":"2.0","id":0,"result":1,"error":{"code":-5,"message":"no"}})", "threw no (-5)"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+            Peer peer(executor);
+            peer.start();
+            std::string got;
+            asio::co_spawn(
+                executor, outcome(peer.connection, JSONValue::object({})), [&got](std::exception_ptr, std::string text) {
+                    got = std::move(text);
+                });
+            const std::string line = co_await peer.receive();
+            EXPECT_EQ(line, R"({"id":0,"jsonrpc":"2.0","method":"ask","params":{}})");
+            // Ids that name no request are passed over without harm.
+            co_await peer.far->send(R"({"jsonrpc":"2.0","id":12,"result":1})");
+            co_await peer.far->send(R"({"jsonrpc":"2.0","id":1e300,"result":1})");
+            co_await peer.far->send(std::string(c.answer));
+            co_await peer.far->send(R"({"jsonrpc":"2.0","id":"x","method":"echo"})");
+            co_await peer.receive(); // everything before it has been handled
+            EXPECT_EQ(got, c.outcome);
+            co_await peer.far->close();
+        });
+    }
+}
+
+TEST(JSONRPCConnection, AResultThatJSONCannotHoldIsLoggedAndNotAnswered)
+{
+    LogLines log;
+    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        Peer peer(executor);
+        peer.start();
+        co_await peer.far->send(R"({"jsonrpc":"2.0","id":1,"method":"nan"})");
+        co_await peer.far->send(R"({"jsonrpc":"2.0","id":2,"method":"echo"})");
+        const std::string answer = co_await peer.receive();
+        EXPECT_EQ(answer, R"({"id":2,"jsonrpc":"2.0","result":null})");
+        // A request of that kind throws, sends nothing, and its id isn't used again.
+        const double nan = std::numeric_limits<double>::quiet_NaN();
+        const std::string refused = co_await outcome(peer.connection, nan);
+        EXPECT_EQ(refused, "threw JSON has no form for a number that isn't finite");
+        asio::co_spawn(executor, outcome(peer.connection, 1), asio::detached);
+        const std::string line = co_await peer.receive();
+        EXPECT_EQ(line, R"({"id":1,"jsonrpc":"2.0","method":"ask","params":1})");
+        co_await peer.far->close();
+    });
+    EXPECT_THAT(log.lines, ElementsAre("could not answer nan: JSON has no form for a number that isn't finite"));
+}
+
+TEST(JSONRPCConnection, TheEndOfInputFailsWhatWaitsAndWhatComesAfter)
+{
+    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        Peer peer(executor);
+        peer.start();
+        std::vector<std::string> outcomes;
+        for (int index = 0; index < 3; ++index)
+            asio::co_spawn(
+                executor, outcome(peer.connection, index),
+                [&outcomes](std::exception_ptr, std::string text) { outcomes.push_back(std::move(text)); });
+        co_await peer.receive();
+        co_await peer.far->close();
+        const std::string last = co_await outcome(peer.connection, 3);
+        EXPECT_EQ(last, "threw the connection is closed");
+        EXPECT_EQ(outcomes, std::vector<std::string>(3, "threw the connection is closed"));
+        EXPECT_THROW(peer.connection->notify("late", nullptr), ConnectionError);
+    });
+}
+
+TEST(JSONRPCConnection, WithOnEndTheEndOfInputIsItsDecision)
+{
+    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        Peer peer(executor);
+        peer.start([&peer]() -> asio::awaitable<void> {
+            EXPECT_FALSE(peer.connection->isOpen());
+            peer.connection->fail(ConnectionError::agentExited(3));
+            peer.connection->fail(ConnectionError::closed()); // the first one counts
+            co_return;
+        });
+        std::string waiting;
+        asio::co_spawn(executor, outcome(peer.connection, 0), [&waiting](std::exception_ptr, std::string text) {
+            waiting = std::move(text);
+        });
+        co_await peer.receive();
+        co_await peer.far->close();
+        while (waiting.empty())
+            co_await asio::post(executor, asio::use_awaitable);
+        EXPECT_EQ(waiting, "threw the agent exited with status 3");
+        const std::string later = co_await outcome(peer.connection, 1);
+        EXPECT_EQ(later, "threw the agent exited with status 3");
+    });
+}
+
+TEST(JSONRPCConnection, AFailedWriteReachesItsOwnRequestAlone)
+{
+    LogLines log;
+    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        const auto noPeer = std::make_shared<MemoryTransport>(executor);
+        const auto connection = JSONRPCConnection::make(executor, noPeer, false);
+        connection->start({}, {});
+        connection->notify("lost", nullptr);
+        const std::string failed = co_await outcome(connection, 0);
+        EXPECT_EQ(failed, "threw the connection is closed");
+        EXPECT_TRUE(connection->isOpen());
+        co_await noPeer->close();
+    });
+    EXPECT_THAT(log.lines, ElementsAre("could not send a notification: the connection is closed"));
+}
+
+TEST(JSONRPCConnection, WithTrafficLoggedEveryLineIsShownBothWays)
+{
+    std::vector<std::string> traffic;
+    SystemLog::redirect([&](SystemLog::Level, std::string_view category, std::string_view message) {
+        traffic.push_back(std::string(category) + ": " + std::string(message));
+    });
+    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        const MemoryTransport::Pair ends = MemoryTransport::pair(executor);
+        const auto connection = JSONRPCConnection::make(executor, ends.first, true);
+        connection->start({}, {});
+        connection->notify("hello", nullptr);
+        co_await ends.second->lines().next();
+        co_await ends.second->send("caf\xE9");
+        co_await ends.second->close();
+        co_await connection->flush();
+    });
+    SystemLog::redirect({});
+    EXPECT_THAT(
+        traffic, testing::IsSupersetOf({
+                     std::string("acp: → {\"jsonrpc\":\"2.0\",\"method\":\"hello\",\"params\":null}"),
+                     std::string("acp: ← caf\xEF\xBF\xBD"),
+                 }));
+}
+
+} // namespace
+} // namespace veltry
