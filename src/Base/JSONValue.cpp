@@ -12,23 +12,37 @@ namespace veltry {
 namespace {
 
 constexpr double exactIntegers = 9007199254740992.0; // 2^53
+constexpr std::size_t longestReason = 200; // bytes; the parser's own holds all of a string that it was reading
 
 /// Builds a JSONValue from the parser's events. The containers that are still open stand in `open_`, innermost last.
 class Builder : public nlohmann::json_sax<nlohmann::json> {
 public:
     JSONValue take() { return std::move(root_); }
+
     const std::string& problem() const { return problem_; }
 
+    void refuse(std::string problem) { problem_ = std::move(problem); }
+
     bool null() override { return add(nullptr); }
+
     bool boolean(bool value) override { return add(value); }
+
     bool number_integer(number_integer_t value) override { return add(value); }
+
     bool number_unsigned(number_unsigned_t value) override { return add(value); }
+
     bool number_float(number_float_t value, const string_t& /*text*/) override { return add(value); }
+
     bool string(string_t& value) override { return add(std::move(value)); }
+
     bool binary(binary_t& /*value*/) override { return false; } // no such thing in text
+
     bool start_object(std::size_t /*count*/) override { return push(JSONValue::Object()); }
+
     bool start_array(std::size_t /*count*/) override { return push(JSONValue::Array()); }
+
     bool end_object() override { return pop(); }
+
     bool end_array() override { return pop(); }
 
     bool key(string_t& value) override
@@ -37,10 +51,11 @@ public:
         return true;
     }
 
-    bool parse_error(std::size_t position, const std::string& /*token*/, const nlohmann::detail::exception& error)
-        override
+    bool parse_error(
+        std::size_t position, const std::string& /*token*/, const nlohmann::detail::exception& error) override
     {
-        problem_ = fmt::format("not JSON at byte {}: {}", position, error.what());
+        const std::string_view reason = error.what();
+        refuse(fmt::format("not JSON at byte {}: {}", position, reason.substr(0, longestReason)));
         return false;
     }
 
@@ -63,7 +78,7 @@ private:
     bool push(JSONValue container)
     {
         if (open_.size() == JSONValue::maximumDepth) {
-            problem_ = fmt::format("more than {} levels of arrays and objects", JSONValue::maximumDepth);
+            refuse(fmt::format("more than {} levels of arrays and objects", JSONValue::maximumDepth));
             return false;
         }
         JSONValue& there = place();
@@ -83,6 +98,17 @@ private:
     std::string key_;
     std::string problem_;
 };
+
+/// False if the text isn't JSON; the builder then knows why.
+bool build(std::string_view text, Builder& builder)
+{
+    // The parser takes a NUL byte for the end of the text, whatever follows.
+    if (const std::size_t place = text.find('\0'); place != std::string_view::npos) {
+        builder.refuse(fmt::format("not JSON at byte {}: a NUL byte", place + 1));
+        return false;
+    }
+    return nlohmann::json::sax_parse(text.begin(), text.end(), &builder);
+}
 
 class Writer {
 public:
@@ -129,8 +155,7 @@ private:
         for (std::size_t index = 0; index < string.size(); ++index) {
             const auto byte = static_cast<unsigned char>(string[index]);
             ascii = ascii && byte < 0x80;
-            if (byte >= 0x20 && byte != '"' && byte != '\\' &&
-                (byte != '/' || slashes_ == JSONValue::Slashes::plain))
+            if (byte >= 0x20 && byte != '"' && byte != '\\' && (byte != '/' || slashes_ == JSONValue::Slashes::plain))
                 continue;
             writePlain(string.substr(kept, index - kept), ascii);
             writeEscape(byte);
@@ -234,7 +259,7 @@ const JSONValue* JSONValue::find(std::string_view key) const
 JSONValue JSONValue::parse(std::string_view text)
 {
     Builder builder;
-    if (!nlohmann::json::sax_parse(text.begin(), text.end(), &builder))
+    if (!build(text, builder))
         throw Failure(builder.problem());
     return builder.take();
 }
@@ -242,7 +267,7 @@ JSONValue JSONValue::parse(std::string_view text)
 std::optional<JSONValue> JSONValue::parseIfValid(std::string_view text)
 {
     Builder builder;
-    if (!nlohmann::json::sax_parse(text.begin(), text.end(), &builder))
+    if (!build(text, builder))
         return std::nullopt; // the reason is for parse()
     return builder.take();
 }

@@ -2,8 +2,9 @@
 
 #include <fmt/format.h>
 
-#include <charconv>
 #include <utf8proc.h>
+
+#include <charconv>
 
 namespace veltry::text {
 
@@ -13,7 +14,7 @@ constexpr char32_t replacement = 0xFFFD;
 constexpr std::string_view replacementBytes = "\xEF\xBF\xBD";
 
 struct Decoded {
-    char32_t scalar;   ///< U+FFFD for a malformed sequence
+    char32_t scalar;    ///< U+FFFD for a malformed sequence
     std::size_t length; ///< bytes taken, at least 1
     bool valid;
 };
@@ -43,9 +44,10 @@ Decoded decode(std::string_view bytes)
     const auto lead = static_cast<unsigned char>(bytes[0]);
     if (lead < 0x80)
         return {lead, 1, true};
-    const std::size_t length = lead >= 0xC2 && lead <= 0xDF ? 2 : lead >= 0xE0 && lead <= 0xEF ? 3
-        : lead >= 0xF0 && lead <= 0xF4                      ? 4
-                                                            : 0;
+    const std::size_t length = lead >= 0xC2 && lead <= 0xDF   ? 2
+                               : lead >= 0xE0 && lead <= 0xEF ? 3
+                               : lead >= 0xF0 && lead <= 0xF4 ? 4
+                                                              : 0;
     if (length == 0)
         return {replacement, 1, false};
     auto scalar = static_cast<char32_t>(lead & (0x7F >> length));
@@ -165,14 +167,14 @@ bool isWhiteSpace(char32_t scalar)
         return scalar == ' ' || (scalar >= 0x09 && scalar <= 0x0D);
     const utf8proc_category_t kind = category(scalar);
     return scalar == 0x85 || kind == UTF8PROC_CATEGORY_ZS || kind == UTF8PROC_CATEGORY_ZL ||
-        kind == UTF8PROC_CATEGORY_ZP;
+           kind == UTF8PROC_CATEGORY_ZP;
 }
 
 bool isLetterOrNumber(char32_t scalar)
 {
     const utf8proc_category_t kind = category(scalar);
     return (kind >= UTF8PROC_CATEGORY_LU && kind <= UTF8PROC_CATEGORY_LO) ||
-        (kind >= UTF8PROC_CATEGORY_ND && kind <= UTF8PROC_CATEGORY_NO);
+           (kind >= UTF8PROC_CATEGORY_ND && kind <= UTF8PROC_CATEGORY_NO);
 }
 
 std::string_view trimmed(std::string_view text)
@@ -212,9 +214,9 @@ std::string_view firstCharacters(std::string_view text, std::size_t count)
     std::size_t characters = 0;
     for (std::size_t index = 0; index < text.size();) {
         const Decoded next = decode(text.substr(index));
-        const bool begins = index == 0 ||
-            utf8proc_grapheme_break_stateful(
-                static_cast<utf8proc_int32_t>(previous), static_cast<utf8proc_int32_t>(next.scalar), &state);
+        const bool begins = index == 0 || utf8proc_grapheme_break_stateful(
+                                              static_cast<utf8proc_int32_t>(previous),
+                                              static_cast<utf8proc_int32_t>(next.scalar), &state);
         if (begins && characters++ == count)
             return text.substr(0, index);
         previous = next.scalar;
@@ -249,6 +251,8 @@ std::string joined(std::span<const std::string> pieces, std::string_view separat
 std::string replacingAll(std::string_view text, std::string_view what, std::string_view with)
 {
     std::string result;
+    if (what.empty()) // it would be found everywhere, for ever
+        return result.append(text);
     std::size_t start = 0;
     for (std::size_t at = text.find(what); at != std::string_view::npos; at = text.find(what, start)) {
         result.append(text.substr(start, at - start)).append(with);

@@ -39,6 +39,7 @@ namespace veltry::text {
 /// Pieces between separators, empty ones kept: a text without a separator is one piece.
 [[nodiscard]] std::vector<std::string_view> split(std::string_view text, char separator);
 [[nodiscard]] std::string joined(std::span<const std::string> pieces, std::string_view separator);
+/// Each `what` replaced, from the left; the same text where `what` is empty.
 [[nodiscard]] std::string replacingAll(std::string_view text, std::string_view what, std::string_view with);
 
 /// In double quotes on one line, as the text forms of records show it: a quote, a backslash and control characters are
