@@ -1,0 +1,342 @@
+#include "Experiments/Lab.h"
+
+#include "Base/Text.h"
+#include "Experiments/Spawn.h"
+#include "Experiments/Supervisor.h"
+#include "Experiments/TelemetryLayout.h"
+#include "Platform/FileLock.h"
+#include "Platform/Files.h"
+#include "Platform/ProcessFacts.h"
+#include "Platform/StandardFolders.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <ranges>
+#include <set>
+
+namespace veltry {
+
+namespace {
+
+/// A run this young counts as live without a look at its lock: its supervisor may still be starting.
+constexpr double startingSeconds = 10.0;
+constexpr std::size_t slugLength = 40;
+
+bool isLive(const Run& run)
+{
+    const double age = Date::now().secondsSince2001 - run.createdAt.secondsSince2001;
+    return age <= startingSeconds || Supervisor::isAlive(run);
+}
+
+/// Lower-case ASCII letters and digits, joined by single hyphens.
+std::string slug(std::string_view title)
+{
+    std::string result;
+    for (char c : text::lowercased(title)) {
+        if ((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'))
+            result += c;
+        else if (!result.empty() && result.back() != '-')
+            result += '-';
+    }
+    result.resize(std::min(result.size(), slugLength));
+    while (result.ends_with('-'))
+        result.pop_back();
+    return result.empty() ? "experiment" : result;
+}
+
+std::string_view withoutHashes(std::string_view text)
+{
+    while (text.starts_with('#'))
+        text.remove_prefix(1);
+    while (text.ends_with('#'))
+        text.remove_suffix(1);
+    return text;
+}
+
+LabError gitFailed(const Git::Failure& failure)
+{
+    return {"git_failed", fmt::format("{} failed: {}", failure.command, failure.output)};
+}
+
+std::string branchReference(std::string_view branch)
+{
+    return fmt::format("refs/heads/{}", branch);
+}
+
+} // namespace
+
+Lab::Lab(
+    std::shared_ptr<ProjectStore> openStore, Project served, std::filesystem::path runs, std::filesystem::path executable)
+    : store(std::move(openStore)), project(std::move(served)), runsFolder(std::move(runs)), tools(std::move(executable))
+{
+}
+
+std::filesystem::path Lab::defaultRuns()
+{
+    return StandardFolders::applicationSupport() / "Harrowick Veltry" / "Runs";
+}
+
+Experiment Lab::experiment(std::string_view id) const
+{
+    if (const auto parsed = UUID::parse(id))
+        if (std::optional<Experiment> found = store->experiment(*parsed); found && found->projectID == project.id)
+            return std::move(*found);
+    throw LabError(
+        "experiment_not_found",
+        fmt::format("No experiment {} in this project. Call experiment_tree for the ids.", id));
+}
+
+std::vector<Experiment> Lab::experiments() const
+{
+    return store->experiments(project.id);
+}
+
+std::vector<Run> Lab::reconciledRuns() const
+{
+    std::vector<Run> runs = store->runs(project.id);
+    reconcile(runs);
+    return runs;
+}
+
+Run Lab::run(std::string_view text) const
+{
+    std::optional<Run> found;
+    if (const auto number = text::integer(withoutHashes(text)))
+        found = store->run(*number, project.id);
+    else if (const auto id = UUID::parse(text))
+        found = store->run(*id);
+    if (!found || found->projectID != project.id)
+        throw LabError("run_not_found", fmt::format("No run {} in this project.", text));
+    return std::move(*found);
+}
+
+std::filesystem::path Lab::worktree(const Experiment& experiment) const
+{
+    return project.folders.front() / worktrees / experiment.slug;
+}
+
+bool Lab::isFrozen(const Experiment& experiment) const
+{
+    return std::ranges::any_of(store->runsOfExperiment(experiment.id), &Run::answered);
+}
+
+Experiment Lab::create(const NewNode& node) const
+{
+    const std::string title(text::trimmed(node.title));
+    if (title.empty())
+        throw LabError("title_required", "Give the experiment a title: the idea it tests.");
+    const Git git = repository();
+    if (!git.isRepository())
+        throw LabError(
+            "not_a_repository",
+            fmt::format(
+                "{} is not a git repository. Run `git init` and commit the code first.",
+                project.folders.front().string()));
+
+    std::optional<Experiment> parent;
+    std::optional<std::string> base;
+    std::string command;
+    if (node.parent) {
+        parent = experiment(*node.parent);
+        if (node.runCommand && *node.runCommand != parent->runCommand)
+            throw LabError(
+                "run_command_inherited",
+                fmt::format(
+                    "A child runs its parent's command: {}. Leave run_command out, and change the code on the child's "
+                    "branch instead.",
+                    parent->runCommand));
+        base = git.resolve(branchReference(parent->branch));
+        if (!base)
+            throw LabError(
+                "branch_missing", fmt::format("The parent's branch {} is gone from the repository.", parent->branch));
+        command = parent->runCommand;
+    } else {
+        command = text::trimmed(node.runCommand.value_or(""));
+        if (command.empty())
+            throw LabError(
+                "run_command_required",
+                "A baseline names the run command every node under it runs. Pass run_command.");
+        base = git.resolve("HEAD");
+        if (!base)
+            throw LabError("no_commits", "The repository has no commits. Commit the project's code first.");
+    }
+
+    const std::string name = freeSlug(title);
+    const Experiment made{
+        .id = UUID::random(),
+        .projectID = project.id,
+        .parentID = parent ? std::optional(parent->id) : std::nullopt,
+        .slug = name,
+        .branch = "veltry/" + name,
+        .title = title,
+        .notes = node.notes,
+        .runCommand = command,
+        .archived = false,
+        .conversationID = node.conversation,
+        .createdAt = Date::now()};
+    try {
+        git.excludePrivately("/.veltry/");
+        git.run({"branch", made.branch, *base});
+        git.run({"worktree", "add", "--quiet", worktree(made).string(), made.branch});
+    } catch (const Git::Failure& failure) {
+        throw gitFailed(failure);
+    }
+    store->insertExperiment(made);
+    return made;
+}
+
+/// A slug that no node, no branch and no folder of the worktrees has. What an earlier attempt left behind keeps its slug.
+std::string Lab::freeSlug(std::string_view title) const
+{
+    std::set<std::string> taken;
+    for (Experiment& node : experiments())
+        taken.insert(std::move(node.slug));
+    const std::string wanted = slug(title);
+    const std::filesystem::path folder = project.folders.front() / worktrees;
+    std::string candidate = wanted;
+    for (int suffix = 2; taken.contains(candidate) || Files::exists(folder / candidate) ||
+         repository().resolve(branchReference("veltry/" + candidate));
+         ++suffix)
+        candidate = fmt::format("{}-{}", wanted, suffix);
+    return candidate;
+}
+
+void Lab::setNotes(std::string_view id, std::string_view notes) const
+{
+    store->setNotes(experiment(id).id, notes);
+}
+
+void Lab::setArchived(std::string_view id, bool archived) const
+{
+    store->setArchived(experiment(id).id, archived);
+}
+
+Run Lab::launch(std::string_view id, std::int64_t maxRuns) const
+{
+    const Experiment node = experiment(id);
+    const Run run = admit(node, maxRuns);
+    std::string reason;
+    try {
+        repository().snapshot(run.commit, run.source());
+        startSupervisor(run);
+        return run;
+    } catch (const std::exception& error) {
+        reason = describe(error);
+    }
+    store->finishRun(run.id, Run::Status::failed, std::nullopt, std::nullopt);
+    throw LabError("launch_failed", fmt::format("Run {} could not start: {}", run.number, reason));
+}
+
+/// All that has to hold before a run may exist, and its row. The lock is the kernel's and spans every server of the store,
+/// whichever runs folder it has: between the look and the row nobody else gets in, and two commits in one worktree can't
+/// meet at git's own lock.
+Run Lab::admit(const Experiment& experiment, std::int64_t maxRuns) const
+{
+    const FileLock lock = FileLock::take(store->path().string() + ".launch");
+    checkLimit(maxRuns);
+    const std::vector<Run> runs = store->runsOfExperiment(experiment.id);
+    for (const Run& run : runs | std::views::reverse)
+        if (run.answered())
+            throw LabError(
+                "frozen",
+                fmt::format(
+                    "Run {} answered {}, so its code is fixed. Create a child with create_experiment to try something "
+                    "else.",
+                    run.number, experiment.title));
+    for (const Run& run : runs)
+        if (!run.isFinished())
+            throw LabError(
+                "already_running",
+                fmt::format(
+                    "Run {} of {} is still running. Wait for it with wait_for_runs, or stop it with cancel_run.",
+                    run.number, experiment.title));
+
+    const std::string commit = commitPending(experiment, runs.size());
+    try {
+        static_cast<void>(TelemetryLayout::read(worktree(experiment)));
+    } catch (const TelemetryLayout::Invalid& invalid) {
+        throw LabError(
+            "telemetry_invalid",
+            fmt::format(
+                "telemetry.toml {}. Fix it in the node's worktree and call run_experiment again.",
+                invalid.description()));
+    }
+    const UUID runID = UUID::random();
+    return store->insertRun(runID, experiment, commit, runsFolder / runID.text());
+}
+
+void Lab::checkLimit(std::int64_t maxRuns) const
+{
+    if (maxRuns < 1)
+        return;
+    const std::int64_t live = std::ranges::count_if(store->unfinishedRuns(), isLive);
+    if (live >= maxRuns)
+        throw LabError(
+            "too_many_runs",
+            fmt::format(
+                "{} {} going, and settings.toml allows {} at once. Wait for one with wait_for_runs, or raise "
+                "experiments.max_runs.",
+                live, live == 1 ? "run is" : "runs are", maxRuns));
+}
+
+/// The tip of the node's branch, with what was pending in the worktree committed to it.
+std::string Lab::commitPending(const Experiment& experiment, std::size_t runsSoFar) const
+{
+    const Git git = repository();
+    const std::filesystem::path folder = worktree(experiment);
+    try {
+        if (git.hasChanges(folder))
+            git.commitAll(folder, fmt::format("{}: run {}", experiment.title, runsSoFar + 1));
+    } catch (const Git::Failure& failure) {
+        throw gitFailed(failure);
+    }
+    std::optional<std::string> commit = git.resolve(branchReference(experiment.branch));
+    if (!commit)
+        throw LabError("branch_missing", fmt::format("The branch {} is gone.", experiment.branch));
+    return std::move(*commit);
+}
+
+void Lab::startSupervisor(const Run& run) const
+{
+    const pid_t supervisor = Spawn::start({
+        .executable = tools,
+        .arguments = {"supervise", "--db", store->path().string(), "--run", run.id.text()},
+        .environment = ProcessFacts::environment(),
+        .directory = run.directory,
+        .log = run.directory / "supervisor.log",
+        .group = false,
+    });
+    if (adopt)
+        adopt(supervisor);
+}
+
+Run Lab::cancel(std::string_view text) const
+{
+    Run run = this->run(text);
+    if (run.isFinished())
+        return run;
+    store->requestCancel(run.id);
+    if (run.pid)
+        ChildProcess::terminateGroup(*run.pid);
+    return store->run(run.id).value_or(std::move(run));
+}
+
+void Lab::reconcile() const
+{
+    std::vector<Run> runs = store->runsInFlight(project.id).runs;
+    reconcile(runs);
+}
+
+void Lab::reconcile(std::vector<Run>& runs) const
+{
+    for (Run& run : runs) {
+        if (run.isFinished() || isLive(run))
+            continue;
+        store->finishRun(run.id, Run::Status::failed, std::nullopt, std::nullopt);
+        if (std::optional<Run> fresh = store->run(run.id)) // the supervisor may have been the first to end it
+            run = std::move(*fresh);
+    }
+}
+
+} // namespace veltry

@@ -1,0 +1,36 @@
+#include "Experiments/RunWatch.h"
+
+namespace veltry {
+
+RunWatch::RunWatch(const Lab& lab) : lab_(&lab)
+{
+    ProjectStore::RunLook look = lab.store->runsInFlight(lab.project.id);
+    lab.reconcile(look.runs);
+    for (const Run& run : look.runs)
+        if (!run.isFinished())
+            waiting_.insert(run.id);
+    keepInFlight(std::move(look));
+}
+
+std::vector<Run> RunWatch::finishedSince()
+{
+    ProjectStore::RunLook look = lab_->store->lookAgain(lab_->project.id, inFlight_, lastRowID_);
+    lab_->reconcile(look.runs);
+    std::vector<Run> finished;
+    for (const Run& run : look.runs)
+        if (run.isFinished() && waiting_.erase(run.id) > 0)
+            finished.push_back(run);
+    keepInFlight(std::move(look));
+    return finished;
+}
+
+void RunWatch::keepInFlight(ProjectStore::RunLook look)
+{
+    inFlight_.clear();
+    for (const Run& run : look.runs)
+        if (!run.isFinished())
+            inFlight_.push_back(run.id);
+    lastRowID_ = look.lastRowID;
+}
+
+} // namespace veltry

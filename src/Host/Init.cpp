@@ -1,0 +1,117 @@
+#include "Host/Init.h"
+
+#include "Config/VeltrySettings.h"
+#include "Experiments/Git.h"
+#include "Experiments/Lab.h"
+#include "Platform/Files.h"
+#include "Platform/ProcessFacts.h"
+#include "Projects/ProjectStore.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <ostream>
+
+namespace veltry::Init {
+
+namespace {
+
+/// How the conversation of attached clients is found again.
+constexpr std::string_view conversationTitle = "Attached clients";
+
+std::filesystem::path existingFolder(const std::filesystem::path& folder)
+{
+    std::error_code error;
+    std::filesystem::path real = std::filesystem::canonical(folder, error);
+    if (error)
+        throw Refusal(fmt::format(
+            "There is no folder {}. Make it and commit the project's code in it, or name another: veltry init FOLDER.",
+            folder.string()));
+    if (!Files::isFolder(real))
+        throw Refusal(fmt::format("{} is not a folder. Name the folder of your project.", real.string()));
+    return real;
+}
+
+/// The worktrees of the nodes lie below the repository's top, so that is the project's folder.
+std::filesystem::path repositoryTop(const std::filesystem::path& folder, std::ostream& notes)
+{
+    const std::optional<std::filesystem::path> top = Git(folder).topLevel();
+    if (!top)
+        throw Refusal(fmt::format(
+            "{} is not a git repository. Run `git init` there and commit the project's code, then call veltry init "
+            "again.",
+            folder.string()));
+    const std::string path = top->string();
+    if (const std::size_t node = path.find(fmt::format("/{}/", Lab::worktrees)); node != std::string::npos)
+        throw Refusal(fmt::format(
+            "{} is the worktree of an experiment. Its project is {}.", path, path.substr(0, node)));
+    if (*top != folder)
+        notes << fmt::format("{} lies in the repository {}, whose top is the project's folder.\n", folder.string(), path);
+    return *top;
+}
+
+Project findOrCreate(
+    ProjectStore& store, const std::filesystem::path& top, const std::optional<std::string>& name, std::ostream& notes)
+{
+    for (Project& project : store.projects())
+        if (!project.folders.empty() && project.folders.front() == top) {
+            notes << fmt::format("{} is registered already, as the project {}.\n", top.string(), project.name);
+            return std::move(project);
+        }
+    Project project = store.createProject(name.value_or(""), {top});
+    notes << fmt::format("Registered {} as the project {} in {}.\n", top.string(), project.name, store.path().string());
+    return project;
+}
+
+std::filesystem::path settingsFile(std::ostream& notes)
+{
+    const std::filesystem::path path = std::filesystem::absolute(VeltrySettings::defaultPath());
+    if (!Files::exists(path)) {
+        Files::createFolders(path.parent_path());
+        Files::writeAtomically(path, VeltrySettings::templateText(VeltrySettings()));
+        notes << fmt::format("Wrote the settings to {}.\n", path.string());
+    }
+    return path;
+}
+
+Conversation findOrCreateConversation(ProjectStore& store, const Project& project, const std::string& harness)
+{
+    for (Conversation& conversation : store.conversations(project.id))
+        if (conversation.title == conversationTitle)
+            return std::move(conversation);
+    return store.createConversation(project.id, conversationTitle, harness);
+}
+
+/// What an MCP client wants to know of a server. As JSON, since the default paths hold a blank.
+JSONValue clientConfiguration(
+    const ProjectStore& store, const Project& project, const Conversation& conversation,
+    const std::filesystem::path& settings)
+{
+    const std::filesystem::path tools = ProcessFacts::executable().parent_path() / "veltry-tools";
+    const JSONValue arguments = JSONValue::array(
+        {"mcp", "--db", store.path().string(), "--project", project.id.text(), "--runs", Lab::defaultRuns().string(),
+         "--settings", settings.string(), "--conversation", conversation.id.text()});
+    const JSONValue server = JSONValue::object({{"command", tools.string()}, {"args", arguments}});
+    return JSONValue::object({{"mcpServers", JSONValue::object({{"veltry", server}})}});
+}
+
+} // namespace
+
+void run(const Options& options, std::ostream& out, std::ostream& notes)
+{
+    const std::filesystem::path top = repositoryTop(existingFolder(options.folder), notes);
+    if (!Git(top).resolve("HEAD"))
+        notes << fmt::format(
+            "{} has no commit yet. Commit the project's code before the first experiment: git add --all && git "
+            "commit.\n",
+            top.string());
+    ProjectStore store(options.database.value_or(ProjectStore::defaultPath()));
+    const Project project = findOrCreate(store, top, options.name, notes);
+    const std::filesystem::path settings = settingsFile(notes);
+    const Conversation conversation =
+        findOrCreateConversation(store, project, VeltrySettings::load(settings).defaultAgent);
+    notes << "Give this to your MCP client:\n";
+    out << clientConfiguration(store, project, conversation, settings).prettyText() << '\n';
+}
+
+} // namespace veltry::Init
