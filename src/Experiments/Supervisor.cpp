@@ -1,0 +1,141 @@
+#include "Experiments/Supervisor.h"
+
+#include "Base/JSONValue.h"
+#include "Base/Text.h"
+#include "Experiments/RunLogStamper.h"
+#include "Experiments/Spawn.h"
+#include "Platform/FileLock.h"
+#include "Platform/Files.h"
+#include "Platform/ProcessFacts.h"
+
+#include <fmt/format.h>
+
+#include <fcntl.h>
+
+namespace veltry::Supervisor {
+
+namespace {
+
+std::filesystem::path lockFile(const Run& run)
+{
+    return run.directory / "supervisor.lock";
+}
+
+ChildProcess::Environment environment(const Run& run)
+{
+    ChildProcess::Environment variables = ProcessFacts::environment();
+    variables["HARROWICK_RESULT_PATH"] = run.resultFile().string();
+    variables["HARROWICK_TELEMETRY_PATH"] = run.telemetryFile().string();
+    variables["HARROWICK_RUN"] = std::to_string(run.number);
+    return variables;
+}
+
+void startIfPossible(RunLog::Stamper& stamper)
+{
+    try {
+        stamper.start();
+    } catch (const std::exception&) { // the run goes on and has no line times
+    }
+}
+
+pid_t startShell(const Run& run)
+{
+    return Spawn::start(
+        {.executable = Spawn::loginShell(),
+         .arguments = {"-l", "-c", run.command},
+         .environment = environment(run),
+         .directory = run.source(),
+         .log = run.log(),
+         .group = true});
+}
+
+Run::Status finalStatus(bool cancelRequested, std::int32_t exitNumber)
+{
+    if (cancelRequested)
+        return Run::Status::cancelled;
+    return exitNumber == 0 ? Run::Status::succeeded : Run::Status::failed;
+}
+
+/// The file's bytes, as many as tell whether there are too many. Whatever isn't a plain file counts as unreadable: a
+/// pipe that the run left there would hold us up for ever.
+std::optional<std::string> readStart(const std::filesystem::path& path)
+{
+    const FileDescriptor file = Files::tryOpen(path, O_RDONLY | O_NONBLOCK);
+    if (!file || !Files::isPlain(file))
+        return std::nullopt;
+    try {
+        return Files::readAt(file, 0, resultLimit + 1);
+    } catch (const Error&) {
+        return std::nullopt; // it counts as not there
+    }
+}
+
+} // namespace
+
+void supervise(const UUID& id, ProjectStore& store)
+{
+    std::optional<Run> run = store.run(id);
+    if (!run || run->status != Run::Status::queued)
+        return;
+    const std::optional<FileLock> lock = FileLock::tryTake(lockFile(*run));
+    if (!lock)
+        return;
+    // Another supervisor may have carried the run to its end between the look at the row and the lock.
+    run = store.run(id);
+    if (!run || run->status != Run::Status::queued)
+        return;
+
+    // However this scope is left, the stamper stops first, with its last look at the log, and then the lock is free.
+    RunLog::Stamper stamper(run->log());
+    startIfPossible(stamper);
+    pid_t shell = -1;
+    try {
+        shell = startShell(*run);
+    } catch (const Spawn::Failure& failure) {
+        note(fmt::format("Veltry could not start the run: {}", failure.description()), run->log());
+        store.finishRun(id, Run::Status::failed, std::nullopt, std::nullopt);
+        return;
+    }
+    store.markRunning(
+        id, shell); // if it fails nobody waits for the shell, and the row is failed when the lock is missed
+    const std::int32_t exitNumber = Spawn::wait(shell);
+    const std::optional<std::string> result = readResult(*run);
+    const Run fresh = store.run(id).value_or(*run);
+    store.finishRun(id, finalStatus(fresh.cancelRequested, exitNumber), exitNumber, result);
+}
+
+bool isAlive(const Run& run) noexcept
+{
+    return FileLock::isHeld(lockFile(run));
+}
+
+std::optional<std::string> readResult(const Run& run)
+{
+    const std::optional<std::string> bytes = readStart(run.resultFile());
+    if (!bytes)
+        return std::nullopt;
+    if (bytes->size() <= resultLimit) {
+        const std::optional<JSONValue> value = JSONValue::parseIfValid(*bytes);
+        if (value && value->object())
+            return std::string(text::trimmed(text::repaired(*bytes)));
+    }
+    note(
+        fmt::format(
+            "Veltry: {} is not one JSON object of 64 KiB or less, so the run has no result.",
+            run.resultFile().filename().string()),
+        run.log());
+    return std::nullopt;
+}
+
+void note(std::string_view line, const std::filesystem::path& log) noexcept
+{
+    try {
+        if (const FileDescriptor file = Files::tryOpen(log, O_WRONLY | O_APPEND | O_NONBLOCK))
+            Files::writeAll(file, fmt::format("\n{}\n", line), log.string());
+        else
+            Files::writeAtomically(log, fmt::format("{}\n", line));
+    } catch (const std::exception&) { // the log is for the reader's comfort; the row tells how the run ended
+    }
+}
+
+} // namespace veltry::Supervisor
