@@ -48,8 +48,14 @@ public:
         const Path wal = appending(store, "-wal");
         std::error_code unknown;
         const std::uintmax_t size = std::filesystem::file_size(wal, unknown);
-        if (!unknown && size > 0)
+        if (unknown || size == 0)
+            return;
+        try {
             Files::copy(wal, copy_);
+        } catch (const SystemError&) {
+            Files::remove(copy_); // half of it, perhaps
+            throw;
+        }
     }
 
     WALSnapshot(const WALSnapshot&) = delete;

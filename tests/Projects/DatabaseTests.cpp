@@ -1,0 +1,154 @@
+#include "Projects/Database.h"
+#include "StoreProcesses.h"
+#include "Support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sqlite3.h>
+
+#include <thread>
+
+namespace veltry::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class DatabaseTest : public testing::Test {
+protected:
+    DatabaseTest() { execute(path, "CREATE TABLE t (a, b); INSERT INTO t VALUES (1, 'one')"); }
+
+    /// The failure of a statement in a body of `read` or `write`.
+    template <typename Body>
+    DatabaseError failureOf(Body body)
+    {
+        try {
+            body();
+        } catch (const DatabaseError& failure) {
+            return failure;
+        }
+        ADD_FAILURE() << "nothing was thrown";
+        return DatabaseError(0, "");
+    }
+
+    TemporaryFolder folder;
+    std::filesystem::path path = folder / "store";
+    Database database{path, std::chrono::milliseconds(50)};
+};
+
+TEST_F(DatabaseTest, TellsWhatFailed)
+{
+    const DatabaseError failure = failureOf([&] {
+        database.write([](Connection& c) { c.execute("CREATE UNIQUE INDEX i ON t (a)"); });
+        database.write([](Connection& c) { c.execute("INSERT INTO t VALUES (?, ?)", 1, "again"); });
+    });
+    EXPECT_EQ(failure.extendedCode, SQLITE_CONSTRAINT_UNIQUE);
+    EXPECT_EQ(failure.primaryCode(), SQLITE_CONSTRAINT);
+    EXPECT_EQ(
+        failure.description(),
+        "SQLite error 19: UNIQUE constraint failed: t.a - while executing `INSERT INTO t VALUES (?, ?)`");
+    EXPECT_EQ(failure.arguments, (std::vector<DatabaseError::Argument>{std::int64_t{1}, std::string("again")}));
+    EXPECT_EQ(DatabaseError(SQLITE_BUSY, "database is locked").description(), "SQLite error 5: database is locked");
+}
+
+TEST_F(DatabaseTest, RefusesBadStatements)
+{
+    const struct {
+        std::string_view name, sql;
+        int code;
+    } cases[] = {
+        {"double quotes aren't for texts", R"(SELECT * FROM t WHERE b = "one")", SQLITE_ERROR},
+        {"an argument too few", "INSERT INTO t VALUES (?, 2); DELETE FROM t WHERE a = ?", SQLITE_MISUSE},
+        {"an argument too many", "DELETE FROM t", SQLITE_MISUSE},
+    };
+
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const bool isText = c.code == SQLITE_ERROR;
+        const DatabaseError failure = failureOf([&] {
+            database.write(
+                [&](Connection& connection) { isText ? connection.execute(c.sql) : connection.execute(c.sql, 1); });
+        });
+        EXPECT_EQ(failure.primaryCode(), c.code);
+        EXPECT_THAT(rows(path, "SELECT b FROM t"), ElementsAre("one"));
+    }
+}
+
+TEST_F(DatabaseTest, ReadsWriteNothingAndAFailureLeavesNoTrace)
+{
+    const auto insert = [](Connection& connection) { connection.execute("INSERT INTO t VALUES (2, 'two')"); };
+    EXPECT_EQ(failureOf([&] { database.read(insert); }).primaryCode(), SQLITE_READONLY);
+    EXPECT_THROW(
+        database.write([&](Connection& connection) {
+            insert(connection);
+            throw std::runtime_error("in the middle");
+        }),
+        std::runtime_error);
+    EXPECT_THAT(rows(path, "SELECT b FROM t"), ElementsAre("one"));
+    database.write(insert); // neither left a transaction or query_only behind
+    EXPECT_THAT(rows(path, "SELECT b FROM t"), ElementsAre("one", "two"));
+}
+
+TEST_F(DatabaseTest, SpreadsArgumentsOverSeveralStatements)
+{
+    database.write([](Connection& connection) {
+        connection.execute(
+            "INSERT INTO t VALUES (?, ?); /* two */ INSERT INTO t VALUES (?, ?); ",
+            UUID::parse("5e0b6d5c-1c4e-4e6e-9e4e-2b8b8b8b8b8b"), Date{1.5}, std::optional<std::string>(),
+            Blob{std::string_view("\0x", 2)});
+    });
+    EXPECT_THAT(
+        rows(path, "SELECT typeof(a) || ' ' || coalesce(a, '') || ' ' || typeof(b) || ' ' || hex(b) FROM t"),
+        ElementsAre(
+            "integer 1 text 6F6E65", "text 5E0B6D5C-1C4E-4E6E-9E4E-2B8B8B8B8B8B real 312E35", "null  blob 0078"));
+}
+
+TEST_F(DatabaseTest, SeesOneSnapshotAndSchemaChangesOfOthers)
+{
+    const auto names = [](Connection& c) { return c.texts("SELECT b FROM t ORDER BY a"); };
+    database.read([&](Connection& connection) {
+        EXPECT_THAT(names(connection), ElementsAre("one"));
+        execute(path, "INSERT INTO t VALUES (2, 'two')");
+        EXPECT_THAT(names(connection), ElementsAre("one"));
+    });
+    execute(path, "ALTER TABLE t ADD COLUMN c DEFAULT 7; INSERT INTO t VALUES (3, 'three', 8)");
+    database.read([&](Connection& connection) {
+        EXPECT_THAT(names(connection), ElementsAre("one", "two", "three"));
+        Statement row = connection.query("SELECT * FROM t");
+        ASSERT_TRUE(row.step());
+        EXPECT_EQ(row.integer(row.column("C")), 7);
+        EXPECT_EQ(failureOf([&] { static_cast<void>(row.column("d")); }).message, "no such column: d");
+    });
+}
+
+TEST_F(DatabaseTest, WaitsForAnotherWriterOnlyForItsTime)
+{
+    Database other(path);
+    other.write([&](Connection&) {
+        const DatabaseError failure = failureOf([&] { database.write([](Connection&) {}); });
+        EXPECT_EQ(
+            failure.description(), "SQLite error 5: database is locked - while executing "
+                                   "`BEGIN IMMEDIATE TRANSACTION`");
+        EXPECT_EQ(database.read([](Connection& c) { return c.firstInteger("SELECT count(*) FROM t"); }), 1);
+    });
+    database.write([](Connection&) {});
+}
+
+TEST_F(DatabaseTest, ThreadsTakeTurns)
+{
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < 4; ++thread)
+        threads.emplace_back([&] {
+            for (int round = 0; round < 50; ++round)
+                database.write([](Connection& connection) {
+                    const std::int64_t next = connection.firstInteger("SELECT max(a) + 1 FROM t").value();
+                    connection.execute("INSERT INTO t VALUES (?, 'more')", next);
+                });
+        });
+    threads.clear();
+    EXPECT_THAT(rows(path, "SELECT count(DISTINCT a) || ' ' || max(a) FROM t"), ElementsAre("201 201"));
+}
+
+} // namespace
+} // namespace veltry::test

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "Projects/Database.h"
+#include "Projects/ProjectStore.h"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace veltry::test {
+
+/// Starts `count` processes that open the store at the same moment, and waits for them. With an experiment each one
+/// also inserts `runs` runs of it. Returns what the failed ones said.
+[[nodiscard]] std::vector<std::string> inProcesses(
+    int count, const std::filesystem::path& store, const Experiment* experiment = nullptr, int runs = 0);
+
+/// An experiment of the project that isn't in the store yet.
+[[nodiscard]] Experiment makeExperiment(const UUID& projectID, const std::string& slug);
+
+/// Runs statements on the store's file from outside.
+template <typename... Arguments>
+void execute(const std::filesystem::path& store, std::string_view sql, const Arguments&... arguments)
+{
+    Database(store).withConnection([&](Connection& connection) { connection.execute(sql, arguments...); });
+}
+
+/// The rows of a query from outside, their columns parted by "|" as the sqlite3 shell does it.
+[[nodiscard]] std::vector<std::string> rows(
+    const std::filesystem::path& store, const std::string& sql, int columns = 1);
+
+} // namespace veltry::test
