@@ -6,12 +6,34 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
+#include <thread>
+
 namespace veltry {
+
+namespace {
+
+/// Takes the lock if nobody holds it. Those who only ask hold it shared for an instant, and are no reason to give up: a
+/// supervisor would never begin its run because another process looked at that moment.
+bool lockUnlessHeld(const FileDescriptor& file) noexcept
+{
+    constexpr int attempts = 10'000; // each is lost to another asker
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        if (::flock(file.get(), LOCK_EX | LOCK_NB) == 0)
+            return true;
+        if (::flock(file.get(), LOCK_SH | LOCK_NB) != 0)
+            return false;
+        ::flock(file.get(), LOCK_UN);
+        std::this_thread::yield();
+    }
+    return false;
+}
+
+} // namespace
 
 std::optional<FileLock> FileLock::tryTake(const std::filesystem::path& path)
 {
     FileDescriptor file = Files::tryOpen(path, O_RDWR | O_CREAT);
-    if (!file || ::flock(file.get(), LOCK_EX | LOCK_NB) != 0)
+    if (!file || !lockUnlessHeld(file))
         return std::nullopt;
     return FileLock(std::move(file));
 }

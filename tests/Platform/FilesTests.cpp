@@ -1,0 +1,133 @@
+#include "Platform/Files.h"
+#include "Platform/SystemError.h"
+#include "Support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <iterator>
+#include <string>
+
+namespace veltry {
+namespace {
+
+mode_t modeOf(const std::filesystem::path& path)
+{
+    struct stat status{};
+    ::stat(path.c_str(), &status);
+    return status.st_mode & 07777;
+}
+
+std::ptrdiff_t entries(const std::filesystem::path& folder)
+{
+    return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
+}
+
+TEST(Files, writesAtomicallyAndKeepsTheMode)
+{
+    const test::TemporaryFolder folder;
+    const auto path = folder / "file";
+    Files::writeAtomically(path, "one");
+    EXPECT_EQ(modeOf(path), 0644U);
+    ::chmod(path.c_str(), 0600);
+    const FileDescriptor old = Files::open(path, O_RDONLY);
+    Files::writeAtomically(path, "two");
+    EXPECT_EQ(Files::read(path), "two");
+    EXPECT_EQ(Files::readAt(old, 0, 10), "one") << "who reads the old file goes on reading it";
+    EXPECT_EQ(modeOf(path), 0600U);
+    EXPECT_EQ(entries(folder.path()), 1);
+}
+
+TEST(Files, writesAtomicallyThroughALink)
+{
+    const test::TemporaryFolder folder;
+    Files::createFolders(folder / "elsewhere");
+    Files::writeAtomically(folder / "elsewhere" / "file", "one");
+    std::filesystem::create_symlink("elsewhere/file", folder / "link");
+    Files::writeAtomically(folder / "link", "two");
+    EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
+    EXPECT_EQ(Files::read(folder / "elsewhere" / "file"), "two");
+}
+
+TEST(Files, aFailedAtomicWriteLeavesEverythingAsItWas)
+{
+    const test::TemporaryFolder folder;
+    const auto path = folder / "file";
+    Files::writeAtomically(path, "old");
+    Files::createFolders(folder / "folder");
+    EXPECT_THROW(Files::writeAtomically(folder / "folder", "new"), SystemError);
+    EXPECT_THROW(Files::writeAtomically(folder / "missing" / "file", "new"), SystemError);
+
+    // A file size limit stands in for a full disk: it fails in the middle.
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit small{.rlim_cur = 1000, .rlim_max = before.rlim_max};
+    ::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    EXPECT_THROW(Files::writeAtomically(path, std::string(5000, 'a')), SystemError);
+    ::setrlimit(RLIMIT_FSIZE, &before);
+    ::signal(SIGXFSZ, SIG_DFL);
+
+    EXPECT_EQ(Files::read(path), "old");
+    EXPECT_EQ(entries(folder.path()), 2) << "a temporary file stayed behind";
+}
+
+TEST(Files, readsWhatHasNoSize)
+{
+    EXPECT_THAT(Files::read("/proc/self/status"), ::testing::HasSubstr("Pid:"));
+    const test::TemporaryFolder folder;
+    EXPECT_EQ(Files::readIfPossible(folder.path()), std::nullopt);
+    EXPECT_EQ(Files::readIfPossible(folder / "missing"), std::nullopt);
+    try {
+        static_cast<void>(Files::read(folder / "missing"));
+        FAIL() << "not refused";
+    } catch (const SystemError& error) {
+        EXPECT_EQ(
+            error.description(), "could not open " + (folder / "missing").string() + ": No such file or directory");
+    }
+}
+
+TEST(Files, readsPieces)
+{
+    const test::TemporaryFolder folder;
+    Files::writeAtomically(folder / "file", "0123456789");
+    const FileDescriptor file = Files::open(folder / "file", O_RDONLY);
+    EXPECT_EQ(Files::size(file), 10U);
+    EXPECT_EQ(Files::readAt(file, 3, 4), "3456");
+    EXPECT_EQ(Files::readAt(file, 8, 4), "89");
+    EXPECT_EQ(Files::readAt(file, 10, 4), "");
+}
+
+TEST(Files, makesFoldersButNotOverFiles)
+{
+    const test::TemporaryFolder folder;
+    Files::createFolders(folder / "a" / "b");
+    Files::createFolders(folder / "a" / "b");
+    EXPECT_TRUE(Files::isFolder(folder / "a" / "b"));
+    Files::writeAtomically(folder / "file", "");
+    EXPECT_THROW(Files::createFolders(folder / "file"), SystemError);
+    EXPECT_THROW(Files::createFolders(folder / "file" / "c"), SystemError);
+}
+
+TEST(Files, movesAndRemoves)
+{
+    const test::TemporaryFolder folder;
+    Files::writeAtomically(folder / "a", "a");
+    Files::move(folder / "a", folder / "b");
+    EXPECT_FALSE(Files::exists(folder / "a"));
+    Files::copy(folder / "b", folder / "c");
+    EXPECT_THROW(Files::move(folder / "a", folder / "d"), SystemError);
+    EXPECT_TRUE(Files::remove(folder / "b"));
+    EXPECT_FALSE(Files::remove(folder / "b"));
+    EXPECT_EQ(Files::read(folder / "c"), "a");
+    std::filesystem::create_symlink("nowhere", folder / "link");
+    EXPECT_TRUE(Files::exists(folder / "link"));
+}
+
+} // namespace
+} // namespace veltry
