@@ -32,7 +32,11 @@ struct Stamper::Work {
     {
     }
 
-    void look() noexcept;
+    /// Stamps what is new up to `size`.
+    void look(std::uint64_t size) noexcept;
+
+    void look() noexcept { look(Files::size(reader)); }
+
     void follow(const std::stop_token& stop) noexcept;
 
     FileDescriptor reader;
@@ -42,12 +46,11 @@ struct Stamper::Work {
     std::vector<char> buffer; // made when there is something to read
 };
 
-void Stamper::Work::look() noexcept
+void Stamper::Work::look(std::uint64_t size) noexcept
 {
+    if (size <= scanner.offset())
+        return;
     try {
-        const std::uint64_t size = Files::size(reader);
-        if (size <= scanner.offset())
-            return;
         const Date seen = Date::now();
         buffer.resize(pieceSize);
         while (scanner.offset() < size) {
@@ -92,10 +95,12 @@ void Stamper::stop() noexcept
 {
     if (!work_)
         return;
+    // Taken now, and not when the look that goes on has ended: a process that prints on may be faster than we are.
+    const std::uint64_t size = Files::size(work_->reader);
     thread_.request_stop();
     work_->watch.wake();
     thread_.join();
-    work_->look();
+    work_->look(size);
     work_.reset();
 }
 

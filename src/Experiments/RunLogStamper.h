@@ -30,8 +30,8 @@ public:
     /// Called once. Throws SystemError, or std::system_error for want of a thread, and then nothing is left open.
     void start();
 
-    /// Looks once more and closes everything; returns when the thread has ended. Before start() or after a failed one,
-    /// and at a second call, it does nothing.
+    /// Looks once more, at what the log holds now, and closes everything; returns when the thread has ended. Before
+    /// start() or after a failed one, and at a second call, it does nothing.
     void stop() noexcept;
 
 private:
