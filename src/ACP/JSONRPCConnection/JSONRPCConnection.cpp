@@ -58,7 +58,7 @@ void JSONRPCConnection::start(Notifications notifications, Requests requests, On
     requests_ = std::move(requests);
     onEnd_ = std::move(onEnd);
     asio::co_spawn(executor_, write(weak_from_this(), transport_, outbox_, logsTraffic_), asio::detached);
-    asio::co_spawn(executor_, read(), asio::detached);
+    asio::co_spawn(executor_, read(shared_from_this()), asio::detached);
 }
 
 asio::awaitable<JSONValue> JSONRPCConnection::request(std::string method, JSONValue params)
@@ -136,23 +136,22 @@ void JSONRPCConnection::writeFailed(const Outgoing& item, const std::exception_p
         waiter->fail(failure);
 }
 
-asio::awaitable<void> JSONRPCConnection::read()
+asio::awaitable<void> JSONRPCConnection::read(std::shared_ptr<JSONRPCConnection> self)
 {
-    const auto self = shared_from_this();
     try {
-        while (std::optional<std::string> line = co_await transport_->lines().next()) {
-            if (logsTraffic_)
+        while (std::optional<std::string> line = co_await self->transport_->lines().next()) {
+            if (self->logsTraffic_)
                 logTraffic("←", *line);
-            co_await handle(std::move(*line));
+            co_await self->handle(std::move(*line));
         }
     } catch (const std::exception& error) {
         logFailure("transport failed: " + veltry::describe(error));
     }
-    inputEnded_ = true;
-    if (onEnd_)
-        co_await onEnd_();
+    self->inputEnded_ = true;
+    if (self->onEnd_)
+        co_await self->onEnd_();
     else
-        fail(ConnectionError::closed());
+        self->fail(ConnectionError::closed());
 }
 
 asio::awaitable<void> JSONRPCConnection::handle(std::string line)
@@ -167,7 +166,7 @@ asio::awaitable<void> JSONRPCConnection::handle(std::string line)
         co_return;
     }
     if (message->id) {
-        asio::co_spawn(executor_, answer(std::move(*message)), asio::detached);
+        asio::co_spawn(executor_, answer(shared_from_this(), std::move(*message)), asio::detached);
         co_return;
     }
     try {
@@ -178,23 +177,22 @@ asio::awaitable<void> JSONRPCConnection::handle(std::string line)
     }
 }
 
-asio::awaitable<void> JSONRPCConnection::answer(Envelope request)
+asio::awaitable<void> JSONRPCConnection::answer(std::shared_ptr<JSONRPCConnection> self, Envelope request)
 {
-    const auto self = shared_from_this();
     Envelope reply;
     reply.id = std::move(request.id);
     try {
         JSONValue params = std::move(request.params).value_or(nullptr);
-        reply.result = co_await requests_(*request.method, std::move(params));
+        reply.result = co_await self->requests_(*request.method, std::move(params));
     } catch (const JSONRPCError& error) {
         reply.error = error;
     } catch (const std::exception& error) {
         reply.error = JSONRPCError::internal(veltry::describe(error));
     }
-    if (failure_)
+    if (self->failure_)
         co_return;
     try {
-        outbox_->push({.line = reply.line(), .id = std::nullopt, .flushed = nullptr});
+        self->outbox_->push({.line = reply.line(), .id = std::nullopt, .flushed = nullptr});
     } catch (const JSONValue::Failure& error) {
         logFailure(fmt::format("could not answer {}: {}", *request.method, error.description()));
     }

@@ -75,9 +75,10 @@ private:
         std::shared_ptr<Outbox> outbox, bool logsTraffic);
     void writeFailed(const Outgoing& item, const std::exception_ptr& failure);
 
-    [[nodiscard]] asio::awaitable<void> read();
+    // Tasks of their own get the connection as an argument, since a task begins later than it is made.
+    [[nodiscard]] static asio::awaitable<void> read(std::shared_ptr<JSONRPCConnection> self);
     [[nodiscard]] asio::awaitable<void> handle(std::string line);
-    [[nodiscard]] asio::awaitable<void> answer(Envelope request);
+    [[nodiscard]] static asio::awaitable<void> answer(std::shared_ptr<JSONRPCConnection> self, Envelope request);
     void resume(const Envelope& response);
     [[nodiscard]] std::shared_ptr<Waiter> takeWaiter(std::int64_t id);
 

@@ -37,7 +37,7 @@ std::shared_ptr<PipeTransport> PipeTransport::make(
     const asio::any_io_executor& executor, FileDescriptor reading, FileDescriptor writing)
 {
     std::shared_ptr<PipeTransport> transport(new PipeTransport(executor, std::move(reading), std::move(writing)));
-    asio::co_spawn(executor, transport->readLines(), asio::detached);
+    asio::co_spawn(executor, readLines(transport), asio::detached);
     return transport;
 }
 
@@ -72,16 +72,15 @@ asio::awaitable<void> PipeTransport::close()
     co_return;
 }
 
-asio::awaitable<void> PipeTransport::readLines()
+asio::awaitable<void> PipeTransport::readLines(std::shared_ptr<PipeTransport> self)
 {
-    const auto self = shared_from_this();
     try {
         do
-            co_await inputReady();
-        while (!lines_.hasEnded() && readChunk());
-        lines_.finish();
+            co_await self->inputReady();
+        while (!self->lines_.hasEnded() && self->readChunk());
+        self->lines_.finish();
     } catch (const std::exception&) {
-        lines_.fail(std::current_exception());
+        self->lines_.fail(std::current_exception());
     }
 }
 

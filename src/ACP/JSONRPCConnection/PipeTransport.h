@@ -18,7 +18,7 @@ namespace veltry {
 /// whenever there is some. A last line without a line feed is dropped. A line that fits a pipe goes out at once; a peer
 /// that reads slowly is served by a thread and holds up nobody. The process ignores SIGPIPE, so that a peer that went
 /// away shows as a failed send().
-class PipeTransport final : public LineTransport, public std::enable_shared_from_this<PipeTransport> {
+class PipeTransport final : public LineTransport {
 public:
     /// Begins to read at once. Throws SystemError.
     [[nodiscard]] static std::shared_ptr<PipeTransport> make(
@@ -32,7 +32,7 @@ public:
 private:
     PipeTransport(const asio::any_io_executor& executor, FileDescriptor reading, FileDescriptor writing);
 
-    [[nodiscard]] asio::awaitable<void> readLines();
+    [[nodiscard]] static asio::awaitable<void> readLines(std::shared_ptr<PipeTransport> self);
     [[nodiscard]] asio::awaitable<void> inputReady();
     [[nodiscard]] bool readChunk();
 
