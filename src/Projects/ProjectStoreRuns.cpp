@@ -132,7 +132,7 @@ ProjectStore::RunLook ProjectStore::lookAgain(
             if (std::optional<Run> run = runWithID(connection, id))
                 look.runs.push_back(std::move(*run));
         }
-        std::ranges::stable_sort(look.runs, {}, &Run::number);
+        std::ranges::sort(look.runs, {}, &Run::number);
         return look;
     });
 }

@@ -1,4 +1,4 @@
-#include "StoreProcesses.h"
+#include "StoreSupport.h"
 #include "Support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -47,6 +47,14 @@ TEST_F(ExperimentTest, ReadsBackWhatItWrote)
     child.archived = true;
     EXPECT_EQ(store.experiment(child.id), child);
     EXPECT_EQ(experimentFromJSON(toJSON(child)), child);
+
+    try {
+        store.setNotes(UUID::parse("5e0b6d5c-1c4e-4e6e-9e4e-2b8b8b8b8b8b").value(), "of nothing");
+        FAIL() << "nothing was thrown";
+    } catch (const ExperimentStoreError& failure) {
+        EXPECT_EQ(failure.id, "5E0B6D5C-1C4E-4E6E-9E4E-2B8B8B8B8B8B");
+    }
+    EXPECT_THROW(store.setArchived(UUID::random(), true), ExperimentStoreError);
 }
 
 TEST_F(ExperimentTest, ConstraintsRefuse)
@@ -67,30 +75,10 @@ TEST_F(ExperimentTest, ConstraintsRefuse)
 
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        try {
-            insert(c.experiment);
-            ADD_FAILURE() << "it was inserted";
-        } catch (const DatabaseError& failure) {
-            EXPECT_EQ(failure.extendedCode, c.code);
-        }
+        EXPECT_EQ(failureOf([&] { insert(c.experiment); }).extendedCode, c.code);
     }
     EXPECT_NO_THROW(insert(makeExperiment(store.createProject("q", {"/q"}).id, "slug")));
     EXPECT_THAT(store.experiments(project), ElementsAre(first));
-}
-
-TEST_F(ExperimentTest, UpdatesTellWhatIsNotThere)
-{
-    const UUID unknown = UUID::random();
-    const auto idOf = [&](auto update) {
-        try {
-            update();
-        } catch (const ExperimentStoreError& failure) {
-            return failure.id;
-        }
-        return std::string("nothing was thrown");
-    };
-    EXPECT_EQ(idOf([&] { store.setNotes(unknown, "x"); }), unknown.text());
-    EXPECT_EQ(idOf([&] { store.setArchived(unknown, true); }), unknown.text());
 }
 
 TEST_F(ExperimentTest, AChildOutlivesItsParentAsARoot)

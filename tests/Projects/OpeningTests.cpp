@@ -3,7 +3,7 @@
 #include "Platform/SystemLog.h"
 #include "Projects/Migrations.h"
 #include "Projects/ProjectStore.h"
-#include "StoreProcesses.h"
+#include "StoreSupport.h"
 #include "Support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -119,12 +119,7 @@ TEST_F(OpeningTest, ReplacesOnlyWhatCannotBeRead)
         const TemporaryFolder own;
         const std::filesystem::path file = own / "s.db";
         Files::writeAtomically(file, c.bytes);
-        try {
-            ProjectStore store(file);
-            FAIL() << "it was opened";
-        } catch (const DatabaseError& failure) {
-            EXPECT_EQ(failure.primaryCode(), c.code);
-        }
+        EXPECT_EQ(failureOf([&] { ProjectStore store(file); }).primaryCode(), c.code);
         EXPECT_TRUE(Files::read(file) == c.bytes);
 
         const ProjectStore::Opened opened = ProjectStore::openOrReplace(file);

@@ -1,4 +1,4 @@
-#include "StoreProcesses.h"
+#include "StoreSupport.h"
 #include "Support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>

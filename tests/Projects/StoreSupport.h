@@ -3,6 +3,8 @@
 #include "Projects/Database.h"
 #include "Projects/ProjectStore.h"
 
+#include <gtest/gtest.h>
+
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -22,6 +24,19 @@ template <typename... Arguments>
 void execute(const std::filesystem::path& store, std::string_view sql, const Arguments&... arguments)
 {
     Database(store).withConnection([&](Connection& connection) { connection.execute(sql, arguments...); });
+}
+
+/// The failure that a body must throw.
+template <typename Body>
+[[nodiscard]] DatabaseError failureOf(Body body)
+{
+    try {
+        body();
+    } catch (const DatabaseError& failure) {
+        return failure;
+    }
+    ADD_FAILURE() << "nothing was thrown";
+    return DatabaseError(0, "");
 }
 
 /// The rows of a query from outside, their columns parted by "|" as the sqlite3 shell does it.

@@ -1,4 +1,4 @@
-#include "StoreProcesses.h"
+#include "StoreSupport.h"
 
 #include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
