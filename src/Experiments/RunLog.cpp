@@ -16,23 +16,36 @@ namespace veltry::RunLog {
 
 namespace {
 
-constexpr std::size_t pieceSize = 128 * 1024;
+constexpr std::size_t pieceSize = 64 * 1024;
 constexpr std::uint64_t bytesForEachLine = 400;
 constexpr std::uint64_t bytesBesides = 4096;
 
 /// The records of a side file from the first one that may matter, read in pieces.
 class StampReader {
 public:
-    /// Finds the first record whose offset isn't below `first`. A side file that can't be read has no records.
-    StampReader(const std::filesystem::path& sideFile, std::uint64_t first)
+    /// Finds the first record whose offset isn't below `first`, where `expected` records are thought to follow. A side
+    /// file that can't be read has no records.
+    StampReader(const std::filesystem::path& sideFile, std::uint64_t first, std::uint64_t expected)
         : file_(Files::tryOpen(sideFile, O_RDONLY | O_NONBLOCK))
     {
+        const auto isBefore = [&](std::uint64_t index) {
+            const std::optional<Stamp> stamp = Stamp::parse(read(index, 1));
+            return stamp && stamp->offset < first; // a damaged record is none to rely on: the search goes further back
+        };
+        const std::uint64_t count = Files::size(file_) / Stamp::length;
         std::uint64_t low = 0;
-        std::uint64_t high = Files::size(file_) / Stamp::length;
+        std::uint64_t high = count;
+        // From the end backwards in growing steps, so that the cost doesn't grow with the file, and then by bisection.
+        for (std::uint64_t step = expected + 1; step < count; step *= 2) {
+            if (isBefore(count - step)) {
+                low = count - step + 1;
+                break;
+            }
+            high = count - step;
+        }
         while (low < high) {
             const std::uint64_t middle = low + (high - low) / 2;
-            const std::optional<Stamp> stamp = Stamp::parse(read(middle, 1));
-            if (stamp && stamp->offset < first)
+            if (isBefore(middle))
                 low = middle + 1;
             else
                 high = middle;
@@ -173,7 +186,7 @@ std::vector<Line> tail(const std::filesystem::path& log, std::int64_t count)
         const std::vector<std::size_t> starts = lastStarts(chunk, base == 0, wanted);
         if (starts.empty())
             return {};
-        return lines(chunk, base, starts, StampReader(times(log), base + starts.front()));
+        return lines(chunk, base, starts, StampReader(times(log), base + starts.front(), starts.size()));
     } catch (const std::exception&) {
         return {}; // no such log, a folder in its place, more lines than memory holds
     }

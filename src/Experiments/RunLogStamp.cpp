@@ -33,10 +33,36 @@ std::optional<std::uint64_t> unsignedInteger(std::string_view text)
     return number;
 }
 
+/// The number if nothing but digits stands there, at most 19 of them; nothing otherwise.
+std::optional<std::uint64_t> digits(std::string_view text)
+{
+    std::uint64_t number = 0;
+    for (const char digit : text) {
+        if (digit < '0' || digit > '9')
+            return std::nullopt;
+        number = number * 10 + static_cast<std::uint64_t>(digit - '0');
+    }
+    return number;
+}
+
+/// A record exactly as appendTo() writes it, which nearly all are.
+std::optional<Stamp> parseOrdinary(std::string_view record)
+{
+    if (record.size() != Stamp::length || record[offsetDigits] != ' ' || record.back() != '\n')
+        return std::nullopt;
+    const auto offset = digits(record.substr(0, offsetDigits));
+    const auto milliseconds = digits(record.substr(offsetDigits + 1, timeDigits));
+    if (!offset || !milliseconds)
+        return std::nullopt;
+    return Stamp{.offset = *offset, .milliseconds = static_cast<std::int64_t>(*milliseconds)};
+}
+
 } // namespace
 
 std::optional<Stamp> Stamp::parse(std::string_view record)
 {
+    if (const std::optional<Stamp> stamp = parseOrdinary(record))
+        return stamp;
     const std::string repaired = text::repaired(record);
     std::vector<std::string_view> pieces = text::split(repaired, ' ');
     std::erase_if(pieces, [](std::string_view piece) { return piece.empty(); });

@@ -19,7 +19,7 @@ namespace veltry::RunLog {
 
 namespace {
 
-constexpr std::size_t pieceSize = 128 * 1024;
+constexpr std::size_t pieceSize = 64 * 1024;
 constexpr std::chrono::milliseconds longestSleep{1000};
 /// A run that prints in tiny writes costs a look for each millisecond, the unit of the times, and not for each write.
 constexpr std::chrono::milliseconds betweenLooks{1};
