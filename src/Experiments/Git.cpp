@@ -48,6 +48,15 @@ std::string stripped(std::string_view output)
     return std::string(text::trimmed(text::repaired(output)));
 }
 
+bool hasIdentity(const Git& git, const std::filesystem::path& in)
+{
+    try {
+        return !git.run({"config", "user.email"}, in).empty();
+    } catch (const Git::Failure&) {
+        return false; // no value is an exit status of 1
+    }
+}
+
 } // namespace
 
 std::string Git::Failure::description() const
@@ -129,12 +138,7 @@ void Git::commitAll(const std::filesystem::path& in, const std::string& message)
 {
     run({"add", "--all"}, in);
     Arguments arguments;
-    bool known = false;
-    try {
-        known = !run({"config", "user.email"}, in).empty();
-    } catch (const Failure&) { // no value is an exit status of 1
-    }
-    if (!known)
+    if (!hasIdentity(*this, in))
         arguments = {"-c", fallbackName, "-c", fallbackEmail};
     for (const char* argument : {"commit", "--quiet", "--no-verify", "-m"})
         arguments.emplace_back(argument);

@@ -16,7 +16,7 @@ namespace veltry::RunLog {
 
 namespace {
 
-constexpr std::size_t pieceSize = 64 * 1024;
+constexpr std::size_t pieceSize = 65536;
 constexpr std::uint64_t bytesForEachLine = 400;
 constexpr std::uint64_t bytesBesides = 4096;
 
@@ -165,8 +165,7 @@ void stampWhole(const std::filesystem::path& log, Date start, double seconds)
         });
         if (piece.size() < pieceSize)
             writer.flush();
-        if (writer.failure())
-            throw *writer.failure();
+        writer.throwFailure();
     } while (piece.size() == pieceSize);
 }
 

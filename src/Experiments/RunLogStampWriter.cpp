@@ -1,6 +1,7 @@
 #include "Experiments/RunLogStampWriter.h"
 
 #include "Platform/Files.h"
+#include "Platform/SystemError.h"
 
 #include <fcntl.h>
 
@@ -29,15 +30,18 @@ void StampWriter::flush() noexcept
 {
     try {
         Files::writeAll(file_, held_, name_);
-    } catch (const SystemError& error) { // a full disk, most often
-        try {
-            Files::truncate(file_, Files::size(file_) / Stamp::length * Stamp::length, name_);
-        } catch (const SystemError&) { // nothing more can be done about it
-        }
+    } catch (const SystemError&) { // a full disk, most often
         if (!failure_)
-            failure_ = error;
+            failure_ = std::current_exception();
+        Files::truncate(file_, Files::size(file_) / Stamp::length * Stamp::length);
     }
     held_.clear();
+}
+
+void StampWriter::throwFailure() const
+{
+    if (failure_)
+        std::rethrow_exception(failure_);
 }
 
 } // namespace veltry::RunLog

@@ -2,10 +2,9 @@
 
 #include "Experiments/RunLogStamp.h"
 #include "Platform/FileDescriptor.h"
-#include "Platform/SystemError.h"
 
+#include <exception>
 #include <filesystem>
-#include <optional>
 #include <string>
 
 namespace veltry::RunLog {
@@ -24,14 +23,14 @@ public:
     /// Writes what is held.
     void flush() noexcept;
 
-    /// The first failure to write, if there was one.
-    [[nodiscard]] const std::optional<SystemError>& failure() const { return failure_; }
+    /// Throws the first failure to write, a SystemError, if there was one.
+    void throwFailure() const;
 
 private:
     FileDescriptor file_;
     std::string name_;
     std::string held_;
-    std::optional<SystemError> failure_;
+    std::exception_ptr failure_;
 };
 
 } // namespace veltry::RunLog

@@ -7,19 +7,21 @@
 #include "Platform/FileDescriptor.h"
 #include "Platform/FileWatch.h"
 #include "Platform/Files.h"
+#include "Platform/SystemError.h"
 
 #include <fcntl.h>
 
 #include <algorithm>
 #include <chrono>
 #include <span>
+#include <string_view>
 #include <vector>
 
 namespace veltry::RunLog {
 
 namespace {
 
-constexpr std::size_t pieceSize = 64 * 1024;
+constexpr std::size_t pieceSize = 65536;
 constexpr std::chrono::milliseconds longestSleep{1000};
 /// A run that prints in tiny writes costs a look for each millisecond, the unit of the times, and not for each write.
 constexpr std::chrono::milliseconds betweenLooks{1};
@@ -38,31 +40,36 @@ struct Stamper::Work {
     void look() noexcept { look(Files::size(reader)); }
 
     void follow(const std::stop_token& stop) noexcept;
+    /// What comes next in the log.
+    [[nodiscard]] std::string_view read(std::uint64_t atMost) noexcept;
 
     FileDescriptor reader;
     StampWriter writer;
     FileWatch watch;
     LineScanner scanner;
-    std::vector<char> buffer; // made when there is something to read
+    std::vector<char> buffer = std::vector<char>(pieceSize);
 };
 
 void Stamper::Work::look(std::uint64_t size) noexcept
 {
-    if (size <= scanner.offset())
-        return;
-    try {
-        const Date seen = Date::now();
-        buffer.resize(pieceSize);
-        while (scanner.offset() < size) {
-            const std::size_t wanted = std::min<std::uint64_t>(buffer.size(), size - scanner.offset());
-            const std::size_t got = Files::readInto(std::span(buffer).first(wanted), reader, scanner.offset());
-            if (got == 0)
-                break; // cut short meanwhile
-            scanner.scan({buffer.data(), got}, [&](std::uint64_t offset) { writer.add(Stamp::at(offset, seen)); });
-        }
-    } catch (const std::exception&) { // it couldn't be read: the next look begins where this one ended
+    const Date seen = Date::now();
+    while (scanner.offset() < size) {
+        const std::string_view piece = read(size - scanner.offset());
+        if (piece.empty())
+            break; // cut short meanwhile, or unreadable: the next look begins where this one ended
+        scanner.scan(piece, [&](std::uint64_t offset) { writer.add(Stamp::at(offset, seen)); });
     }
     writer.flush();
+}
+
+std::string_view Stamper::Work::read(std::uint64_t atMost) noexcept
+{
+    const std::size_t wanted = std::min<std::uint64_t>(buffer.size(), atMost);
+    try {
+        return {buffer.data(), Files::readInto(std::span(buffer).first(wanted), reader, scanner.offset())};
+    } catch (const SystemError&) {
+        return {};
+    }
 }
 
 void Stamper::Work::follow(const std::stop_token& stop) noexcept

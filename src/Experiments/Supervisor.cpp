@@ -34,7 +34,8 @@ void startIfPossible(RunLog::Stamper& stamper)
 {
     try {
         stamper.start();
-    } catch (const std::exception&) { // the run goes on and has no line times
+    } catch (const std::exception&) {
+        return; // the run goes on and has no line times
     }
 }
 
@@ -134,7 +135,8 @@ void note(std::string_view line, const std::filesystem::path& log) noexcept
             Files::writeAll(file, fmt::format("\n{}\n", line), log.string());
         else
             Files::writeAtomically(log, fmt::format("{}\n", line));
-    } catch (const std::exception&) { // the log is for the reader's comfort; the row tells how the run ended
+    } catch (const std::exception&) {
+        return; // the log is for the reader's comfort; the row tells how the run ended
     }
 }
 

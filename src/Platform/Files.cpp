@@ -154,10 +154,9 @@ void writeAll(const FileDescriptor& file, std::string_view bytes, std::string_vi
     }
 }
 
-void truncate(const FileDescriptor& file, std::uint64_t size, std::string_view what)
+bool truncate(const FileDescriptor& file, std::uint64_t size) noexcept
 {
-    if (::ftruncate(file.get(), static_cast<off_t>(size)) != 0)
-        throw SystemError("could not cut " + std::string(what));
+    return ::ftruncate(file.get(), static_cast<off_t>(size)) == 0;
 }
 
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes)

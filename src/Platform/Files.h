@@ -33,8 +33,8 @@ namespace veltry::Files {
 
 /// Writes all of it, however many calls that takes. `what` names the file in the error.
 void writeAll(const FileDescriptor& file, std::string_view bytes, std::string_view what);
-/// Cuts an open file to `size` bytes. `what` names the file in the error.
-void truncate(const FileDescriptor& file, std::uint64_t size, std::string_view what);
+/// Cuts an open file to `size` bytes; true if it could be done.
+bool truncate(const FileDescriptor& file, std::uint64_t size) noexcept;
 /// Replaces the contents in one step: a reader sees the old file or the new one, and a failure leaves the old one. The
 /// mode of a file that is there is kept; a link is followed, and stays a link.
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes);
