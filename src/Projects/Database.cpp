@@ -171,7 +171,8 @@ Transaction::~Transaction()
             connection_.execute("ROLLBACK TRANSACTION");
         if (kind_ == Kind::reading)
             connection_.execute("PRAGMA query_only = 0");
-    } catch (const DatabaseError&) { // the failure that led here is on its way to the caller
+    } catch (const DatabaseError&) {
+        return; // the failure that led here is on its way to the caller
     }
 }
 

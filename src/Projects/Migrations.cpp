@@ -194,7 +194,8 @@ public:
     {
         try {
             connection_.execute("PRAGMA foreign_keys = ON");
-        } catch (const DatabaseError&) { // the opening fails with what led here
+        } catch (const DatabaseError&) {
+            return; // the opening fails with what led here
         }
     }
 

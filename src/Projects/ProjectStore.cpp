@@ -123,7 +123,7 @@ std::filesystem::path ProjectStore::defaultPath()
     return StandardFolders::applicationSupport() / "Harrowick Veltry" / "veltry.sqlite";
 }
 
-ProjectStore::ProjectStore(Path file) : path_(madeAbsolute(file))
+ProjectStore::ProjectStore(const Path& file) : path_(madeAbsolute(file))
 {
     Files::createFolders(path_.parent_path());
     database_ = std::make_unique<Database>(path_);

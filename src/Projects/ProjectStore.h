@@ -68,7 +68,7 @@ public:
     /// Opens or makes the store, with its folder, and migrates it. A relative path is made absolute. Several processes
     /// may do so at the same moment. Throws SystemError, DatabaseError, and ProjectStoreError for a newer version's
     /// file, which is left as it is, as a damaged one is.
-    explicit ProjectStore(std::filesystem::path path);
+    explicit ProjectStore(const std::filesystem::path& path);
     ProjectStore(const ProjectStore&) = delete;
     ProjectStore& operator=(const ProjectStore&) = delete;
     ~ProjectStore();

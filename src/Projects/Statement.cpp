@@ -4,6 +4,7 @@
 
 #include <sqlite3.h>
 
+#include <cstring>
 #include <limits>
 
 namespace veltry {
@@ -101,9 +102,9 @@ int Statement::column(std::string_view name) const
 {
     const int count = sqlite3_column_count(handle_.get());
     for (int index = 0; index < count; ++index) {
-        const std::string_view candidate = sqlite3_column_name(handle_.get(), index);
-        if (candidate.size() == name.size() &&
-            sqlite3_strnicmp(candidate.data(), name.data(), static_cast<int>(name.size())) == 0)
+        const char* candidate = sqlite3_column_name(handle_.get(), index);
+        if (candidate && std::strlen(candidate) == name.size() &&
+            sqlite3_strnicmp(candidate, name.data(), static_cast<int>(name.size())) == 0) // NOLINT: the size is given
             return index;
     }
     throw DatabaseError(SQLITE_ERROR, "no such column: " + std::string(name), sqlite3_sql(handle_.get()));
