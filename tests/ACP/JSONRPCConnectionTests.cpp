@@ -1,5 +1,4 @@
 #include "ACP/JSONRPCConnection/JSONRPCConnection.h"
-
 #include "ACP/JSONRPCConnection/MemoryTransport.h"
 #include "Platform/SystemLog.h"
 #include "Support/RunOnExecutor.h"
@@ -26,8 +25,10 @@ public:
                 lines.emplace_back(message);
         });
     }
+
     LogLines(const LogLines&) = delete;
     LogLines& operator=(const LogLines&) = delete;
+
     ~LogLines() { SystemLog::redirect({}); }
 
     std::vector<std::string> lines;
@@ -80,10 +81,13 @@ TEST(JSONRPCConnection, AnswersEveryRequestUnderItsOwnId)
     const struct {
         std::string_view name, request, answer;
     } cases[] = {
-        {"number", R"({"jsonrpc":"2.0","id":7,"method":"echo","params":[1]})", R"({"id":7,"jsonrpc":"2.0","result":[1]})"},
+        {"number", R"({"jsonrpc":"2.0","id":7,"method":"echo","params":[1]})",
+         R"({"id":7,"jsonrpc":"2.0","result":[1]})"},
         {"text", R"({"jsonrpc":"2.0","id":"a/b","method":"echo"})", R"({"id":"a/b","jsonrpc":"2.0","result":null})"},
-        {"any value", R"({"jsonrpc":"1","id":{"x":[]},"method":"echo"})", R"({"id":{"x":[]},"jsonrpc":"2.0","result":null})"},
-        {"carriage return", "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"echo\"}\r", R"({"id":1,"jsonrpc":"2.0","result":null})"},
+        {"any value", R"({"jsonrpc":"1","id":{"x":[]},"method":"echo"})",
+         R"({"id":{"x":[]},"jsonrpc":"2.0","result":null})"},
+        {"carriage return", "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"echo\"}\r",
+         R"({"id":1,"jsonrpc":"2.0","result":null})"},
         {"error with data", R"({"jsonrpc":"2.0","id":1,"method":"fail"})",
          R"({"error":{"code":-32000,"data":"why","message":"no"},"id":1,"jsonrpc":"2.0"})"},
         {"another failure", R"({"jsonrpc":"2.0","id":1,"method":"break"})",
@@ -91,6 +95,7 @@ TEST(JSONRPCConnection, AnswersEveryRequestUnderItsOwnId)
         {"unknown method", R"({"jsonrpc":"2.0","id":1,"method":"Echo"})",
          R"({"error":{"code":-32601,"message":"method not found: Echo"},"id":1,"jsonrpc":"2.0"})"},
     };
+
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
@@ -107,6 +112,7 @@ TEST(JSONRPCConnection, AnswersEveryRequestUnderItsOwnId)
 TEST(JSONRPCConnection, PassesOverWhatIsNoMessageAndGoesOn)
 {
     const std::string deep = R"({"jsonrpc":"2.0","id":1,"method":"echo","params":)" + std::string(100'000, '[');
+
     const struct {
         std::string line, log;
     } cases[] = {
@@ -116,12 +122,14 @@ TEST(JSONRPCConnection, PassesOverWhatIsNoMessageAndGoesOn)
         {R"({"id":1,"method":"echo"})", "skipped a line that is not JSON-RPC (24 bytes)"},
         {R"({"jsonrpc":2,"id":1})", "skipped a line that is not JSON-RPC (20 bytes)"},
         {R"({"jsonrpc":"2.0","id":1,"method":5})", "skipped a line that is not JSON-RPC (35 bytes)"},
-        {R"({"jsonrpc":"2.0","id":0,"error":{"code":1.5,"message":""}})", "skipped a line that is not JSON-RPC (58 bytes)"},
+        {R"({"jsonrpc":"2.0","id":0,"error":{"code":1.5,"message":""}})",
+         "skipped a line that is not JSON-RPC (58 bytes)"},
         {R"({"jsonrpc":"2.0","id":1e999,"method":"echo"})", "skipped a line that is not JSON-RPC (44 bytes)"},
         {R"({"jsonrpc":"2.0","id":"0","result":1})", "skipped a message with neither a method nor a known id"},
         {R"({"jsonrpc":"2.0"})", "skipped a message with neither a method nor a known id"},
         {deep, "skipped a line that is not JSON-RPC (100049 bytes)"},
     };
+
     for (const auto& c : cases) {
         SCOPED_TRACE(c.line.substr(0, 80));
         LogLines log;
@@ -176,6 +184,7 @@ TEST(JSONRPCConnection, ResumesARequestWithItsAnswer)
         {"null error", R"({"jsonrpc":"2.0","id":0,"result":2,"error":null})", "2"},
         {"both", R"({"jsonrpc":"2.0","id":0,"result":1,"error":{"code":-5,"message":"no"}})", "threw no (-5)"},
     };
+
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
@@ -183,9 +192,8 @@ TEST(JSONRPCConnection, ResumesARequestWithItsAnswer)
             peer.start();
             std::string got;
             asio::co_spawn(
-                executor, outcome(peer.connection, JSONValue::object({})), [&got](std::exception_ptr, std::string text) {
-                    got = std::move(text);
-                });
+                executor, outcome(peer.connection, JSONValue::object({})),
+                [&got](std::exception_ptr, std::string text) { got = std::move(text); });
             const std::string line = co_await peer.receive();
             EXPECT_EQ(line, R"({"id":0,"jsonrpc":"2.0","method":"ask","params":{}})");
             // Ids that name no request are passed over without harm.

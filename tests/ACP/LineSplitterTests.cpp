@@ -10,15 +10,19 @@ using testing::ElementsAreArray;
 
 TEST(LineSplitter, GivesTheSameLinesHoweverTheInputIsCut)
 {
-    const std::string input = "first\n\nGr\xC3\xB6\xC3\x9F""e\r\nlast\nrest";
-    const std::vector<std::string> lines = {"first", "", "Gr\xC3\xB6\xC3\x9F""e\r", "last"};
+    const std::string input = "first\n\nGr\xC3\xB6\xC3\x9F"
+                              "e\r\nlast\nrest";
+    const std::vector<std::string> lines = {
+        "first", "",
+        "Gr\xC3\xB6\xC3\x9F"
+        "e\r",
+        "last"};
     for (std::size_t one = 0; one <= input.size(); ++one)
         for (std::size_t two = one; two <= input.size(); ++two) {
             SCOPED_TRACE(testing::Message() << "cut at " << one << " and " << two);
             LineSplitter splitter;
             std::vector<std::string> got;
-            for (const std::string& chunk :
-                 {input.substr(0, one), input.substr(one, two - one), input.substr(two)})
+            for (const std::string& chunk : {input.substr(0, one), input.substr(one, two - one), input.substr(two)})
                 for (std::string& line : splitter.add(chunk))
                     got.push_back(std::move(line));
             EXPECT_THAT(got, ElementsAreArray(lines));

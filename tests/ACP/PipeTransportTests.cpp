@@ -1,6 +1,5 @@
-#include "ACP/JSONRPCConnection/PipeTransport.h"
-
 #include "ACP/JSONRPCConnection/ConnectionError.h"
+#include "ACP/JSONRPCConnection/PipeTransport.h"
 #include "Platform/Files.h"
 #include "Platform/SystemError.h"
 #include "Support/Eventually.h"
@@ -10,8 +9,9 @@
 #include <asio/detached.hpp>
 #include <gmock/gmock.h>
 
-#include <csignal>
 #include <fcntl.h>
+
+#include <csignal>
 #include <thread>
 
 namespace veltry {
@@ -92,8 +92,8 @@ TEST(PipeTransport, APeerThatReadsSlowlyHoldsUpNeitherReadingNorOtherWork)
     runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
         Ends ends(executor);
         bool sent = false;
-        const auto sendAll = [](std::shared_ptr<PipeTransport> transport, std::string line, bool& done)
-            -> asio::awaitable<void> {
+        const auto sendAll = [](std::shared_ptr<PipeTransport> transport, std::string line,
+                                bool& done) -> asio::awaitable<void> {
             co_await transport->send(std::move(line));
             co_await transport->send("behind");
             done = true;
@@ -133,7 +133,8 @@ TEST(PipeTransport, ClosingResumesASendThatWaitsForItsPeer)
             }
         };
         asio::co_spawn(executor, sendLarge(ends.transport, failed), asio::detached);
-        asio::steady_timer pause(executor, std::chrono::milliseconds(20)); // lets the write begin; either way it must end
+        asio::steady_timer pause(
+            executor, std::chrono::milliseconds(20)); // lets the write begin; either way it must end
         co_await pause.async_wait(asio::use_awaitable);
         co_await ends.transport->close();
         const std::optional<std::string> line = co_await ends.transport->lines().next();

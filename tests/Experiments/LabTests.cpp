@@ -1,5 +1,4 @@
 #include "Experiments/Lab.h"
-
 #include "Platform/Files.h"
 #include "Support/Eventually.h"
 #include "Support/TestLab.h"
@@ -31,6 +30,7 @@ std::string refusal(Work work)
 TEST(Lab, NamesBranchesAfterTitles)
 {
     const TestLab test;
+
     const struct {
         std::string title, slug;
     } cases[] = {
@@ -46,6 +46,7 @@ TEST(Lab, NamesBranchesAfterTitles)
         {"left behind", "left-behind-2"},
         {"in the way", "in-the-way-2"},
     };
+
     test.repository.git({"branch", "veltry/left-behind"});
     test.repository.write(".veltry/worktrees/in-the-way", "a file");
     for (const auto& c : cases) {
@@ -66,6 +67,7 @@ TEST(Lab, RefusesANodeThatCannotBe)
     const Experiment orphan = test.baseline("true", "Orphan");
     test.repository.git({"worktree", "remove", "--force", test.lab.worktree(orphan).string()});
     test.repository.git({"branch", "-D", orphan.branch});
+
     const struct {
         std::string name;
         Lab::NewNode node;
@@ -80,12 +82,14 @@ TEST(Lab, RefusesANodeThatCannotBe)
          "experiment_not_found: No experiment nobody in this project. Call experiment_tree for the ids."},
         {"a command of its own",
          {"A", "", parent.id.text(), "python3 train.py ", {}},
-         "run_command_inherited: A child runs its parent's command: python3 train.py. Leave run_command out, and change "
+         "run_command_inherited: A child runs its parent's command: python3 train.py. Leave run_command out, and "
+         "change "
          "the code on the child's branch instead."},
         {"the parent's branch is gone",
          {"A", "", orphan.id.text(), {}, {}},
          "branch_missing: The parent's branch veltry/orphan is gone from the repository."},
     };
+
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(refusal([&] { return test.lab.create(c.node); }), c.error);
@@ -124,7 +128,8 @@ TEST(Lab, AChildBeginsWithWhatItsParentCommitted)
 TEST(Lab, ARunSeesTheCommittedFilesAndFreezesItsNodeWithItsResult)
 {
     const TestLab test;
-    const Experiment node = test.baseline("cat data.txt; pwd; test ! -e ignored; cp data.txt \"$HARROWICK_RESULT_PATH\"");
+    const Experiment node =
+        test.baseline("cat data.txt; pwd; test ! -e ignored; cp data.txt \"$HARROWICK_RESULT_PATH\"");
     test.write(node, ".gitignore", "ignored\n");
     test.write(node, "ignored", "not to be seen");
     test.write(node, "data.txt", " {\"loss\": 1}\n");
@@ -177,11 +182,11 @@ TEST(Lab, TheLimitCountsLiveRunsOfAllProjects)
     const TestLab test;
     const Experiment node = test.baseline("sleep 60");
     const test::Repository other;
-    const Lab elsewhere(
-        test.store, test.store->createProject("Q", {other.path()}), test.runs(), test::toolsProgram());
+    const Lab elsewhere(test.store, test.store->createProject("Q", {other.path()}), test.runs(), test::toolsProgram());
     const Experiment foreign = elsewhere.create({"Foreign", "", {}, "true", {}});
     const UUID young = UUID::random();
-    test.store->insertRun(young, foreign, "commit", test.runs() / young.text()); // no supervisor, but it may be starting
+    test.store->insertRun(
+        young, foreign, "commit", test.runs() / young.text()); // no supervisor, but it may be starting
 
     EXPECT_EQ(
         refusal([&] { return test.lab.launch(node.id.text(), 1); }),
@@ -238,10 +243,13 @@ TEST(Lab, FindsARunByNumberOrIdWithinItsProject)
     const TestLab test;
     const Experiment node = test.baseline("true");
     const auto run = test.insertFinished(node);
-    for (const std::string& text : {std::string("1"), std::string("#1"), std::string("#1#"), std::string("+1"), run.id.text()})
+    for (const std::string& text :
+         {std::string("1"), std::string("#1"), std::string("#1#"), std::string("+1"), run.id.text()})
         EXPECT_EQ(test.lab.run(text), run) << text;
     for (const char* text : {"#", "2", "1.0", " 1", "", "99999999999999999999"})
-        EXPECT_EQ(refusal([&] { return test.lab.run(text); }), std::string("run_not_found: No run ") + text + " in this project.");
+        EXPECT_EQ(
+            refusal([&] { return test.lab.run(text); }),
+            std::string("run_not_found: No run ") + text + " in this project.");
 
     const Lab other(test.store, test.store->createProject("Q", {"/q"}), test.runs(), test::toolsProgram());
     EXPECT_THAT(refusal([&] { return other.run(run.id.text()); }), HasSubstr("run_not_found"));

@@ -1,5 +1,4 @@
 #include "Experiments/RunWatch.h"
-
 #include "Support/TestLab.h"
 
 #include <gmock/gmock.h>

@@ -6,8 +6,8 @@
 
 namespace veltry::test {
 
-/// Looks again and again until the condition holds; false if it doesn't within the time. The time is long, since it only
-/// passes whole where a test fails.
+/// Looks again and again until the condition holds; false if it doesn't within the time. The time is long, since it
+/// only passes whole where a test fails.
 template <std::predicate Condition>
 [[nodiscard]] bool eventually(Condition condition, std::chrono::seconds limit = std::chrono::seconds(30))
 {

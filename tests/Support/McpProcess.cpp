@@ -4,10 +4,11 @@
 #include "Platform/ProcessFacts.h"
 #include "Support/Eventually.h"
 
-#include <csignal>
 #include <poll.h>
-#include <stdexcept>
 #include <unistd.h>
+
+#include <csignal>
+#include <stdexcept>
 
 namespace veltry::test {
 

@@ -14,6 +14,7 @@ public:
     ~TemporaryFolder();
 
     [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
     [[nodiscard]] std::filesystem::path operator/(std::string_view name) const { return path_ / name; }
 
 private:

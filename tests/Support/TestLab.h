@@ -15,6 +15,7 @@ namespace veltry::test {
 class TestLab {
 public:
     TestLab() : TestLab(Repository::Options{}) {}
+
     explicit TestLab(Repository::Options options);
     /// Ends the runs that still go and waits for their supervisors.
     ~TestLab();
@@ -22,11 +23,14 @@ public:
     TestLab& operator=(const TestLab&) = delete;
 
     [[nodiscard]] std::filesystem::path database() const { return folder_ / "veltry.sqlite"; }
+
     [[nodiscard]] std::filesystem::path runs() const { return folder_ / "Runs"; }
+
     [[nodiscard]] std::filesystem::path operator/(std::string_view name) const { return folder_ / name; }
 
     /// The arguments of a server for this project.
     [[nodiscard]] std::vector<std::string> serverArguments() const;
+
     [[nodiscard]] McpProcess serve() const { return McpProcess(serverArguments()); }
 
     /// A baseline with that command.

@@ -1,0 +1,132 @@
+#include "Config/VeltrySettings.h"
+#include "Host/Init.h"
+#include "Platform/Files.h"
+#include "Projects/ProjectStore.h"
+#include "Support/McpProcess.h"
+#include "Support/Repository.h"
+
+#include <gmock/gmock.h>
+
+namespace veltry {
+namespace {
+
+using test::Repository;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+/// `veltry init` with an application-support folder of its own.
+class InitTest : public testing::Test {
+protected:
+    ChildProcess::Output init(std::vector<std::string> arguments, const std::filesystem::path& directory = "/") const
+    {
+        arguments.insert(arguments.begin(), "init");
+        return test::runProgram(
+            test::hostProgram(), arguments,
+            {{"XDG_DATA_HOME", data_.path().string()}, {"VELTRY_DATABASE_PATH", database().string()}}, directory);
+    }
+
+    std::filesystem::path database() const { return data_ / "a store.sqlite"; }
+
+    std::filesystem::path settings() const { return data_ / "Harrowick Veltry/settings.toml"; }
+
+    test::TemporaryFolder data_;
+};
+
+TEST_F(InitTest, RegistersARepositoryAndPrintsABlockThatAClientCanUse)
+{
+    const Repository repository;
+    const ChildProcess::Output output = init({repository.path().string(), "--name", " Digits "});
+    EXPECT_EQ(output.exitNumber, 0) << output.error;
+    EXPECT_THAT(output.error, HasSubstr("Registered " + repository.path().string() + " as the project Digits"));
+
+    const JSONValue block = JSONValue::parse(output.output);
+    const JSONValue& server = *block.find("mcpServers")->find("veltry");
+    EXPECT_EQ(*server.find("command")->string(), test::toolsProgram().string());
+    std::vector<std::string> arguments;
+    for (const JSONValue& argument : *server.find("args")->array())
+        arguments.push_back(*argument.string());
+    test::McpProcess client(arguments);
+    EXPECT_THAT(client.call("experiment_tree"), StartsWith("The tree is empty."));
+
+    EXPECT_EQ(VeltrySettings::load(settings()), VeltrySettings());
+    ProjectStore store(database());
+    const std::vector<Conversation> conversations = store.conversations(store.projects().at(0).id);
+    ASSERT_EQ(conversations.size(), 1u);
+    EXPECT_EQ(conversations[0].harness, "Claude Code");
+    EXPECT_EQ(arguments.back(), conversations[0].id.text());
+}
+
+TEST_F(InitTest, ASecondCallFindsEverythingAgainAndKeepsWhatThePersonWrote)
+{
+    const Repository repository;
+    repository.write("sub/file", "");
+    Files::createFolders(settings().parent_path());
+    Files::writeAtomically(settings(), "# mine\n[agents]\ndefault = \"Codex\"\n");
+    const std::string first = init({}, repository.path()).output;
+    const ChildProcess::Output second = init({"sub", "--name", "Other"}, repository.path());
+    EXPECT_EQ(second.output, first);
+    EXPECT_THAT(second.error, HasSubstr("whose top is the project's folder"));
+    EXPECT_THAT(second.error, HasSubstr("is registered already, as the project "));
+    EXPECT_EQ(Files::read(settings()), "# mine\n[agents]\ndefault = \"Codex\"\n");
+    ProjectStore store(database());
+    ASSERT_EQ(store.projects().size(), 1u);
+    EXPECT_EQ(store.projects()[0].folders.front(), repository.path());
+    EXPECT_EQ(store.conversations(store.projects()[0].id).at(0).harness, "Codex");
+
+    EXPECT_EQ(init({repository.path().string(), "--db", (data_ / "new/other.sqlite").string()}).exitNumber, 0);
+    EXPECT_EQ(ProjectStore(data_ / "new/other.sqlite").projects().size(), 1u);
+}
+
+TEST_F(InitTest, SaysThatThereIsNoCommitYet)
+{
+    const Repository empty({.identity = true, .commit = false});
+    const ChildProcess::Output output = init({empty.path().string()});
+    EXPECT_EQ(output.exitNumber, 0);
+    EXPECT_THAT(output.error, HasSubstr("has no commit yet. Commit the project's code before the first experiment"));
+}
+
+TEST_F(InitTest, RefusesInOneLineAndMakesNothing)
+{
+    const Repository repository;
+    repository.git({"branch", "veltry/a"});
+    repository.git({"worktree", "add", "--quiet", ".veltry/worktrees/a", "veltry/a"});
+    const std::string plain = data_.path().string();
+    const std::string node = (repository.path() / ".veltry/worktrees/a").string();
+
+    const struct {
+        std::vector<std::string> arguments;
+        int status;
+        std::string error;
+    } cases[] = {
+        {{"/no/where"},
+         1,
+         "veltry: There is no folder /no/where. Make it and commit the project's code in it, or name "
+         "another: veltry init FOLDER.\n"},
+        {{"/dev/null"}, 1, "veltry: /dev/null is not a folder. Name the folder of your project.\n"},
+        {{plain},
+         1,
+         "veltry: " + plain +
+             " is not a git repository. Run `git init` there and commit the project's code, "
+             "then call veltry init again.\n"},
+        {{node},
+         1,
+         "veltry: " + node + " is the worktree of an experiment. Its project is " + repository.path().string() + ".\n"},
+        {{"a", "b"}, 2, "veltry: The following argument was not expected: b Try veltry --help.\n"},
+        {{"--nme", "x"}, 2, "veltry: "},
+    };
+
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.arguments));
+        const ChildProcess::Output output = init(c.arguments);
+        EXPECT_EQ(output.exitNumber, c.status);
+        EXPECT_THAT(output.error, testing::StartsWith(c.error));
+        EXPECT_EQ(output.output, "");
+    }
+    EXPECT_FALSE(Files::exists(database()));
+    EXPECT_FALSE(Files::exists(settings()));
+    EXPECT_EQ(test::runProgram(test::hostProgram(), {}).exitNumber, 2);
+    EXPECT_EQ(test::runProgram(test::hostProgram(), {"--help"}).exitNumber, 0);
+}
+
+} // namespace
+} // namespace veltry

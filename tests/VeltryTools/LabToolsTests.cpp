@@ -1,0 +1,232 @@
+#include "Platform/Files.h"
+#include "Support/Eventually.h"
+#include "Support/RunOnExecutor.h"
+#include "Support/TestLab.h"
+#include "VeltryTools/LabTools.h"
+
+#include <asio/detached.hpp>
+#include <asio/steady_timer.hpp>
+#include <asio/use_awaitable.hpp>
+#include <gmock/gmock.h>
+
+#include <limits>
+
+namespace veltry {
+namespace {
+
+using test::runOnExecutor;
+using test::TestLab;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+/// The tools over a lab, with looks that follow each other quickly.
+LabTools quickTools(const TestLab& test)
+{
+    return {
+        .lab = test.lab,
+        .conversation = {},
+        .settings = {},
+        .poll = std::chrono::milliseconds(5),
+        .progressInterval = std::chrono::milliseconds(20)};
+}
+
+/// Calls a tool and runs it to its end.
+ToolOutcome call(const LabTools& tools, const std::string& name, JSONValue arguments, Progress progress = {})
+{
+    ToolOutcome outcome;
+    runOnExecutor([&](const asio::any_io_executor&) -> asio::awaitable<void> {
+        outcome = co_await tools.call(name, arguments, progress);
+    });
+    return outcome;
+}
+
+TEST(LabTools, ReadsArgumentsWithTolerance)
+{
+    const JSONValue arguments = JSONValue::parse(
+        R"({"text":" a ","blank":" \n","number":7,"cut":20.9,"below":-0.5,"words":"30","signed":"+4","spaced":" 3",)"
+        R"("empty":"","huge":1e300,"hugeText":"99999999999999999999","flag":true,"nothing":null})");
+    EXPECT_EQ(LabTools::requiredString("text", arguments), " a ");
+    for (const char* key : {"blank", "number", "nothing", "absent"}) {
+        EXPECT_EQ(LabTools::optionalString(key, arguments), std::nullopt) << key;
+        EXPECT_THAT(
+            [&] { static_cast<void>(LabTools::requiredString(key, arguments)); },
+            testing::Throws<LabError>(
+                testing::Property(&LabError::description, std::string("missing_argument: Pass ") + key + ".")));
+    }
+
+    const struct {
+        std::string_view key;
+        std::optional<std::int64_t> value;
+    } integers[] = {
+        {"number", 7}, {"cut", 20},      {"below", 0}, {"words", 30},   {"signed", 4},  {"spaced", {}}, {"empty", {}},
+        {"huge", {}},  {"hugeText", {}}, {"flag", {}}, {"nothing", {}}, {"absent", {}}, {"text", {}},
+    };
+
+    for (const auto& c : integers)
+        EXPECT_EQ(LabTools::optionalInt(c.key, arguments), c.value) << c.key;
+    EXPECT_EQ(LabTools::optionalInt("x", JSONValue(5)), std::nullopt) << "arguments that are no object";
+}
+
+TEST(LabTools, AnswersTheWholeRoadInWords)
+{
+    const TestLab test;
+    LabTools tools = quickTools(test);
+    tools.conversation = UUID::random();
+    const auto ask = [&](const std::string& name, std::string_view arguments) {
+        const ToolOutcome outcome = call(tools, name, JSONValue::parse(arguments));
+        EXPECT_FALSE(outcome.isError) << outcome.text;
+        return outcome.text;
+    };
+    const std::string created =
+        ask("create_experiment",
+            R"({"title":" LR 3e-5 ","description":"why","run_command":"echo hi; echo '{}' > $HARROWICK_RESULT_PATH"})");
+    const Experiment node = test.lab.experiments().at(0);
+    EXPECT_EQ(
+        created,
+        "Created LR 3e-5 (" + node.id.text() + ") on veltry/lr-3e-5.\nWorktree: " + test.lab.worktree(node).string() +
+            "\nRun command: echo hi; echo '{}' > $HARROWICK_RESULT_PATH\nMake the change in the worktree, then call "
+            "run_experiment.");
+    EXPECT_EQ(node.notes, "why");
+    EXPECT_EQ(node.conversationID, tools.conversation);
+
+    const std::string id = R"({"experiment_id":")" + node.id.text() + R"("})";
+    const std::string started = ask("run_experiment", id);
+    const auto run = test.lab.run("1");
+    EXPECT_EQ(
+        started, "Run 1 started (" + run.id.text() + ") at " + run.commit.substr(0, 12) +
+                     ".\nLog: " + run.log().string() + "\nCall wait_for_runs to wait for it.");
+    EXPECT_EQ(ask("wait_for_runs", "{}"), "run 1 of LR 3e-5: succeeded (exit 0) result {}\n0 still in flight.");
+    EXPECT_EQ(ask("wait_for_runs", "{}"), "Nothing is in flight.");
+    EXPECT_EQ(
+        ask("get_run", R"({"run":1,"log_lines":"3"})"),
+        "Run 1 of LR 3e-5\nid: " + run.id.text() + "\nstatus: succeeded\ncommit: " + run.commit +
+            "\ncommand: " + run.command + "\nexit code: 0\nresult: {}\ndirectory: " + run.directory.string() +
+            "\nlog, last 3 lines:\nhi");
+    EXPECT_THAT(ask("get_run", R"({"run":"#1","log_lines":0})"), testing::EndsWith("log, last 0 lines:\n(empty)"));
+    EXPECT_EQ(ask("cancel_run", R"({"run":"1"})"), "Asked run 1 to stop.");
+
+    const std::string notes = R"({"experiment_id":")" + node.id.text() + R"(","notes":" n "})";
+    EXPECT_EQ(ask("set_experiment_notes", notes), "Notes saved.");
+    EXPECT_EQ(test.lab.experiments().at(0).notes, " n ");
+    EXPECT_EQ(ask("archive_experiment", id), "Archived.");
+    EXPECT_THAT(ask("experiment_tree", "{}"), HasSubstr("The tree is empty."));
+    const std::string archivedAs = R"({"experiment_id":")" + node.id.text() + R"(","archived":)";
+    EXPECT_EQ(ask("archive_experiment", archivedAs + "\"false\"}"), "Archived.");
+    EXPECT_EQ(ask("archive_experiment", archivedAs + "false}"), "Restored.");
+    EXPECT_THAT(ask("experiment_tree", "{}"), HasSubstr("- LR 3e-5 [frozen] baseline"));
+}
+
+TEST(LabTools, EveryFailureIsATextThatSaysSo)
+{
+    const TestLab test;
+    const Experiment node = test.baseline("true");
+
+    const struct {
+        std::string tool, arguments, text;
+    } cases[] = {
+        {"nope", "{}", "unknown_tool: There is no tool nope."},
+        {"get_run", "5", "missing_argument: Pass run."},
+        {"get_run", R"({"run":9})", "run_not_found: No run 9 in this project."},
+        {"cancel_run", R"({"run":"#"})", "run_not_found: No run # in this project."},
+        {"create_experiment", "{}", "missing_argument: Pass title."},
+        {"create_experiment", R"({"title":"A","run_command":" "})",
+         "run_command_required: A baseline names the run command every node under it runs. Pass run_command."},
+        {"run_experiment", "{}", "missing_argument: Pass experiment_id."},
+        {"run_experiment", R"({"experiment_id":"x"})",
+         "experiment_not_found: No experiment x in this project. Call experiment_tree for the ids."},
+        {"set_experiment_notes", R"({"notes":"n"})", "missing_argument: Pass experiment_id."},
+        {"set_experiment_notes", R"({"experiment_id":")" + node.id.text() + R"(","notes":" "})",
+         "missing_argument: Pass notes."},
+        {"archive_experiment", R"({"archived":false})", "missing_argument: Pass experiment_id."},
+    };
+
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.tool + " " + c.arguments);
+        const ToolOutcome outcome = call(quickTools(test), c.tool, JSONValue::parse(c.arguments));
+        EXPECT_EQ(outcome.text, c.text);
+        EXPECT_TRUE(outcome.isError);
+    }
+}
+
+TEST(LabTools, ReadsTheLimitAfreshAtEachRun)
+{
+    const TestLab test;
+    LabTools tools = quickTools(test);
+    std::vector<std::string> ids;
+    for (int index = 0; index < 4; ++index)
+        ids.push_back(test.baseline("sleep 60").id.text());
+    const auto run = [&](std::size_t index) {
+        return call(tools, "run_experiment", JSONValue::object({{"experiment_id", ids[index]}})).text;
+    };
+    tools.settings = test / "settings.toml"; // not there: the default limit of 2
+    EXPECT_THAT(run(0), HasSubstr("Run 1 started"));
+    EXPECT_THAT(run(1), HasSubstr("Run 2 started"));
+    EXPECT_THAT(run(2), HasSubstr("settings.toml allows 2 at once"));
+    Files::writeAtomically(*tools.settings, "[experiments]\nmax_runs = 3\n");
+    EXPECT_THAT(run(2), HasSubstr("Run 3 started"));
+    EXPECT_THAT(run(3), HasSubstr("settings.toml allows 3 at once"));
+    tools.settings.reset();
+    EXPECT_THAT(run(3), HasSubstr("Run 4 started"));
+}
+
+TEST(LabTools, AWaitListsAllThatALookFoundFinished)
+{
+    const TestLab test;
+    const Experiment node = test.baseline("true", "A");
+    std::vector<UUID> ids;
+    for (int index = 0; index < 3; ++index) {
+        ids.push_back(UUID::random());
+        test.store->insertRun(ids.back(), node, "commit", test.runs() / "none");
+    }
+    const LabTools tools = quickTools(test);
+    runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        // Two wait at once, and each gets its own answer.
+        std::vector<std::string> answers;
+        for (int index = 0; index < 2; ++index)
+            asio::co_spawn(
+                executor, tools.call("wait_for_runs", JSONValue::object({})),
+                [&answers](std::exception_ptr, ToolOutcome outcome) { answers.push_back(std::move(outcome.text)); });
+        asio::steady_timer pause(executor, std::chrono::milliseconds(1));
+        co_await pause.async_wait(asio::use_awaitable); // both have taken their first look
+        test.store->finishRun(ids[2], Run::Status::succeeded, 0, "{}");
+        test.store->finishRun(ids[0], Run::Status::failed, std::nullopt, std::nullopt);
+        while (answers.size() < 2) {
+            pause.expires_after(std::chrono::milliseconds(1));
+            co_await pause.async_wait(asio::use_awaitable);
+        }
+        const std::string expected =
+            "run 1 of A: failed no result\nrun 3 of A: succeeded (exit 0) result {}\n1 still in "
+            "flight.";
+        EXPECT_THAT(answers, ElementsAre(expected, expected));
+    });
+    test.store->finishRun(ids[1], Run::Status::cancelled, 143, std::nullopt);
+}
+
+TEST(LabTools, AWaitThatTimesOutIsNoErrorAndTellsWhatItWaitedFor)
+{
+    const TestLab test;
+    const Experiment node = test.baseline("true", "A");
+    const UUID first = UUID::random();
+    const UUID second = UUID::random();
+    test.store->insertRun(first, node, "commit", test.runs() / "none");
+    test.store->insertRun(second, node, "commit", test.runs() / "none");
+    std::vector<std::string> notices;
+    const ToolOutcome outcome = call(
+        quickTools(test), "wait_for_runs", JSONValue::object({{"timeout_seconds", 0}}),
+        [&](const std::string& message) { notices.push_back(message); });
+    EXPECT_EQ(outcome.text, "No run finished within 1.0 seconds. 2 still in flight.");
+    EXPECT_FALSE(outcome.isError);
+    EXPECT_THAT(notices, testing::AllOf(SizeIs(testing::Ge(2)), testing::Each("2 runs in flight")));
+
+    test.store->finishRun(first, Run::Status::failed, 1, std::nullopt);
+    notices.clear();
+    call(
+        quickTools(test), "wait_for_runs", JSONValue::object({{"timeout_seconds", 1}}),
+        [&](const std::string& message) { notices.push_back(message); });
+    EXPECT_THAT(notices, testing::Each("1 run in flight"));
+}
+
+} // namespace
+} // namespace veltry

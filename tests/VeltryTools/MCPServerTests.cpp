@@ -1,0 +1,228 @@
+#include "ACP/JSONRPCConnection/MemoryTransport.h"
+#include "Support/RunOnExecutor.h"
+#include "Support/TestLab.h"
+#include "VeltryTools/MCPServer.h"
+
+#include <gmock/gmock.h>
+
+#include <map>
+#include <set>
+
+namespace veltry {
+namespace {
+
+using test::McpProcess;
+using test::runOnExecutor;
+using test::TestLab;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Pair;
+
+std::string answerTo(McpProcess& server, std::string_view method, std::string_view params)
+{
+    server.sendLine(
+        R"({"jsonrpc":"2.0","id":"q","method":")" + std::string(method) + "\"" +
+        (params.empty() ? "" : ",\"params\":" + std::string(params)) + "}");
+    return server.receive().value_or(nullptr).text();
+}
+
+TEST(MCPServer, AnswersItsFourMethodsAndRefusesTheRest)
+{
+    const TestLab test;
+    McpProcess server = test.serve();
+    const auto result = [](const std::string& text) { return R"({"id":"q","jsonrpc":"2.0","result":)" + text + "}"; };
+    const auto error = [](int code, const std::string& message) {
+        return R"({"error":{"code":)" + std::to_string(code) + R"(,"message":")" + message +
+               R"("},"id":"q","jsonrpc":"2.0"})";
+    };
+    const auto failed = [&](const std::string& text) {
+        return result(R"({"content":[{"text":")" + text + R"(","type":"text"}],"isError":true})");
+    };
+
+    const struct {
+        std::string_view method, params;
+        std::string answer;
+    } cases[] = {
+        {"ping", "", result("{}")}, // also before initialize
+        {"tools/call", R"({"name":3})", error(-32602, "tools/call needs a name")},
+        {"tools/call", "", error(-32602, "tools/call needs a name")},
+        {"tools/call", R"({"name":"nope"})", failed("unknown_tool: There is no tool nope.")},
+        {"tools/call", R"({"name":"get_run","arguments":5})", failed("missing_argument: Pass run.")},
+        {"tools/call", R"({"name":"wait_for_runs"})",
+         result(R"({"content":[{"text":"Nothing is in flight.","type":"text"}],"isError":false})")},
+        {"resources/list", "{}", error(-32601, "method not found: resources/list")},
+        {"Ping", "{}", error(-32601, "method not found: Ping")},
+    };
+
+    for (const auto& c : cases)
+        EXPECT_EQ(answerTo(server, c.method, c.params), c.answer);
+
+    // Notifications of any kind change nothing.
+    server.sendLine(R"({"jsonrpc":"2.0","method":"notifications/initialized"})");
+    server.sendLine(R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":1}})");
+    EXPECT_EQ(answerTo(server, "ping", ""), result("{}"));
+}
+
+TEST(MCPServer, InitializeEchoesTheVersionAndTellsTheAgentHowToWork)
+{
+    const TestLab test;
+    McpProcess server = test.serve();
+
+    const struct {
+        JSONValue params, version;
+    } cases[] = {
+        {JSONValue::object({{"protocolVersion", "2024-11-05"}}), "2024-11-05"},
+        {JSONValue::object({{"protocolVersion", 7}}), 7},
+        {JSONValue::object({}), "2025-06-18"},
+        {nullptr, "2025-06-18"},
+    };
+
+    for (const auto& c : cases) {
+        const JSONValue result = server.request("initialize", c.params);
+        EXPECT_EQ(*result.find("protocolVersion"), c.version);
+        EXPECT_EQ(result.find("serverInfo")->text(), R"({"name":"harrowick-veltry","version":"0.1.0"})");
+        EXPECT_EQ(result.find("capabilities")->text(), R"({"tools":{}})");
+        EXPECT_THAT(
+            *result.find("instructions")->string(), HasSubstr("its headline number.\n\nThis Mac\n- Computer: "));
+    }
+}
+
+TEST(MCPServer, ListsFifteenToolsWithTheirSchemas)
+{
+    const TestLab test;
+    McpProcess server = test.serve();
+    const JSONValue tools = server.request("tools/list");
+    std::vector<std::string> names;
+    for (const JSONValue& tool : *tools.find("tools")->array()) {
+        names.push_back(*tool.find("name")->string());
+        const JSONValue& schema = *tool.find("inputSchema");
+        EXPECT_EQ(schema.object()->size(), 3u) << names.back();
+        for (const JSONValue& key : *schema.find("required")->array())
+            EXPECT_TRUE(schema.find("properties")->find(*key.string())) << names.back();
+    }
+    EXPECT_THAT(
+        names, ElementsAre(
+                   "experiment_tree", "create_experiment", "set_experiment_notes", "run_experiment", "wait_for_runs",
+                   "get_run", "cancel_run", "archive_experiment", "ask_user", "search_papers", "get_paper",
+                   "save_paper", "cite_paper", "list_library", "download_paper"));
+}
+
+TEST(MCPServer, AWaitHoldsUpNobody)
+{
+    const TestLab test;
+    const Experiment node = test.baseline("sleep 60");
+    test.lab.launch(node.id.text(), 0);
+    McpProcess server = test.serve();
+    const std::int64_t wait = server.sendCall("wait_for_runs");
+    EXPECT_EQ(server.request("ping").text(), "{}");
+    EXPECT_EQ(server.call("cancel_run", JSONValue::object({{"run", 1}})), "Asked run 1 to stop.");
+    EXPECT_THAT(test::toolText(server.answer(wait)), HasSubstr("run 1 of Baseline: cancelled"));
+}
+
+/// What a client sees that waits a second with each of these as its calls' `_meta`, all at once; ids count from 0.
+std::vector<JSONValue> conversation(const TestLab& test, const std::vector<std::string>& metas)
+{
+    std::vector<JSONValue> messages;
+    runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        const MemoryTransport::Pair ends = MemoryTransport::pair(executor);
+        MCPServer server(test.lab, {}, {});
+        server.tools.poll = std::chrono::milliseconds(5);
+        server.tools.progressInterval = std::chrono::milliseconds(200);
+        MCPServer::serve(std::move(server), executor, ends.first, {});
+        for (std::size_t id = 0; id < metas.size(); ++id) {
+            std::string request = R"({"jsonrpc":"2.0","method":"tools/call","params":{"name":"wait_for_runs",)";
+            request +=
+                R"("arguments":{"timeout_seconds":1},"_meta":)" + metas[id] + R"(},"id":)" + std::to_string(id) + "}";
+            co_await ends.second->send(std::move(request));
+        }
+        for (std::size_t answers = 0; answers < metas.size();) {
+            const std::optional<std::string> line = co_await ends.second->lines().next();
+            messages.push_back(JSONValue::parse(*line));
+            answers += messages.back().find("id") ? 1 : 0;
+        }
+        co_await ends.second->close();
+    });
+    return messages;
+}
+
+TEST(MCPServer, TellsAClientThatAskedForItThatACallStillWaits)
+{
+    const TestLab test;
+    const Experiment node = test.baseline("true");
+    for (int index = 0; index < 2; ++index)
+        test.store->insertRun(UUID::random(), node, "commit", test.runs() / "none");
+    // Two tokens, and what counts as none.
+    const std::vector<JSONValue> messages = conversation(
+        test, {R"({"progressToken":"t/1"})", R"({"progressToken":-9007199254740991})", "{}", R"({"progressToken":1.5})",
+               R"({"progressToken":null})", R"({"progressToken":["a"]})", R"({"progressToken":1e300})", "5"});
+    std::map<std::string, int> notices; // by token
+    std::set<std::string> answered;     // by id
+    for (const JSONValue& message : messages) {
+        if (const JSONValue* id = message.find("id")) {
+            answered.insert(id->text());
+            continue;
+        }
+        const std::string token = message.find("params")->find("progressToken")->text();
+        EXPECT_EQ(
+            message.text(),
+            R"({"jsonrpc":"2.0","method":"notifications/progress","params":{"message":"2 runs in flight","progress":)" +
+                std::to_string(++notices[token]) + R"(,"progressToken":)" + token + "}}");
+        EXPECT_FALSE(answered.contains(token == R"("t/1")" ? "0" : "1")) << "a notice follows its answer";
+    }
+    EXPECT_THAT(notices, ElementsAre(Pair(R"("t/1")", testing::Ge(2)), Pair("-9007199254740991", testing::Ge(2))));
+}
+
+/// A client like the common ones: it ends a call when nothing has come for a while.
+asio::awaitable<bool> isAnsweredInTime(
+    std::shared_ptr<MemoryTransport> far, std::string request, std::chrono::milliseconds patience)
+{
+    asio::steady_timer clock(co_await asio::this_coro::executor, patience);
+    bool givenUp = false;
+    clock.async_wait([&](const asio::error_code& error) {
+        if (!error) {
+            givenUp = true;
+            far->lines().finish();
+        }
+    });
+    co_await far->send(std::move(request));
+    while (const std::optional<std::string> line = co_await far->lines().next()) {
+        if (JSONValue::parse(*line).find("id"))
+            co_return true;
+        clock.expires_after(patience); // progress sets the clock back
+        clock.async_wait([&](const asio::error_code& error) {
+            if (!error) {
+                givenUp = true;
+                far->lines().finish();
+            }
+        });
+    }
+    EXPECT_TRUE(givenUp);
+    co_return false;
+}
+
+TEST(MCPServer, NoticesKeepAClientFromGivingUp)
+{
+    const TestLab test;
+    const Experiment node = test.baseline("true");
+    test.store->insertRun(UUID::random(), node, "commit", test.runs() / "none");
+    for (const bool asks : {true, false}) {
+        bool answered = !asks;
+        runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+            const MemoryTransport::Pair ends = MemoryTransport::pair(executor);
+            MCPServer server(test.lab, {}, {});
+            server.tools.poll = std::chrono::milliseconds(5);
+            server.tools.progressInterval = std::chrono::milliseconds(20);
+            MCPServer::serve(std::move(server), executor, ends.first, {});
+            std::string request =
+                R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"name":"wait_for_runs","arguments":)"
+                R"({"timeout_seconds":1})";
+            request += asks ? R"(,"_meta":{"progressToken":1}}})" : "}}";
+            answered = co_await isAnsweredInTime(ends.second, request, std::chrono::milliseconds(600));
+            co_await ends.second->close();
+        });
+        EXPECT_EQ(answered, asks);
+    }
+}
+
+} // namespace
+} // namespace veltry
