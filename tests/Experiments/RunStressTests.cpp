@@ -29,18 +29,22 @@ std::int64_t kilobytes(const std::string& name)
     return -1;
 }
 
-/// What the action's memory grew to above what stood before, in kilobytes. Sanitizers keep freed memory: 0 under them.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool sanitized = true; // a sanitizer keeps freed memory
+#elif defined(__has_feature)
+constexpr bool sanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+#else
+constexpr bool sanitized = false;
+#endif
+
+/// What the action's memory grew to above what stood before, in kilobytes; nothing that counts under a sanitizer.
 template <typename Action>
 std::int64_t growth(Action action)
 {
     std::ofstream("/proc/self/clear_refs") << 5; // begins a new peak
     const std::int64_t before = kilobytes("VmHWM");
     action();
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    return 0;
-#else
-    return kilobytes("VmHWM") - before;
-#endif
+    return sanitized ? 0 : kilobytes("VmHWM") - before;
 }
 
 struct Checked {
