@@ -12,6 +12,34 @@
 
 namespace veltry {
 
+/// The records of an array in their order. Nothing if it is no array, or if one of them can't be read.
+template <typename Record>
+[[nodiscard]] std::optional<std::vector<Record>> listFromJSON(
+    const JSONValue& value, std::optional<Record> (*read)(const JSONValue&))
+{
+    const JSONValue::Array* elements = value.array();
+    if (!elements)
+        return std::nullopt;
+    std::vector<Record> records;
+    for (const JSONValue& element : *elements) {
+        std::optional<Record> record = read(element);
+        if (!record)
+            return std::nullopt;
+        records.push_back(std::move(*record));
+    }
+    return records;
+}
+
+/// The array of the records' JSON forms, as their toJSON() makes them.
+template <typename Record>
+[[nodiscard]] JSONValue listToJSON(const std::vector<Record>& records)
+{
+    JSONValue::Array elements;
+    for (const Record& record : records)
+        elements.push_back(toJSON(record));
+    return elements;
+}
+
 /// Writes and reads the members of a record's JSON form. Members that are absent are left out; where they are read, a
 /// null counts as absent.
 class JSONFields {
@@ -44,6 +72,16 @@ public:
     [[nodiscard]] bool flag(std::string_view key);
     [[nodiscard]] UUID id(std::string_view key);
     [[nodiscard]] Date date(std::string_view key);
+
+    /// A list of records: `fields.list("options", &optionFromJSON)`.
+    template <typename Record>
+    [[nodiscard]] std::vector<Record> list(std::string_view key, std::optional<Record> (*read)(const JSONValue&))
+    {
+        std::optional<std::vector<Record>> records = listFromJSON(member(key), read);
+        if (!records)
+            refuse();
+        return std::move(records).value_or(std::vector<Record>());
+    }
 
     /// The same for a member that may be absent: `fields.optional("year", &JSONFields::integer)`.
     template <typename Value>

@@ -6,6 +6,7 @@
 #include "Projects/Experiment.h"
 #include "Projects/Paper.h"
 #include "Projects/Project.h"
+#include "Projects/Question.h"
 #include "Projects/Run.h"
 
 #include <cstdint>
@@ -175,12 +176,32 @@ public:
     /// Sets the flag, also on a finished run.
     void requestCancel(const UUID& id);
 
+    // Rounds of questions. Nobody is told of an answer: the asking side looks again with questions().
+
+    /// The open round of that conversation with exactly these questions, or else a new one. Two processes that ask the
+    /// same at the same moment get one round. Throws JSONValue::Failure, and DatabaseError for an unknown conversation.
+    AgentQuestions ask(const std::vector<Question>& questions, const UUID& conversationID);
+    /// Costs one look-up by key.
+    [[nodiscard]] std::optional<AgentQuestions> questions(const UUID& id) const;
+    /// The oldest first.
+    [[nodiscard]] std::vector<AgentQuestions> openQuestions(const UUID& conversationID) const;
+    /// Closes an open round, with one answer for each question. The first to close a round wins: for a closed one this
+    /// and the next do nothing. Throws JSONValue::Failure.
+    void answer(const UUID& id, const std::vector<Answer>& answers);
+    /// Closes an open round without answers.
+    void dismissQuestions(const UUID& id);
+    /// Closes all open rounds of the conversation, for an asker who waits no more.
+    void withdrawQuestions(const UUID& conversationID);
+
     // The library, which spans all projects, and the citations of experiments.
 
     /// The last saved first.
     [[nodiscard]] std::vector<Paper> libraryPapers() const;
     /// The papers that the project holds, the last saved there first.
     [[nodiscard]] std::vector<Paper> libraryPapers(const UUID& projectID) const;
+    /// The paper with that id where the list of the same argument holds it, found by its key.
+    [[nodiscard]] std::optional<Paper> libraryPaper(std::string_view paperID) const;
+    [[nodiscard]] std::optional<Paper> libraryPaper(std::string_view paperID, const UUID& projectID) const;
     /// The ids of each project's papers, the last saved first; projects without papers have no entry.
     [[nodiscard]] std::unordered_map<UUID, std::vector<std::string>> projectPapers() const;
     /// Into the library, and into the project if one is given. A paper that is there already stays as it was first

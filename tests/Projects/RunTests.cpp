@@ -161,7 +161,7 @@ TEST_F(RunTest, DamagedRowsAreLeftOut)
 
 TEST_F(RunTest, FourProcessesShareTheNumbers)
 {
-    EXPECT_THAT(inProcesses(4, store.path(), &node, 10), IsEmpty());
+    EXPECT_THAT(inProcesses(4, store.path(), {"runs", node.id.text(), "10"}), IsEmpty());
     std::vector<std::int64_t> expected(40);
     std::iota(expected.begin(), expected.end(), 1);
     EXPECT_EQ(numbers(store.runs(project)), expected);

@@ -24,16 +24,29 @@ void insertRuns(ProjectStore& store, const Experiment& experiment, int count)
         store.insertRun(UUID::random(), experiment, "commit", "/runs");
 }
 
+void askRounds(ProjectStore& store, const UUID& conversation, int count)
+{
+    for (int index = 0; index < count; ++index)
+        store.ask({{.question = std::to_string(index) + "?", .detail = {}, .options = {}}}, conversation);
+}
+
 } // namespace
 
-/// store-process STORE [EXPERIMENT COUNT]: opens the store, and inserts that many runs of the experiment.
+/// store-process STORE [runs EXPERIMENT COUNT | ask CONVERSATION COUNT]: opens the store, and inserts that many runs of
+/// the experiment, or asks that many different rounds in the conversation.
 int main(int count, char** arguments)
 {
     try {
         waitForStart();
         ProjectStore store(arguments[1]);
-        if (count == 4)
-            insertRuns(store, store.experiment(UUID::parse(arguments[2]).value()).value(), std::atoi(arguments[3]));
+        if (count < 5)
+            return 0;
+        const UUID id = UUID::parse(arguments[3]).value();
+        const int times = std::atoi(arguments[4]);
+        if (std::string_view(arguments[2]) == "runs")
+            insertRuns(store, store.experiment(id).value(), times);
+        else
+            askRounds(store, id, times);
         return 0;
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "%s\n", describe(failure).c_str());

@@ -7,7 +7,7 @@
 namespace veltry::test {
 
 std::vector<std::string> inProcesses(
-    int count, const std::filesystem::path& store, const Experiment* experiment, int runs)
+    int count, const std::filesystem::path& store, const std::vector<std::string>& work)
 {
     const TemporaryFolder folder;
     Pipe gate = Pipe::make();
@@ -16,8 +16,7 @@ std::vector<std::string> inProcesses(
         ChildProcess::Command command{};
         command.executable = STORE_PROCESS;
         command.arguments = {store.string()};
-        if (experiment)
-            command.arguments.insert(command.arguments.end(), {experiment->id.text(), std::to_string(runs)});
+        command.arguments.insert(command.arguments.end(), work.begin(), work.end());
         command.input = ChildProcess::Stream::to(gate.reading.get());
         command.error = ChildProcess::Stream::appendTo(folder / std::to_string(index));
         children.push_back(ChildProcess::start(command));

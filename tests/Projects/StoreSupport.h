@@ -11,10 +11,11 @@
 
 namespace veltry::test {
 
-/// Starts `count` processes that open the store at the same moment, and waits for them. With an experiment each one
-/// also inserts `runs` runs of it. Returns what the failed ones said.
+/// Starts `count` processes that open the store at the same moment, and waits for them. `work` is what each one does
+/// there: nothing, {"runs", experiment, how many} or {"ask", conversation, how many rounds}. Returns what the failed
+/// ones said.
 [[nodiscard]] std::vector<std::string> inProcesses(
-    int count, const std::filesystem::path& store, const Experiment* experiment = nullptr, int runs = 0);
+    int count, const std::filesystem::path& store, const std::vector<std::string>& work = {});
 
 /// An experiment of the project that isn't in the store yet.
 [[nodiscard]] Experiment makeExperiment(const UUID& projectID, const std::string& slug);
