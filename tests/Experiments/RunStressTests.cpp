@@ -14,6 +14,7 @@
 namespace veltry {
 namespace {
 
+using test::sanitized;
 using test::stressed;
 using test::SupervisedRun;
 
@@ -28,14 +29,6 @@ std::int64_t kilobytes(const std::string& name)
             return value;
     return -1;
 }
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true; // a sanitizer keeps freed memory
-#elif defined(__has_feature)
-constexpr bool sanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool sanitized = false;
-#endif
 
 /// What the action's memory grew to above what stood before, in kilobytes; nothing that counts under a sanitizer.
 template <typename Action>

@@ -4,11 +4,11 @@
 #include "Platform/Files.h"
 #include "SupervisedRun.h"
 #include "Support/Eventually.h"
+#include "Support/SmallDisk.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <csignal>
@@ -18,6 +18,7 @@ namespace veltry {
 namespace {
 
 using test::eventually;
+using test::SmallDisk;
 using test::SupervisedRun;
 using test::TemporaryFolder;
 using testing::HasSubstr;
@@ -220,30 +221,6 @@ TEST(SupervisorTests, whatTheShellLeavesBehindIsNotWaitedFor)
     EXPECT_EQ(run.row().status, Status::succeeded);
     EXPECT_EQ(::kill(std::stoi(Files::read(run.row().directory / "left")), SIGKILL), 0) << "it still ran";
 }
-
-/// A tmpfs of one megabyte on a folder, while it lives.
-class SmallDisk {
-public:
-    explicit SmallDisk(std::filesystem::path folder) : folder_(std::move(folder))
-    {
-        Files::createFolders(folder_);
-        mounted = ::mount("tmpfs", folder_.c_str(), "tmpfs", 0, "size=1m") == 0;
-    }
-
-    SmallDisk(const SmallDisk&) = delete;
-    SmallDisk& operator=(const SmallDisk&) = delete;
-
-    ~SmallDisk()
-    {
-        if (mounted)
-            ::umount2(folder_.c_str(), MNT_DETACH);
-    }
-
-    bool mounted = false;
-
-private:
-    std::filesystem::path folder_;
-};
 
 TEST(SupervisorTests, aDiskThatFillsUpCostsLinesAndTimesAlone)
 {

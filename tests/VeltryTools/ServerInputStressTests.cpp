@@ -1,0 +1,215 @@
+#include "Platform/Files.h"
+#include "Platform/ProcessFacts.h"
+#include "ServerLab.h"
+#include "Support/Stress.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <future>
+#include <random>
+
+namespace veltry {
+namespace {
+
+using test::ServerLab;
+using test::stressed;
+using testing::ElementsAreArray;
+
+std::string randomBytes(std::size_t count)
+{
+    std::mt19937 source(7);
+    std::uniform_int_distribution<int> byte(0, 255);
+    std::string bytes(count, '\0');
+    for (char& c : bytes)
+        c = static_cast<char>(byte(source));
+    return bytes;
+}
+
+std::string request(std::string_view id, std::string_view params)
+{
+    return fmt::format(R"({{"jsonrpc":"2.0","id":{},"method":"tools/list","params":{}}})", id, params);
+}
+
+TEST(ServerInputStressTests, foreignBytesEndNoServer)
+{
+    const auto huge = stressed<std::size_t>(50'000'000);
+    const std::string brackets(100'000, '[');
+
+    const struct {
+        std::string name, bytes;
+    } cases[] = {
+        {"random bytes", randomBytes(stressed<std::size_t>(5'000'000))},
+        {"a line of 50 MB", std::string(huge, 'x')},
+        {"a request of 50 MB", request("\"huge\"", "\"" + std::string(huge, 'x') + "\"")},
+        {"an array of 50 MB", request("\"array\"", "[0" + std::string(huge / 2, ',') + "0]")},
+        {"open brackets", brackets},
+        {"open brackets in a request", request("\"deep\"", brackets + std::string(100'000, ']'))},
+        {"open objects", std::string(100'000, '{')},
+        {"numbers beyond any range",
+         request("1e999", "null") + "\n" + request("-1e308", "1" + std::string(100'000, '0'))},
+        {"an id that fits no integer", request("123456789012345678901234567890", "{}")},
+        {"an answer to nothing", R"({"jsonrpc":"2.0","id":1e300,"result":7})"},
+        {"half characters",
+         request("\"\xe2\x82\"", "\"\xf0\x9f\"") + "\n" + request(R"("\ud83d")", R"("\udc00\ud800")")},
+        {"NUL bytes", std::string(1000, '\0') + "\n" + request("\"nul\"", "{}") + std::string(1, '\0')},
+        {"carriage returns", "\r\r\n\r\n"},
+        {"many empty lines", std::string(stressed<std::size_t>(1'000'000), '\n')},
+    };
+
+    const ServerLab test;
+    auto server = test.server("Runs");
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        server.sendLine(c.bytes);
+        ASSERT_EQ(server.request("ping"), JSONValue::object({}));
+    }
+    EXPECT_LT(test::processes::residentKilobytes(server.pid()), 64 * 1024);
+    server.closeInput();
+    EXPECT_EQ(server.wait(), 0);
+}
+
+enum class Kind { pipe, socket, file };
+
+/// A line in one direction.
+Pipe makeLine(Kind kind, const std::filesystem::path& path)
+{
+    if (kind == Kind::pipe)
+        return Pipe::make();
+    Pipe line;
+    if (kind == Kind::file) {
+        line.writing = Files::open(path, O_WRONLY | O_CREAT);
+        line.reading = Files::open(path, O_RDONLY);
+    } else if (int ends[2]; ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0) {
+        line.reading.reset(ends[0]);
+        line.writing.reset(ends[1]);
+    }
+    return line;
+}
+
+std::string readToEnd(const FileDescriptor& file)
+{
+    std::string text;
+    std::array<char, 65536> buffer{};
+    for (ssize_t count; (count = ::read(file.get(), buffer.data(), buffer.size())) > 0;)
+        text.append(buffer.data(), static_cast<std::size_t>(count));
+    return text;
+}
+
+/// Lets a server read the requests and then the end of its input, and returns what it wrote until it ended. With
+/// Reading::afterwards nobody reads before that.
+enum class Reading { atOnce, afterwards };
+
+std::string serve(const ServerLab& test, Kind input, Kind output, std::string_view requests, Reading reading)
+{
+    const test::TemporaryFolder folder;
+    Pipe in = makeLine(input, folder / "requests");
+    Files::writeAll(in.writing, requests, "the requests");
+    Pipe out;
+    if (input == Kind::socket) { // one socket for both
+        ::shutdown(in.writing.get(), SHUT_WR);
+        out = {.reading = std::move(in.writing), .writing = in.reading.duplicate()};
+    } else {
+        out = makeLine(output, folder / "answers");
+    }
+    in.writing.reset();
+    const auto flags = [&] {
+        return std::array{::fcntl(in.reading.get(), F_GETFL), ::fcntl(out.writing.get(), F_GETFL)};
+    };
+    const std::array before = flags();
+    const pid_t server = ChildProcess::start(
+        {.executable = test::toolsProgram(),
+         .arguments = test.serverArguments(),
+         .environment = ProcessFacts::environment(),
+         .directory = {},
+         .input = ChildProcess::Stream::to(in.reading.get()),
+         .output = ChildProcess::Stream::to(out.writing.get()),
+         .error = ChildProcess::Stream::null()});
+    const bool later = reading == Reading::afterwards || output == Kind::file;
+    std::future<std::string> answers =
+        std::async(later ? std::launch::deferred : std::launch::async, [&out] { return readToEnd(out.reading); });
+    EXPECT_EQ(ChildProcess::wait(server), 0); // CTest's own limit ends a test that hangs here
+    EXPECT_EQ(flags(), before) << "others may share them";
+    in.reading.reset();
+    out.writing.reset();
+    return answers.get();
+}
+
+std::vector<std::string> answeredIDs(const std::string& text)
+{
+    std::vector<std::string> ids;
+    for (std::size_t at = 0, end; (end = text.find('\n', at)) != std::string::npos; at = end + 1)
+        ids.push_back(JSONValue::parse(text.substr(at, end - at)).find("id")->text());
+    return ids;
+}
+
+TEST(ServerInputStressTests, whatWasReadBeforeTheEndIsAnsweredAndWhatWaitsIsDropped)
+{
+    const ServerLab test;
+    static_cast<void>(test.lab.launch(test.baseline(test.holding()).id.text(), 0));
+    // Two nodes hold the server up for longer than a peer that doesn't read gets at the end.
+    test.repository.write(".git/hooks/post-checkout", "#!/bin/sh\nsleep 0.6\n");
+    std::filesystem::permissions(test.repository / ".git/hooks/post-checkout", std::filesystem::perms::owner_all);
+    constexpr std::string_view create =
+        R"("tools/call","params":{"name":"create_experiment","arguments":{"title":"Slow","run_command":"true"}})";
+    constexpr std::string_view tree = R"("tools/call","params":{"name":"experiment_tree"})";
+    std::string requests = R"({"jsonrpc":"2.0","id":"wait","method":"tools/call","params":{"name":"wait_for_runs"}})";
+    std::vector<std::string> expected;
+    for (int i = 0; i < 200; ++i) {
+        const std::string_view method = i == 50 || i == 51 ? create : i == 199 ? tree : R"("ping")";
+        requests += fmt::format(
+            "\n"
+            R"({{"jsonrpc":"2.0","id":{},"method":{}}})",
+            i, method);
+        expected.push_back(std::to_string(i));
+    }
+    requests += "\n"
+                R"({"jsonrpc":"2.0","id":"half","method":"ping"})"; // no line yet
+
+    const struct {
+        std::string name;
+        Kind input, output;
+    } cases[] = {
+        {"pipes", Kind::pipe, Kind::pipe},
+        {"one socket", Kind::socket, Kind::socket},
+        {"files", Kind::file, Kind::file},
+        {"a file, then a pipe", Kind::file, Kind::pipe},
+    };
+
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string answers = serve(test, c.input, c.output, requests, Reading::atOnce);
+        EXPECT_THAT(answeredIDs(answers), ElementsAreArray(expected));
+    }
+}
+
+TEST(ServerInputStressTests, theEndOfInputEndsAServerWhosePeerDoesNotRead)
+{
+    const ServerLab test;
+    std::string requests;
+    for (int i = 0; i < 500; ++i)
+        requests += request(std::to_string(i), "{}") + "\n"; // megabytes of answers
+    for (const Kind kind : {Kind::pipe, Kind::socket})
+        EXPECT_THAT(
+            answeredIDs(serve(test, kind, kind, requests, Reading::afterwards)), testing::SizeIs(testing::Lt(500U)));
+}
+
+TEST(ServerInputStressTests, theEndOfInputEndsAWaitWithoutAnAnswer)
+{
+    const ServerLab test;
+    static_cast<void>(test.lab.launch(test.baseline(test.holding()).id.text(), 0));
+    auto server = test.server("Runs");
+    server.sendCall("wait_for_runs");
+    EXPECT_EQ(server.request("ping"), JSONValue::object({})) << "the wait has begun";
+    server.closeInput();
+    EXPECT_EQ(server.receive(), std::nullopt);
+    EXPECT_EQ(server.wait(), 0);
+}
+
+} // namespace
+} // namespace veltry

@@ -1,0 +1,197 @@
+#include "Platform/Files.h"
+#include "Projects/Database.h"
+#include "ServerLab.h"
+#include "Support/Eventually.h"
+#include "Support/SmallDisk.h"
+#include "Support/Stress.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <random>
+#include <thread>
+
+namespace veltry {
+namespace {
+
+using test::ServerLab;
+using test::SmallDisk;
+using test::stressed;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr double pastStarting = 11; // seconds after which a run without a supervisor counts as lost
+
+std::string integrity(const std::filesystem::path& store)
+{
+    return Database(store).withConnection(
+        [](Connection& connection) { return connection.texts("PRAGMA integrity_check").at(0); });
+}
+
+/// Waits until nothing works in the lab any more: no server, supervisor, git or tar.
+void waitForQuiet(const ServerLab& test)
+{
+    EXPECT_TRUE(test::eventually([&] {
+        return test::processes::withArgument((test / "").string()).empty() &&
+               test::processes::withArgument(test.repository.path().string()).empty();
+    }));
+}
+
+/// The lab as it stands after a kill: a new server must tell the truth of all that is stored, and the node must run
+/// again.
+void checkAfterLoss(const ServerLab& test, const Experiment& node, const std::string& change)
+{
+    const std::vector<Run> stored = test.store->runs(test.lab.project.id);
+    for (const Run& run : stored)
+        if (!run.isFinished())
+            test.backdate(run.id, pastStarting);
+    auto server = test.server("Runs");
+    const std::string tree = server.call("experiment_tree");
+    const std::vector<Run> told = test.store->runs(test.lab.project.id);
+    ASSERT_EQ(told.size(), stored.size());
+    for (std::size_t i = 0; i < told.size(); ++i) {
+        EXPECT_EQ(told[i].number, static_cast<std::int64_t>(i) + 1);
+        if (stored[i].isFinished()) {
+            EXPECT_EQ(told[i], stored[i]) << "what was stored stays";
+        }
+        EXPECT_EQ(told[i].status, told[i].exitCode ? Run::Status::succeeded : Run::Status::failed);
+        EXPECT_THAT(tree, HasSubstr(fmt::format("run {} of Baseline: {}", i + 1, Run::statusText(told[i].status))));
+        EXPECT_NO_THROW(test.repository.git({"cat-file", "-e", told[i].commit}));
+    }
+    const Run again = test.finished(test::startedRun(server.call("run_experiment", test::naming(node))));
+    EXPECT_EQ(again.status, Run::Status::succeeded);
+    EXPECT_EQ(test.repository.git({"show", again.commit + ":change"}), change) << "no change is lost";
+}
+
+TEST(ServerLossStressTests, aKillAtAnyMomentLosesNothingThatWasStored)
+{
+    const struct {
+        std::string name;
+        bool server, supervisor;
+    } victims[] = {{"the server", true, false}, {"the supervisor", false, true}, {"both", true, true}};
+
+    std::mt19937 source(7);
+    for (const auto& victim : victims) {
+        SCOPED_TRACE(victim.name);
+        const ServerLab test;
+        const Experiment node = test.baseline("true");
+        const std::string supervisors = fmt::format("supervise{0}--db{0}{1}", '\0', test.database().string());
+        for (int round = 0; round < std::max(stressed(200), 4); ++round) {
+            const std::string change = fmt::format("{} {}", victim.name, round);
+            test.write(node, "change", change);
+            test.write(node, "much", std::string(1'000'000, static_cast<char>('a' + round % 26)));
+            {
+                auto server = test.server("Runs"); // ends by force when it goes out of scope
+                const std::int64_t call = server.sendCall("run_experiment", test::naming(node));
+                if (!victim.server)
+                    static_cast<void>(test::startedRun(test::toolText(server.answer(call))));
+                // Not a wait for anything: the moment is what is tried.
+                std::this_thread::sleep_for(std::chrono::milliseconds(source() % 200));
+                if (victim.supervisor)
+                    for (const pid_t supervisor : test::processes::withArgument(supervisors))
+                        ::kill(supervisor, SIGKILL);
+            }
+            waitForQuiet(test);
+            checkAfterLoss(test, node, change);
+            waitForQuiet(test);
+            if (HasFailure())
+                return;
+        }
+        EXPECT_EQ(test.repository.git({"fsck", "--strict", "--no-dangling", "--no-progress"}), "");
+        EXPECT_EQ(test.repository.git({"-C", test.lab.worktree(node).string(), "status", "--porcelain"}), "");
+        EXPECT_EQ(integrity(test.database()), "ok");
+    }
+}
+
+/// A lab whose store lies on a small disk of its own.
+struct LabOnDisk {
+    explicit LabOnDisk(const SmallDisk& disk)
+        : store(std::make_shared<ProjectStore>(disk / "veltry.sqlite")),
+          lab(store, store->createProject("P", {repository.path()}), folder / "Runs", test::toolsProgram())
+    {
+    }
+
+    [[nodiscard]] test::McpProcess serve() const
+    {
+        return test::McpProcess(
+            {"mcp", "--db", store->path().string(), "--project", lab.project.id.text(), "--runs", lab.runsFolder});
+    }
+
+    [[nodiscard]] Run ended(const UUID& id) const
+    {
+        EXPECT_TRUE(test::eventually([&] { return store->run(id)->isFinished(); }));
+        return store->run(id).value();
+    }
+
+    test::TemporaryFolder folder;
+    test::Repository repository;
+    std::shared_ptr<ProjectStore> store;
+    Lab lab;
+};
+
+TEST(ServerLossStressTests, aStoreOnAFullDiskIsToldAndServesAgainWhenThereIsRoom)
+{
+    const test::TemporaryFolder folder;
+    const SmallDisk disk(folder / "disk");
+    if (!disk.mounted)
+        GTEST_SKIP() << "mounting a file system takes root";
+    const LabOnDisk full(disk);
+    const auto create = [&](const std::string& title, const std::string& command) {
+        return full.lab.create({.title = title, .notes = "", .parent = {}, .runCommand = command, .conversation = {}});
+    };
+    const Experiment node = create("Node", "true");
+    const Experiment held =
+        create("Held", fmt::format("until [ -e {} ]; do sleep 0.05; done", (full.folder / "go").string()));
+    auto server = full.serve();
+    const UUID run = test::startedRun(server.call("run_experiment", test::naming(held)));
+    ASSERT_TRUE(test::eventually([&] { return full.store->run(run)->status == Run::Status::running; }));
+
+    Database(full.store->path()).withConnection([](Connection& file) {
+        file.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+    });
+    disk.fill();
+    JSONValue notes = JSONValue::object({{"experiment_id", node.id.text()}, {"notes", std::string(100'000, 'n')}});
+    for (const std::int64_t call :
+         {server.sendCall("set_experiment_notes", notes), server.sendCall("run_experiment", test::naming(node))}) {
+        const JSONValue answer = server.answer(call);
+        EXPECT_TRUE(test::isError(answer));
+        EXPECT_THAT(test::toolText(answer), HasSubstr("full"));
+    }
+    EXPECT_THAT(server.call("experiment_tree"), HasSubstr("run 1 of Held: running"));
+    Files::writeAtomically(full.folder / "go", "");
+    ASSERT_TRUE(test::eventually([&] { return test::processes::childrenOf(server.pid()).empty(); }))
+        << "the supervisor ends though it can't store the end";
+
+    disk.clear();
+    Database(full.store->path()).withConnection([&](Connection& file) {
+        file.execute("UPDATE run SET created_at = created_at - ?", pastStarting);
+    });
+    EXPECT_THAT(server.call("experiment_tree"), HasSubstr("run 1 of Held: failed no result"));
+    EXPECT_EQ(server.call("set_experiment_notes", notes), "Notes saved.");
+    const auto next = full.ended(test::startedRun(server.call("run_experiment", test::naming(node))));
+    EXPECT_EQ(next.number, 2);
+    EXPECT_EQ(next.status, Run::Status::succeeded);
+    EXPECT_EQ(integrity(full.store->path()), "ok");
+}
+
+TEST(ServerLossStressTests, aRunsFolderOnAFullDiskFailsTheLaunchAlone)
+{
+    const ServerLab test;
+    const SmallDisk disk(test / "disk");
+    if (!disk.mounted)
+        GTEST_SKIP() << "mounting a file system takes root";
+    const Experiment node = test.baseline("true");
+    auto server = test.server("disk/Runs");
+    disk.fill();
+    EXPECT_THAT(
+        server.call("run_experiment", test::naming(node)), StartsWith("launch_failed: Run 1 could not start: "));
+    EXPECT_THAT(server.call("experiment_tree"), HasSubstr("run 1 of Baseline: failed no result"));
+    disk.clear();
+    const auto run = test.finished(test::startedRun(server.call("run_experiment", test::naming(node))));
+    EXPECT_EQ(run.status, Run::Status::succeeded);
+    ASSERT_TRUE(test.allEnded());
+}
+
+} // namespace
+} // namespace veltry

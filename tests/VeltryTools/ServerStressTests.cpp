@@ -1,0 +1,194 @@
+#include "Platform/Files.h"
+#include "ServerLab.h"
+#include "Support/Eventually.h"
+#include "Support/Stress.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <numeric>
+
+namespace veltry {
+namespace {
+
+using test::ServerLab;
+using test::stressed;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+TEST(ServerStressTests, fourServersOnOneStoreNumberTheirRunsWithoutAGap)
+{
+    const int each = std::max(stressed(10), 3);
+    const ServerLab test;
+    const Experiment root = test.baseline("printf '{\"run\": %d}' $HARROWICK_RUN > $HARROWICK_RESULT_PATH");
+    std::vector<test::McpProcess> servers;
+    for (const char* runs : {"Runs 1", "Runs 2", "Runs 3", "Runs 4"})
+        servers.push_back(test.server(runs));
+    std::vector<Experiment> nodes;
+    for (int i = 0; i < 4 * each; ++i) {
+        nodes.push_back(test.child(root, fmt::format("Child {}", i)));
+        test.write(nodes.back(), "change", std::to_string(i));
+    }
+
+    for (std::size_t i = 0; i < nodes.size(); ++i)
+        servers[i % 4].sendCall("run_experiment", test::naming(nodes[i]));
+    std::vector<std::int64_t> numbers;
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        const JSONValue answer = servers[i % 4].receive().value();
+        const std::string text = test::toolText(answer);
+        EXPECT_FALSE(test::isError(answer)) << text;
+        const auto run = test.finished(test::startedRun(text));
+        EXPECT_EQ(run.status, Run::Status::succeeded);
+        EXPECT_EQ(run.result, fmt::format("{{\"run\": {}}}", run.number));
+        EXPECT_THAT(text, StartsWith(fmt::format("Run {} started", run.number)));
+        numbers.push_back(run.number);
+    }
+    std::vector<std::int64_t> expected(nodes.size());
+    std::iota(expected.begin(), expected.end(), 1);
+    EXPECT_THAT(numbers, testing::UnorderedElementsAreArray(expected));
+}
+
+TEST(ServerStressTests, ofTwoServersAtTheSameMomentOneComesSecond)
+{
+    const ServerLab test;
+    Files::writeAtomically(test / "one.toml", "[experiments]\nmax_runs = 1\n");
+
+    const struct {
+        std::string name;
+        std::vector<std::string> arguments;
+        bool sameNode;
+        std::string refusal;
+    } cases[] = {
+        {"one node", {}, true, "already_running: Run {} of "},
+        {"one place", {"--settings", test / "one.toml"}, false, "too_many_runs: 1 run is going,"},
+        {"one node and one place", {"--settings", test / "one.toml"}, true, "too_many_runs: 1 run is going,"},
+    };
+
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto first = test.server("Runs 1", c.arguments);
+        auto second = test.server("Runs 2", c.arguments);
+        for (int round = 0; round < stressed(200); ++round) {
+            test.hold();
+            // Both find something to commit.
+            const Experiment left = test.baseline(test.holding(), fmt::format("{} {} left", c.name, round));
+            const Experiment right =
+                c.sameNode ? left : test.baseline(test.holding(), fmt::format("{} {} right", c.name, round));
+            test.write(left, "change", "l");
+            test.write(right, "change", "r");
+            const std::int64_t calls[] = {
+                first.sendCall("run_experiment", test::naming(left)),
+                second.sendCall("run_experiment", test::naming(right))};
+            const std::string texts[] = {
+                test::toolText(first.answer(calls[0])), test::toolText(second.answer(calls[1]))};
+            const bool firstWon = texts[0].starts_with("Run ");
+            const auto run = test.store->run(test::startedRun(texts[firstWon ? 0 : 1])).value();
+            EXPECT_THAT(texts[firstWon ? 1 : 0], StartsWith(fmt::format(fmt::runtime(c.refusal), run.number)));
+            test.letGo();
+            ASSERT_TRUE(test.allEnded());
+        }
+    }
+}
+
+TEST(ServerStressTests, manyRunsLeaveNoZombieAndNoDescriptor)
+{
+    const ServerLab test;
+    const Experiment node = test.baseline("true");
+    auto server = test.server("Runs");
+    const auto runOnce = [&] {
+        const auto run = test.finished(test::startedRun(server.call("run_experiment", test::naming(node))));
+        EXPECT_EQ(run.status, Run::Status::succeeded);
+        static_cast<void>(server.call("experiment_tree"));
+    };
+    const auto alone = [&] { return test::processes::childrenOf(server.pid()).empty(); };
+    runOnce();
+    ASSERT_TRUE(test::eventually(alone));
+    const std::size_t before = test::processes::descriptorCount(server.pid());
+    for (int run = 0; run < std::max(stressed(200), 5); ++run)
+        runOnce();
+    EXPECT_TRUE(test::eventually(alone)) << "a supervisor that has ended is reaped";
+    EXPECT_EQ(test::processes::descriptorCount(server.pid()), before);
+}
+
+/// Sends 500 calls without reading, the ids being numbers and texts in turn. The last one is handled last, and `marked`
+/// then has notes.
+std::set<std::string> sendManyCalls(test::McpProcess& server, const Experiment& marked)
+{
+    constexpr std::string_view calls[] = {
+        R"("tools/call","params":{"name":"wait_for_runs"})",
+        R"("tools/call","params":{"name":"experiment_tree"})",
+        R"("ping")",
+        R"("tools/call","params":{"name":"get_run","arguments":{"run":1}})",
+        R"("tools/call","params":{"name":"no such tool"})",
+    };
+    std::set<std::string> ids;
+    for (int i = 0; i < 499; ++i) {
+        const std::string id = i % 2 ? fmt::format("{}", i) : fmt::format("\"call {}\"", i);
+        server.sendLine(
+            fmt::format(R"({{"jsonrpc":"2.0","id":{},"method":{}}})", id, calls[static_cast<std::size_t>(i) % 5]));
+        ids.insert(id);
+    }
+    server.sendLine(fmt::format(
+        R"({{"jsonrpc":"2.0","id":-1,"method":"tools/call","params":{{"name":"set_experiment_notes","arguments":{{"experiment_id":"{}","notes":"seen"}}}}}})",
+        marked.id.text()));
+    ids.insert("-1");
+    return ids;
+}
+
+TEST(ServerStressTests, fiveHundredCallsInFlightAreEachAnsweredOnOneLine)
+{
+    const ServerLab test;
+    const Experiment node = test.baseline(test.holding());
+    test.lab.setNotes(node.id.text(), std::string(100'000, 'n')); // in every tree, so that answers pile up
+    const Experiment marked = test.baseline("true", "Marked");
+    const auto run = test.lab.launch(node.id.text(), 0);
+    auto server = test.server("Runs");
+    std::set<std::string> open = sendManyCalls(server, marked);
+    ASSERT_TRUE(test::eventually([&] { return test.store->experiment(marked.id)->notes == "seen"; }))
+        << "a client that doesn't read holds up no call";
+    test.letGo();
+    ASSERT_EQ(test.finished(run.id).status, Run::Status::succeeded);
+    while (!open.empty()) {
+        const std::optional<JSONValue> answer = server.receive(); // throws for a line that isn't whole
+        ASSERT_TRUE(answer) << open.size() << " calls have no answer";
+        const std::string id = answer->find("id")->text();
+        EXPECT_EQ(open.erase(id), 1U) << id << " was never asked, or has two answers";
+        EXPECT_TRUE(answer->find("result")) << answer->text();
+    }
+    EXPECT_EQ(server.request("ping"), JSONValue::object({})) << "and nothing behind the last answer";
+}
+
+TEST(ServerStressTests, aClientThatGivesUpWithoutProgressHearsOfIt)
+{
+    const ServerLab test;
+    static_cast<void>(test.lab.launch(test.baseline(test.holding()).id.text(), 0));
+    auto server = test.server("Runs");
+
+    const struct {
+        std::string token;
+        bool told;
+    } cases[] = {{"\"a\"", true}, {"7", true}, {"1.5", false}, {"true", false}, {"{}", false}};
+
+    std::string expected;
+    for (const auto& c : cases)
+        server.sendLine(fmt::format(
+            R"({{"jsonrpc":"2.0","id":{0},"method":"tools/call","params":{{"name":"wait_for_runs","arguments":{{"timeout_seconds":6}},"_meta":{{"progressToken":{0}}}}}}})",
+            c.token));
+    for (std::size_t answers = 0; answers < std::size(cases);) {
+        const JSONValue message = server.receive().value();
+        if (const JSONValue* id = message.find("id")) {
+            ++answers;
+            EXPECT_EQ(test::toolText(message), "No run finished within 6.0 seconds. 1 still in flight.") << id->text();
+            continue;
+        }
+        EXPECT_EQ(answers, 0U) << "a notice never follows its answer";
+        EXPECT_EQ(*message.find("method"), JSONValue("notifications/progress"));
+        expected += message.find("params")->text() + "\n";
+    }
+    EXPECT_EQ(expected, R"({"message":"1 run in flight","progress":1,"progressToken":"a"}
+{"message":"1 run in flight","progress":1,"progressToken":7}
+)");
+}
+
+} // namespace
+} // namespace veltry
