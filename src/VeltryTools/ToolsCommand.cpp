@@ -67,9 +67,9 @@ Project findProject(const ProjectStore& store, const std::string& id)
 asio::awaitable<void> bidFarewell(std::shared_ptr<JSONRPCConnection> connection)
 {
     const asio::any_io_executor executor = co_await asio::this_coro::executor;
-    asio::steady_timer patience(executor, longestFarewell);
-    patience.async_wait([](const asio::error_code&) { leave(); });
     co_await asio::post(executor, asio::use_awaitable); // behind the handlers of every request that was read
+    asio::steady_timer patience(executor, longestFarewell); // only from here on: handlers may have taken longer
+    patience.async_wait([](const asio::error_code&) { leave(); });
     co_await connection->flush();
     leave();
 }
