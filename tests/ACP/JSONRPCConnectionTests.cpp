@@ -1,12 +1,17 @@
 #include "ACP/JSONRPCConnection/JSONRPCConnection.h"
 #include "ACP/JSONRPCConnection/MemoryTransport.h"
+#include "ACP/JSONRPCConnection/PipeTransport.h"
 #include "Platform/SystemLog.h"
 #include "Support/RunOnExecutor.h"
 
 #include <asio/detached.hpp>
 #include <gmock/gmock.h>
 
+#include <unistd.h>
+
 #include <limits>
+#include <numeric>
+#include <thread>
 
 namespace veltry {
 namespace {
@@ -287,6 +292,39 @@ TEST(JSONRPCConnection, AFailedWriteReachesItsOwnRequestAlone)
         co_await noPeer->close();
     });
     EXPECT_THAT(log.lines, ElementsAre("could not send a notification: the connection is closed"));
+}
+
+/// Small lines go out at once where they can, and large ones by a thread: neither may overtake the other.
+TEST(JSONRPCConnection, SmallAndLargeLinesOverAPipeKeepTheirOrder)
+{
+    std::vector<std::int64_t> sent(300);
+    std::iota(sent.begin(), sent.end(), 0);
+    std::vector<std::int64_t> received;
+    runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        Pipe input = Pipe::make();
+        Pipe output = Pipe::make();
+        const auto transport = PipeTransport::make(executor, std::move(input.reading), std::move(output.writing));
+        const auto connection = JSONRPCConnection::make(executor, transport, false);
+        connection->start({}, {});
+        std::jthread reader([&, source = output.reading.get()] {
+            LineSplitter splitter;
+            char buffer[4096];
+            while (received.size() < sent.size()) {
+                const ssize_t count = ::read(source, buffer, sizeof buffer);
+                for (const std::string& line : splitter.add({buffer, static_cast<std::size_t>(count)}))
+                    received.push_back(JSONValue::parse(line).find("params")->array()->front().integer().value_or(-1));
+            }
+        });
+        for (const std::int64_t number : sent) {
+            connection->notify("n", JSONValue::array({number, std::string(number % 3 == 0 ? 6000 : 1, 'x')}));
+            if (number % 50 > 25) // the queue runs empty now and then
+                co_await connection->flush();
+        }
+        co_await connection->flush();
+        reader.join();
+        co_await transport->close();
+    });
+    EXPECT_EQ(received, sent);
 }
 
 TEST(JSONRPCConnection, WithTrafficLoggedEveryLineIsShownBothWays)

@@ -2,33 +2,25 @@
 
 namespace veltry {
 
-namespace {
-
-/// Takes a member out of the message; a null counts as absent.
-std::optional<JSONValue> take(JSONValue::Object& message, std::string_view key)
-{
-    const auto found = message.find(key);
-    if (found == message.end() || found->second.isNull())
-        return std::nullopt;
-    return std::move(found->second);
-}
-
-} // namespace
-
+// Member by member, since a result may be a text of megabytes. Keys are sorted, as everywhere.
 std::string Envelope::line() const
 {
-    JSONValue::Object message{{"jsonrpc", "2.0"}};
-    if (id)
-        message.emplace("id", *id);
-    if (method)
-        message.emplace("method", *method);
-    if (params)
-        message.emplace("params", *params);
-    if (result)
-        message.emplace("result", *result);
+    std::string line = "{";
+    const auto add = [&line](std::string_view key, const JSONValue& value) {
+        line.append(line.size() > 1 ? ",\"" : "\"").append(key).append("\":").append(value.text());
+    };
     if (error)
-        message.emplace("error", error->toJSON());
-    return JSONValue(std::move(message)).text();
+        add("error", error->toJSON());
+    if (id)
+        add("id", *id);
+    add("jsonrpc", "2.0");
+    if (method)
+        add("method", *method);
+    if (params)
+        add("params", *params);
+    if (result)
+        add("result", *result);
+    return line += '}';
 }
 
 std::optional<Envelope> Envelope::parse(std::string_view line)
@@ -37,25 +29,30 @@ std::optional<Envelope> Envelope::parse(std::string_view line)
     JSONValue::Object* message = value ? value->object() : nullptr;
     if (!message)
         return std::nullopt;
-    const std::optional<JSONValue> version = take(*message, "jsonrpc");
-    if (!version || !version->string())
-        return std::nullopt;
-
     Envelope envelope;
-    if (std::optional<JSONValue> method = take(*message, "method")) {
-        if (!method->string())
-            return std::nullopt;
-        envelope.method = std::move(*method->string());
+    bool isVersioned = false;
+    for (auto& [key, member] : *message) {
+        if (member.isNull())
+            continue; // counts as absent
+        if (key == "id") {
+            envelope.id = std::move(member);
+        } else if (key == "params") {
+            envelope.params = std::move(member);
+        } else if (key == "result") {
+            envelope.result = std::move(member);
+        } else if (key == "error") {
+            envelope.error = JSONRPCError::fromJSON(member);
+            if (!envelope.error)
+                return std::nullopt;
+        } else if (key == "method") {
+            if (!member.string())
+                return std::nullopt;
+            envelope.method = std::move(*member.string());
+        } else if (key == "jsonrpc") {
+            isVersioned = member.string() != nullptr;
+        }
     }
-    if (const std::optional<JSONValue> error = take(*message, "error")) {
-        envelope.error = JSONRPCError::fromJSON(*error);
-        if (!envelope.error)
-            return std::nullopt;
-    }
-    envelope.id = take(*message, "id");
-    envelope.params = take(*message, "params");
-    envelope.result = take(*message, "result");
-    return envelope;
+    return isVersioned ? std::optional(std::move(envelope)) : std::nullopt;
 }
 
 } // namespace veltry

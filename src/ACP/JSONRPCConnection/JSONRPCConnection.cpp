@@ -54,6 +54,7 @@ JSONRPCConnection::~JSONRPCConnection()
 
 void JSONRPCConnection::start(Notifications notifications, Requests requests, OnEnd onEnd)
 {
+    started_ = true;
     notifications_ = std::move(notifications);
     requests_ = std::move(requests);
     onEnd_ = std::move(onEnd);
@@ -74,7 +75,7 @@ asio::awaitable<JSONValue> JSONRPCConnection::request(std::string method, JSONVa
 
     const auto waiter = std::make_shared<Waiter>(executor_);
     pending_.emplace(id, waiter);
-    outbox_->push(std::move(item));
+    send(std::move(item));
     std::optional<JSONValue> result = co_await waiter->next();
     co_return std::move(*result); // a waiter ends with a result or throws
 }
@@ -86,7 +87,7 @@ void JSONRPCConnection::notify(std::string method, JSONValue params)
     Envelope message;
     message.method = std::move(method);
     message.params = std::move(params);
-    outbox_->push({.line = message.line(), .id = std::nullopt, .flushed = nullptr});
+    send({.line = message.line(), .id = std::nullopt, .flushed = nullptr});
 }
 
 void JSONRPCConnection::fail(const ConnectionError& error)
@@ -125,6 +126,21 @@ asio::awaitable<void> JSONRPCConnection::write(
         if (failure)
             if (const auto self = connection.lock())
                 self->writeFailed(*item, failure);
+    }
+}
+
+void JSONRPCConnection::send(Outgoing item)
+{
+    // A queue that is empty has no line in the writing either, but for one that the transport itself knows of.
+    if (!started_ || logsTraffic_ || !outbox_->isEmpty()) {
+        outbox_->push(std::move(item));
+        return;
+    }
+    try {
+        if (!transport_->sendIfPossible(item.line))
+            outbox_->push(std::move(item));
+    } catch (const std::exception&) {
+        writeFailed(item, std::current_exception());
     }
 }
 
@@ -192,7 +208,7 @@ asio::awaitable<void> JSONRPCConnection::answer(std::shared_ptr<JSONRPCConnectio
     if (self->failure_)
         co_return;
     try {
-        self->outbox_->push({.line = reply.line(), .id = std::nullopt, .flushed = nullptr});
+        self->send({.line = reply.line(), .id = std::nullopt, .flushed = nullptr});
     } catch (const JSONValue::Failure& error) {
         logFailure(fmt::format("could not answer {}: {}", *request.method, error.description()));
     }

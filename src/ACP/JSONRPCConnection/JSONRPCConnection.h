@@ -15,12 +15,13 @@
 
 namespace veltry {
 
-/// One JSON-RPC 2.0 peer over a stream of lines. It knows no method names and is symmetric: either side may ask at any time.
+/// One JSON-RPC 2.0 peer over a stream of lines. It knows no method names and is symmetric: either side may ask at any
+/// time.
 ///
 /// Everything happens on the one serial executor that it is made with: all calls are made there, and all handlers run
-/// there, one at a time, each until it suspends. Each request that comes in has a task of its own, so answers may go out
-/// in any order; notifications are handled one after the other, and nothing more is read until each is done. A line that
-/// isn't JSON-RPC is logged and passed over. While its input flows, a started connection keeps itself alive.
+/// there, one at a time, each until it suspends. Each request that comes in has a task of its own, so answers may go
+/// out in any order; notifications are handled one after the other, and nothing more is read until each is done. A line
+/// that isn't JSON-RPC is logged and passed over. While its input flows, a started connection keeps itself alive.
 class JSONRPCConnection : public std::enable_shared_from_this<JSONRPCConnection> {
 public:
     /// `params` is null where the message had none.
@@ -37,20 +38,20 @@ public:
     /// What is queued is still written.
     ~JSONRPCConnection();
 
-    /// Begins to write and to read. Until then nothing goes out and a request waits. `onEnd` runs once the input has ended
-    /// and then decides alone; without one the connection fails with ConnectionError::closed().
+    /// Begins to write and to read. Until then nothing goes out and a request waits. `onEnd` runs once the input has
+    /// ended and then decides alone; without one the connection fails with ConnectionError::closed().
     void start(Notifications notifications, Requests requests, OnEnd onEnd = {});
 
-    /// Asks the peer and resumes with its result (null if the answer held none). Throws the JSONRPCError that it answered,
-    /// the ConnectionError that the connection failed with, JSONValue::Failure for params that can't be written, or what
-    /// writing the line met. There is no time limit.
+    /// Asks the peer and resumes with its result (null if the answer held none). Throws the JSONRPCError that it
+    /// answered, the ConnectionError that the connection failed with, JSONValue::Failure for params that can't be
+    /// written, or what writing the line met. There is no time limit.
     [[nodiscard]] asio::awaitable<JSONValue> request(std::string method, JSONValue params);
 
     /// Queues a notification. Throws ConnectionError once the connection has failed, and JSONValue::Failure.
     void notify(std::string method, JSONValue params);
 
-    /// Ends the use of the connection: every request that waits fails with `error`, later ones with the first failure, and
-    /// answers are dropped. Reading and writing go on.
+    /// Ends the use of the connection: every request that waits fails with `error`, later ones with the first failure,
+    /// and answers are dropped. Reading and writing go on.
     void fail(const ConnectionError& error);
 
     /// False once the input has ended or the connection has failed: nobody waits for anything that isn't an answer.
@@ -61,18 +62,23 @@ public:
 
 private:
     using Waiter = Mailbox<JSONValue>;
+
     struct Outgoing {
         std::string line;
-        std::optional<std::int64_t> id;            ///< of a request of ours: a failed write reaches its waiter
+        std::optional<std::int64_t> id;         ///< of a request of ours: a failed write reaches its waiter
         std::shared_ptr<Mailbox<bool>> flushed; ///< in place of a line: somebody waits for those before it
     };
+
     using Outbox = Mailbox<Outgoing>;
 
-    JSONRPCConnection(const asio::any_io_executor& executor, std::shared_ptr<LineTransport> transport, bool logsTraffic);
+    JSONRPCConnection(
+        const asio::any_io_executor& executor, std::shared_ptr<LineTransport> transport, bool logsTraffic);
 
     [[nodiscard]] static asio::awaitable<void> write(
         std::weak_ptr<JSONRPCConnection> connection, std::shared_ptr<LineTransport> transport,
         std::shared_ptr<Outbox> outbox, bool logsTraffic);
+    /// Into the queue, or past it where that saves a turn of the executor.
+    void send(Outgoing item);
     void writeFailed(const Outgoing& item, const std::exception_ptr& failure);
 
     // Tasks of their own get the connection as an argument, since a task begins later than it is made.
@@ -90,6 +96,7 @@ private:
     bool inputEnded_ = false;
     std::optional<ConnectionError> failure_; // the first; nothing more is sent after it
     std::shared_ptr<Outbox> outbox_;
+    bool started_ = false;
     Notifications notifications_;
     Requests requests_;
     OnEnd onEnd_;

@@ -8,6 +8,7 @@
 
 #include <deque>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <utility>
 
@@ -20,7 +21,14 @@ namespace veltry {
 template <typename Item>
 class Mailbox {
 public:
-    explicit Mailbox(const asio::any_io_executor& executor) : arrival_(executor, asio::steady_timer::time_point::max()) {}
+    /// Tries to add an item or ends the mailbox; called again until one of them has happened.
+    using Refill = std::function<asio::awaitable<void>()>;
+
+    /// With `refill` the reader itself fetches what isn't there, which saves waking it.
+    explicit Mailbox(const asio::any_io_executor& executor, Refill refill = {})
+        : arrival_(executor, asio::steady_timer::time_point::max()), refill_(std::move(refill))
+    {
+    }
 
     /// Adds an item and wakes the reader. After the end it is dropped.
     void push(Item item)
@@ -33,15 +41,22 @@ public:
 
     /// No more items come. The first end counts.
     void finish() { end(nullptr); }
+
     /// The same with a failure, which the reader meets behind the last item.
     void fail(std::exception_ptr failure) { end(std::move(failure)); }
 
     [[nodiscard]] bool hasEnded() const noexcept { return ended_; }
 
+    [[nodiscard]] bool isEmpty() const noexcept { return items_.empty(); }
+
     /// The next item in order; nothing at the end. Throws the failure that the mailbox ended with.
     [[nodiscard]] asio::awaitable<std::optional<Item>> next()
     {
         while (items_.empty() && !ended_) {
+            if (refill_) {
+                co_await refill_();
+                continue;
+            }
             asio::error_code ignored; // a cancelled timer is how an arrival shows
             co_await arrival_.async_wait(asio::redirect_error(asio::use_awaitable, ignored));
         }
@@ -66,6 +81,7 @@ private:
 
     std::deque<Item> items_;
     asio::steady_timer arrival_; // never expires; it is only ever cancelled
+    Refill refill_;
     bool ended_ = false;
     std::exception_ptr failure_;
 };

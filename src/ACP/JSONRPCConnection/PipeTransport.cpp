@@ -2,9 +2,8 @@
 
 #include "Platform/SystemError.h"
 
-#include <asio/co_spawn.hpp>
-#include <asio/detached.hpp>
 #include <asio/post.hpp>
+
 #include <poll.h>
 #include <sys/epoll.h>
 #include <unistd.h>
@@ -15,9 +14,9 @@ namespace veltry {
 
 namespace {
 
-/// Asio puts every descriptor that it gets into non-blocking mode, and that mode belongs to the open file, which a shell
-/// or a parent may share. So Asio gets an epoll set of ours that holds the descriptor and is readable when it is. No
-/// descriptor where epoll refuses: plain files and the null device, whose input is always ready.
+/// Asio puts every descriptor that it gets into non-blocking mode, and that mode belongs to the open file, which a
+/// shell or a parent may share. So Asio gets an epoll set of ours that holds the descriptor and is readable when it is.
+/// No descriptor where epoll refuses: plain files and the null device, whose input is always ready.
 FileDescriptor readinessOf(const FileDescriptor& input)
 {
     FileDescriptor set(::epoll_create1(EPOLL_CLOEXEC));
@@ -36,13 +35,12 @@ FileDescriptor readinessOf(const FileDescriptor& input)
 std::shared_ptr<PipeTransport> PipeTransport::make(
     const asio::any_io_executor& executor, FileDescriptor reading, FileDescriptor writing)
 {
-    std::shared_ptr<PipeTransport> transport(new PipeTransport(executor, std::move(reading), std::move(writing)));
-    asio::co_spawn(executor, readLines(transport), asio::detached);
-    return transport;
+    return std::shared_ptr<PipeTransport>(new PipeTransport(executor, std::move(reading), std::move(writing)));
 }
 
 PipeTransport::PipeTransport(const asio::any_io_executor& executor, FileDescriptor reading, FileDescriptor writing)
-    : executor_(executor), reading_(std::move(reading)), lines_(executor), writer_(std::move(writing))
+    : executor_(executor), reading_(std::move(reading)), lines_(executor, [this] { return readMore(); }),
+      writer_(std::move(writing))
 {
     if (FileDescriptor set = readinessOf(reading_))
         readiness_.emplace(executor, set.release());
@@ -63,6 +61,14 @@ asio::awaitable<void> PipeTransport::send(std::string line)
         std::rethrow_exception(*failure);
 }
 
+bool PipeTransport::sendIfPossible(std::string& line)
+{
+    line += '\n';
+    const bool sent = writer_.writeIfPossible(line);
+    line.pop_back();
+    return sent;
+}
+
 asio::awaitable<void> PipeTransport::close()
 {
     lines_.finish();
@@ -72,15 +78,15 @@ asio::awaitable<void> PipeTransport::close()
     co_return;
 }
 
-asio::awaitable<void> PipeTransport::readLines(std::shared_ptr<PipeTransport> self)
+/// Waits for input and takes what is there.
+asio::awaitable<void> PipeTransport::readMore()
 {
     try {
-        do
-            co_await self->inputReady();
-        while (!self->lines_.hasEnded() && self->readChunk());
-        self->lines_.finish();
+        co_await inputReady();
+        if (!lines_.hasEnded() && !readChunk())
+            lines_.finish();
     } catch (const std::exception&) {
-        self->lines_.fail(std::current_exception());
+        lines_.fail(std::current_exception());
     }
 }
 
@@ -99,8 +105,8 @@ asio::awaitable<void> PipeTransport::inputReady()
 bool PipeTransport::readChunk()
 {
     pollfd polled{.fd = reading_.get(), .events = POLLIN, .revents = 0};
-    if (readiness_ && ::poll(&polled, 1, 0) == 0)
-        return true; // another process that shares the input was faster
+    if (readiness_ && ::poll(&polled, 1, 0) == 0) // another process that shares the input was faster
+        return true;
     std::array<char, 65536> buffer; // NOLINT(cppcoreguidelines-pro-type-member-init): filled by read
     const ssize_t count = ::read(reading_.get(), buffer.data(), buffer.size());
     if (count < 0 && (errno == EINTR || errno == EAGAIN))

@@ -14,25 +14,28 @@ namespace veltry {
 
 /// A transport over two descriptors: pipes, sockets, terminals or plain files.
 ///
-/// Their flags stay as they are, since they may be shared with other processes. Input is read on the transport's executor
-/// whenever there is some. A last line without a line feed is dropped. A line that fits a pipe goes out at once; a peer
-/// that reads slowly is served by a thread and holds up nobody. The process ignores SIGPIPE, so that a peer that went
-/// away shows as a failed send().
+/// Their flags stay as they are, since they may be shared with other processes. Input is read on the transport's
+/// executor when lines are asked for. A last line without a line feed is dropped. A line that fits a pipe goes out at
+/// once; a peer that reads slowly is served by a thread and holds up nobody. The process ignores SIGPIPE, so that a
+/// peer that went away shows as a failed send().
 class PipeTransport final : public LineTransport {
 public:
-    /// Begins to read at once. Throws SystemError.
+    /// Throws SystemError.
     [[nodiscard]] static std::shared_ptr<PipeTransport> make(
         const asio::any_io_executor& executor, FileDescriptor reading, FileDescriptor writing);
 
     [[nodiscard]] asio::awaitable<void> send(std::string line) override;
+    [[nodiscard]] bool sendIfPossible(std::string& line) override;
+
     [[nodiscard]] LineStream& lines() override { return lines_; }
+
     /// The reading descriptor stays open until the transport goes.
     [[nodiscard]] asio::awaitable<void> close() override;
 
 private:
     PipeTransport(const asio::any_io_executor& executor, FileDescriptor reading, FileDescriptor writing);
 
-    [[nodiscard]] static asio::awaitable<void> readLines(std::shared_ptr<PipeTransport> self);
+    [[nodiscard]] asio::awaitable<void> readMore();
     [[nodiscard]] asio::awaitable<void> inputReady();
     [[nodiscard]] bool readChunk();
 
