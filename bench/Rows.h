@@ -1,0 +1,29 @@
+#pragma once
+
+#include "Measure.h"
+
+/// The rows of the table, each with what main.cpp says of it. They throw what they meet.
+namespace veltry::bench {
+
+// VeltryTools/ServerRows.cpp
+[[nodiscard]] Measured serverStart(const Workplace& place);
+[[nodiscard]] Measured ping(const Workplace& place);
+[[nodiscard]] Measured runExperiment(const Workplace& place);
+[[nodiscard]] Measured experimentTree(const Workplace& place);
+
+// Experiments/SupervisorRows.cpp
+[[nodiscard]] Measured supervisorStart(const Workplace& place);
+[[nodiscard]] Measured supervisorMemory(const Workplace& place);
+
+// Experiments/RunLogRows.cpp
+[[nodiscard]] Measured logTail(const Workplace& place);
+[[nodiscard]] Measured stamper(const Workplace& place);
+
+// Projects/RunRows.cpp
+[[nodiscard]] Measured furtherLook(const Workplace& place);
+[[nodiscard]] Measured firstLook(const Workplace& place);
+[[nodiscard]] Measured runsOfAllProjects(const Workplace& place);
+[[nodiscard]] Measured runByNumber(const Workplace& place);
+[[nodiscard]] Measured nextNumber(const Workplace& place);
+
+} // namespace veltry::bench

@@ -1,0 +1,113 @@
+#include "Base/Error.h"
+#include "Base/Text.h"
+#include "Platform/Files.h"
+#include "Platform/MachineFacts.h"
+#include "Platform/ProcessFacts.h"
+#include "Rows.h"
+#include "Table.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <thread>
+
+namespace veltry::bench {
+
+namespace {
+
+using enum Row::Unit;
+
+constexpr double megabyte = 1048576.0;
+
+constexpr std::array rows = {
+    Row{"start of mcp to the answer of initialize", "sqlite3 opening the store for a select", 3, seconds, serverStart},
+    Row{"round trip of ping", "the same line through cat", 2, seconds, ping},
+    Row{"run_experiment, call to answer", "its git and tar commands in a script", 1.2, seconds, runExperiment},
+    Row{"supervisor's start to the command's first", "setsid nohup, the shell, -l -c", 1.5, seconds, supervisorStart},
+    Row{"private memory of a waiting supervisor", "sleep", 3 * megabyte, bytes, supervisorMemory},
+    Row{"further look of wait_for_runs, 100,000 runs", "10 runs", 2, seconds, furtherLook},
+    Row{"experiment_tree, 10,000 nodes, 100,000 runs", "sqlite3 printing the rows", 3, seconds, experimentTree},
+    Row{"tail of a log of 10 GB", "of 1 MB", 1.2, seconds, logTail},
+    Row{"stamper on a growing log, processor time", "cat of the log, processor time", 2, seconds, stamper},
+    Row{"first look of wait_for_runs, 100,000 runs", "10 runs", 0, seconds, firstLook},
+    Row{"count of runs in flight at a launch, 100,000 runs", "10 runs", 0, seconds, runsOfAllProjects},
+    Row{"a run by its number, 100,000 runs", "10 runs", 0, seconds, runByNumber},
+    Row{"a new run with the next number, 100,000 runs", "10 runs", 0, seconds, nextNumber},
+};
+
+bool isWanted(const Row& row, const std::vector<std::string>& words)
+{
+    return words.empty() || std::ranges::any_of(words, [&](const std::string& word) {
+               return row.what.find(word) != std::string_view::npos;
+           });
+}
+
+/// What the numbers depend on, without the machine's name.
+std::string machine()
+{
+    std::array<double, 1> load{};
+    ::getloadavg(load.data(), 1);
+    return fmt::format(
+        "{} cores, {}, {} GB of memory; {:%Y-%m-%d}; load {:.1f} before the first row.\n"
+        "Medians of rounds in which both sides were measured in turn.\n",
+        std::thread::hardware_concurrency(), MachineFacts::processorName().value_or("an unnamed processor"),
+        (MachineFacts::memory() + (1 << 29)) >> 30, fmt::gmtime(std::time(nullptr)), load[0]);
+}
+
+Result measured(const Row& row, const std::filesystem::path& folder)
+{
+    Result result{.row = &row, .measured = {}};
+    const Workplace place{.folder = folder / "row", .tools = ProcessFacts::executable().parent_path() / "veltry-tools"};
+    try {
+        Files::createFolders(place.folder);
+        result.measured = row.measure(place);
+    } catch (const std::exception& error) {
+        result.measured = std::unexpected("not measured: " + describe(error));
+    }
+    std::error_code ignored; // what is left goes with the folder above
+    std::filesystem::remove_all(place.folder, ignored);
+    return result;
+}
+
+/// Configuration of whoever runs the bench might sign commits or watch the file system.
+void isolateGit()
+{
+    ::setenv("GIT_CONFIG_GLOBAL", "/dev/null", 1);
+    ::setenv("GIT_CONFIG_NOSYSTEM", "1", 1);
+}
+
+} // namespace
+
+/// Measures the rows whose text holds one of the words, below `folder`. Returns false if one could not be measured.
+static bool run(const std::filesystem::path& folder, const std::vector<std::string>& words)
+{
+    isolateGit();
+    fmt::print("{}", machine());
+    std::vector<Result> results;
+    for (const Row& row : rows) {
+        if (!isWanted(row, words))
+            continue;
+        fmt::print(stderr, "{}\n", row.what);
+        results.push_back(measured(row, folder));
+    }
+    fmt::print("\n{}", table(results));
+    return std::ranges::all_of(results, [](const Result& result) { return result.measured.has_value(); });
+}
+
+} // namespace veltry::bench
+
+int main(int count, char** arguments)
+{
+    if (count < 2) {
+        fmt::print(stderr, "usage: veltry-bench FOLDER [NAME...]\n");
+        return 2;
+    }
+    std::signal(SIGPIPE, SIG_IGN);
+    return veltry::bench::run(std::filesystem::absolute(arguments[1]), {arguments + 2, arguments + count}) ? 0 : 1;
+}
