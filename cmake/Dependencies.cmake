@@ -10,7 +10,8 @@ pkg_check_modules(uuid REQUIRED IMPORTED_TARGET uuid)
 find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
 add_library(asio INTERFACE)
 target_include_directories(asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
-target_compile_definitions(asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
+# Asio 1.22 allocates by what the headers before it happen to define, so two sources could differ in one inline function.
+target_compile_definitions(asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED ASIO_HAS_STD_ALIGNED_ALLOC)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     # Asio 1.22 looks for the coroutines of an older clang.
     target_compile_definitions(asio INTERFACE ASIO_HAS_CO_AWAIT ASIO_HAS_STD_COROUTINE)
