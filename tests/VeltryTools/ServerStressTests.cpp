@@ -68,7 +68,7 @@ TEST(ServerStressTests, ofTwoServersAtTheSameMomentOneComesSecond)
         SCOPED_TRACE(c.name);
         auto first = test.server("Runs 1", c.arguments);
         auto second = test.server("Runs 2", c.arguments);
-        for (int round = 0; round < stressed(200); ++round) {
+        for (int round = 0; round < stressed(100); ++round) {
             test.hold();
             // Both find something to commit.
             const Experiment left = test.baseline(test.holding(), fmt::format("{} {} left", c.name, round));
