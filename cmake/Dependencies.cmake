@@ -22,12 +22,19 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 endif()
 target_link_libraries(asio INTERFACE Threads::Threads)
 
+# Its headers alone: the library is loaded at the first request.
+find_path(CURL_INCLUDE_DIR curl/curl.h REQUIRED)
+add_library(curlHeaders INTERFACE)
+target_include_directories(curlHeaders SYSTEM INTERFACE ${CURL_INCLUDE_DIR})
+target_link_libraries(curlHeaders INTERFACE ${CMAKE_DL_LIBS})
+
 find_path(CLI11_INCLUDE_DIR CLI/CLI.hpp REQUIRED)
 add_library(cli11 INTERFACE)
 target_include_directories(cli11 SYSTEM INTERFACE ${CLI11_INCLUDE_DIR})
 
 if(VELTRY_TESTS)
     find_package(GTest REQUIRED)
+    pkg_check_modules(httplib REQUIRED IMPORTED_TARGET cpp-httplib) # its flags set its ABI
 endif()
 if(VELTRY_BENCHES)
     find_package(benchmark REQUIRED)
