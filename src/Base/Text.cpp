@@ -177,9 +177,20 @@ bool isLetterOrNumber(char32_t scalar)
            (kind >= UTF8PROC_CATEGORY_ND && kind <= UTF8PROC_CATEGORY_NO);
 }
 
+bool isAlphanumeric(char32_t scalar)
+{
+    const utf8proc_category_t kind = category(scalar);
+    return isLetterOrNumber(scalar) || (kind >= UTF8PROC_CATEGORY_MN && kind <= UTF8PROC_CATEGORY_ME);
+}
+
 std::string_view trimmed(std::string_view text)
 {
     return trimmedWhere(text, isWhiteSpace);
+}
+
+std::string_view trimmedBlanks(std::string_view text)
+{
+    return trimmedWhere(text, [](char32_t scalar) { return isWhiteSpace(scalar) && !isNewline(scalar); });
 }
 
 std::string_view trimmedNewlines(std::string_view text)

@@ -22,9 +22,13 @@ namespace veltry::text {
 [[nodiscard]] bool isWhiteSpace(char32_t scalar);
 /// Categories L* and N*.
 [[nodiscard]] bool isLetterOrNumber(char32_t scalar);
+/// Categories L*, M* and N*.
+[[nodiscard]] bool isAlphanumeric(char32_t scalar);
 
 /// Without white space and line feeds at both ends.
 [[nodiscard]] std::string_view trimmed(std::string_view text);
+/// Without white space at both ends, line ends (below) not counted as such.
+[[nodiscard]] std::string_view trimmedBlanks(std::string_view text);
 /// Without line ends (U+000A to U+000D, U+0085, U+2028, U+2029) at both ends.
 [[nodiscard]] std::string_view trimmedNewlines(std::string_view text);
 /// True if nothing but white space and line feeds stands in it.

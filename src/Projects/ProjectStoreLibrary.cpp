@@ -53,6 +53,13 @@ struct CitationRow {
     int experimentID, paper, reason, createdAt;
 };
 
+/// The paper of the row, if it is the one that the row's key says: a list is searched by what the papers say.
+std::optional<Paper> paperWithID(std::string_view id, Statement rows)
+{
+    std::optional<Paper> paper = decodeFirst<PaperRow>(std::move(rows));
+    return paper && paper->id == id ? std::move(paper) : std::nullopt;
+}
+
 void insertIntoLibrary(Connection& connection, const Paper& paper, const std::string& text, Date now)
 {
     connection.execute(
@@ -76,6 +83,24 @@ std::vector<Paper> ProjectStore::libraryPapers(const UUID& projectID) const
             R"(SELECT l.paper FROM project_paper AS p JOIN library_paper AS l ON l.id = p.paper_id
 WHERE p.project_id = ? ORDER BY p.saved_at DESC, p.rowid DESC)",
             projectID));
+    });
+}
+
+std::optional<Paper> ProjectStore::libraryPaper(std::string_view paperID) const
+{
+    return database_->read([&](Connection& connection) {
+        return paperWithID(paperID, connection.query("SELECT paper FROM library_paper WHERE id = ?", paperID));
+    });
+}
+
+std::optional<Paper> ProjectStore::libraryPaper(std::string_view paperID, const UUID& projectID) const
+{
+    return database_->read([&](Connection& connection) {
+        return paperWithID(
+            paperID, connection.query(
+                         R"(SELECT l.paper FROM project_paper AS p JOIN library_paper AS l ON l.id = p.paper_id
+WHERE p.project_id = ? AND p.paper_id = ?)",
+                         projectID, paperID));
     });
 }
 

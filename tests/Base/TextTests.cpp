@@ -63,6 +63,7 @@ TEST(Text, trimsWhiteSpaceOfEveryKind)
     EXPECT_EQ(text::trimmed("\x80 a \xE3\x80"), "\x80 a \xE3\x80");
     EXPECT_EQ(text::trimmed("\u3000 "), "");
     EXPECT_EQ(text::trimmedNewlines("\r\n\u2028 a \u0085\n"), " a ");
+    EXPECT_EQ(text::trimmedBlanks(" \t\u3000\n a\r\u00A0\t"), "\n a\r");
     EXPECT_TRUE(text::isBlank("\u3000\n"));
     EXPECT_FALSE(text::isBlank("\xFF"));
 }

@@ -93,6 +93,20 @@ TEST_F(LibraryTest, KeepsPapersAsTheirJSON)
     }
 }
 
+TEST_F(LibraryTest, FindsAPaperByItsIDWhereTheListsHoldIt)
+{
+    store.savePaper(one, project);
+    store.savePaper(two);
+    EXPECT_EQ(store.libraryPaper("W1"), one);
+    EXPECT_EQ(store.libraryPaper("W2"), two);
+    EXPECT_EQ(store.libraryPaper("w1"), std::nullopt);
+    EXPECT_EQ(store.libraryPaper("W1", project), one);
+    EXPECT_EQ(store.libraryPaper("W1", elsewhere), std::nullopt);
+    EXPECT_EQ(store.libraryPaper("W2", project), std::nullopt);
+    execute(store.path(), "UPDATE library_paper SET paper = '{}' WHERE id = 'W1'");
+    EXPECT_EQ(store.libraryPaper("W1", project), std::nullopt);
+}
+
 TEST_F(LibraryTest, RemovalLeavesCitations)
 {
     const Experiment node = makeNode("node");

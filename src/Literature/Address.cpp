@@ -1,0 +1,110 @@
+#include "Literature/Address.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+
+namespace veltry::Address {
+
+namespace {
+
+// RFC 3986's sets; the C library's would ask the locale.
+bool isLetter(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+bool isDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+bool isHexDigit(char c)
+{
+    return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+bool isUnreserved(char c)
+{
+    return isLetter(c) || isDigit(c) || std::string_view("-._~").contains(c);
+}
+
+void appendEncoded(std::string& text, char c)
+{
+    fmt::format_to(std::back_inserter(text), "%{:02X}", static_cast<unsigned char>(c));
+}
+
+std::string lowercased(std::string_view text)
+{
+    std::string result(text);
+    for (char& c : result)
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+    return result;
+}
+
+/// Empty if the text doesn't begin with one.
+std::string schemeOf(std::string_view text)
+{
+    const std::size_t end = text.find(':');
+    if (end == std::string_view::npos || end == 0 || !isLetter(text.front()))
+        return {};
+    const std::string_view scheme = text.substr(0, end);
+    const bool isScheme = std::ranges::all_of(
+        scheme, [](char c) { return isLetter(c) || isDigit(c) || std::string_view("+-.").contains(c); });
+    return isScheme ? lowercased(scheme) : "";
+}
+
+} // namespace
+
+std::optional<std::string> absolute(std::string_view text)
+{
+    const std::string scheme = schemeOf(text);
+    if (scheme.empty() || text.size() == scheme.size() + 1)
+        return std::nullopt;
+    if ((scheme == "http" || scheme == "https") && host(text).empty())
+        return std::nullopt;
+    std::string address;
+    address.reserve(text.size());
+    for (std::size_t index = 0; index < text.size(); ++index) {
+        const char c = text[index];
+        const bool isEscape =
+            c == '%' && index + 2 < text.size() && isHexDigit(text[index + 1]) && isHexDigit(text[index + 2]);
+        if (isEscape || isUnreserved(c) || std::string_view(":/?#[]@!$&'()*+,;=").contains(c))
+            address += c;
+        else
+            appendEncoded(address, c);
+    }
+    return address;
+}
+
+std::string host(std::string_view address)
+{
+    std::string_view rest = address.substr(std::min(address.size(), address.find(':') + 1));
+    if (!rest.starts_with("//"))
+        return {};
+    rest.remove_prefix(2);
+    rest = rest.substr(0, rest.find_first_of("/?#"));
+    if (const std::size_t user = rest.rfind('@'); user != std::string_view::npos)
+        rest.remove_prefix(user + 1);
+    if (!rest.starts_with('['))
+        rest = rest.substr(0, rest.find(':'));
+    return lowercased(rest);
+}
+
+std::string queryValue(std::string_view text)
+{
+    std::string value;
+    value.reserve(text.size());
+    for (const char c : text) {
+        // "+" is a blank to many servers, and "&", "=" and ";" end an item.
+        if (isUnreserved(c) || std::string_view("!$'()*,:@/?").contains(c))
+            value += c;
+        else
+            appendEncoded(value, c);
+    }
+    return value;
+}
+
+} // namespace veltry::Address

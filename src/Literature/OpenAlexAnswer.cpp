@@ -1,0 +1,318 @@
+#include "Literature/OpenAlexAnswer.h"
+
+#include "Base/JSONValue.h"
+#include "Base/Text.h"
+#include "Literature/Address.h"
+#include "Literature/OpenAlex.h"
+
+#include <algorithm>
+#include <cmath>
+#include <unordered_map>
+#include <utility>
+
+namespace veltry::OpenAlexAnswer {
+
+namespace {
+
+constexpr std::string_view doiResolver = "https://doi.org/";
+constexpr std::string_view arXiv = "arxiv.org";
+
+[[noreturn]] void unreadable()
+{
+    throw PaperSearchError(PaperSearchError::Kind::unreadable);
+}
+
+/// What all abstracts of one answer may hold, in bytes. An index names each word once and can repeat it at little cost,
+/// so that without a limit an answer of a megabyte could ask for many gigabytes. Real ones stay far below it.
+class AbstractBudget {
+public:
+    explicit AbstractBudget(std::size_t bodySize) : left_(least + 4 * bodySize) {}
+
+    void spend(std::size_t bytes)
+    {
+        if (bytes > left_)
+            unreadable();
+        left_ -= bytes;
+    }
+
+private:
+    static constexpr std::size_t least = 1U << 20;
+    std::size_t left_;
+};
+
+/// The members of one object of the answer. Those that may be absent give null when they are missing or null.
+class Members {
+public:
+    explicit Members(const JSONValue& value) : value_(value)
+    {
+        if (!value.object())
+            unreadable();
+    }
+
+    const JSONValue* find(std::string_view key) const
+    {
+        const JSONValue* member = value_.find(key);
+        return member && !member->isNull() ? member : nullptr;
+    }
+
+    const JSONValue& required(std::string_view key) const
+    {
+        const JSONValue* member = find(key);
+        if (!member)
+            unreadable();
+        return *member;
+    }
+
+    const std::string* text(std::string_view key) const { return typed(key, &JSONValue::string); }
+
+    const JSONValue::Array* list(std::string_view key) const { return typed(key, &JSONValue::array); }
+
+    const JSONValue::Object* map(std::string_view key) const { return typed(key, &JSONValue::object); }
+
+    std::optional<std::int64_t> integer(std::string_view key) const;
+
+private:
+    template <typename Type>
+    const Type* typed(std::string_view key, const Type* (JSONValue::*payload)() const noexcept) const
+    {
+        const JSONValue* member = find(key);
+        if (!member)
+            return nullptr;
+        const Type* found = (member->*payload)();
+        if (!found)
+            unreadable();
+        return found;
+    }
+
+    const JSONValue& value_;
+};
+
+std::int64_t integerOf(const JSONValue& value)
+{
+    const std::optional<std::int64_t> whole = value.integer();
+    if (!whole || std::trunc(*value.number()) != *value.number())
+        unreadable();
+    return *whole;
+}
+
+std::optional<std::int64_t> Members::integer(std::string_view key) const
+{
+    const JSONValue* member = find(key);
+    return member ? std::optional(integerOf(*member)) : std::nullopt;
+}
+
+std::optional<std::string> copied(const std::string* text)
+{
+    return text ? std::optional(*text) : std::nullopt;
+}
+
+struct Location {
+    std::optional<std::string> landingPage;
+    std::optional<std::string> pdf;
+    bool hasSource = false;
+    std::optional<std::string> sourceName;
+};
+
+Location locationOf(const JSONValue& value)
+{
+    const Members members(value);
+    Location location;
+    location.landingPage = copied(members.text("landing_page_url"));
+    location.pdf = copied(members.text("pdf_url"));
+    if (const JSONValue* source = members.find("source")) {
+        location.hasSource = true;
+        location.sourceName = copied(Members(*source).text("display_name"));
+    }
+    return location;
+}
+
+Location optionalLocation(const Members& work, std::string_view key)
+{
+    const JSONValue* value = work.find(key);
+    return value ? locationOf(*value) : Location();
+}
+
+std::vector<std::string> authorsOf(const Members& work)
+{
+    std::vector<std::string> authors;
+    if (const JSONValue::Array* authorships = work.list("authorships"))
+        for (const JSONValue& authorship : *authorships) {
+            const Members author(Members(authorship).required("author"));
+            if (const std::string* name = author.text("display_name"))
+                authors.push_back(*name);
+        }
+    return authors;
+}
+
+std::optional<std::string> abstractOf(const Members& work, AbstractBudget& budget)
+{
+    const JSONValue::Object* index = work.map("abstract_inverted_index");
+    if (!index)
+        return std::nullopt;
+    std::vector<std::pair<std::int64_t, std::string_view>> words;
+    for (const auto& [word, positions] : *index) {
+        if (!positions.array())
+            unreadable();
+        for (const JSONValue& position : *positions.array()) {
+            words.emplace_back(integerOf(position), word);
+            budget.spend(word.size() + 1);
+        }
+    }
+    if (words.empty())
+        return std::nullopt;
+    std::ranges::stable_sort(words, {}, [](const auto& pair) { return pair.first; });
+    std::string abstract;
+    for (const auto& [position, word] : words) {
+        abstract += word;
+        abstract += ' ';
+    }
+    abstract.pop_back();
+    return abstract;
+}
+
+/// The last piece of a work's address, which ends in its id.
+std::string shortID(const std::string& id)
+{
+    const std::vector<std::string_view> pieces = text::split(id, '/');
+    const auto last =
+        std::find_if(pieces.rbegin(), pieces.rend(), [](std::string_view piece) { return !piece.empty(); });
+    return last == pieces.rend() ? id : std::string(*last);
+}
+
+/// Without as many characters at its start as `other` has.
+std::string_view withoutAsMany(std::string_view name, std::string_view other)
+{
+    while (!other.empty() && !name.empty()) {
+        other.remove_prefix(text::firstCharacters(other, 1).size());
+        name.remove_prefix(text::firstCharacters(name, 1).size());
+    }
+    return name;
+}
+
+/// A source that lists its title twice, separated by a slash, gives it once.
+std::string cleanedVenue(const std::string& name)
+{
+    for (const std::string_view piece : text::split(name, '/')) {
+        if (piece.empty())
+            continue;
+        if (piece.size() < name.size() && withoutAsMany(name, piece).contains(piece))
+            return std::string(text::trimmed(piece));
+        break;
+    }
+    return name;
+}
+
+std::optional<std::string> pdfOf(const Location& best, const Location& primary, const std::vector<Location>& locations)
+{
+    std::optional<std::string> first;
+    for (const Location& location : locations) {
+        std::optional<std::string> candidate = location.pdf ? Address::absolute(*location.pdf) : std::nullopt;
+        if (candidate && Address::host(*candidate) == arXiv)
+            return candidate;
+        if (!first)
+            first = std::move(candidate);
+    }
+    const std::optional<std::string>& named = best.pdf ? best.pdf : primary.pdf;
+    if (std::optional<std::string> address = named ? Address::absolute(*named) : std::nullopt)
+        return address;
+    return first;
+}
+
+/// The whole work is read before the title is looked at, since one wrong member spoils the answer.
+std::optional<Paper> paperOf(const JSONValue& value, AbstractBudget& budget)
+{
+    const Members work(value);
+    const JSONValue& id = work.required("id");
+    if (!id.string())
+        unreadable();
+    const std::string title = copied(work.text("display_name")).value_or("");
+    const Location primary = optionalLocation(work, "primary_location");
+    const Location best = optionalLocation(work, "best_oa_location");
+    std::vector<Location> locations;
+    if (const JSONValue::Array* list = work.list("locations"))
+        for (const JSONValue& location : *list)
+            locations.push_back(locationOf(location));
+
+    Paper paper{
+        .id = shortID(*id.string()),
+        .title = std::string(text::trimmed(title)),
+        .authors = authorsOf(work),
+        .year = work.integer("publication_year"),
+        .venue = {},
+        .citations = work.integer("cited_by_count").value_or(0),
+        .doi = {},
+        .url = {},
+        .pdfURL = pdfOf(best, primary, locations),
+        .abstract = abstractOf(work, budget),
+    };
+    if (const Location& location = primary.hasSource ? primary : best; location.sourceName)
+        paper.venue = cleanedVenue(*location.sourceName);
+    if (const std::string* doi = work.text("doi"))
+        if (std::string bare = text::replacingAll(*doi, doiResolver, ""); !bare.empty())
+            paper.doi = std::move(bare);
+
+    if (paper.doi)
+        paper.url = Address::absolute(std::string(doiResolver) + *paper.doi).value();
+    else if (
+        std::optional<std::string> page = primary.landingPage ? Address::absolute(*primary.landingPage) : std::nullopt)
+        paper.url = std::move(*page);
+    else
+        paper.url = Address::absolute(OpenAlex::site + paper.id).value();
+    return paper.title.empty() ? std::nullopt : std::optional(std::move(paper));
+}
+
+/// The title's letters and numbers in lower case.
+std::u32string titleKey(const Paper& paper)
+{
+    std::u32string key = text::scalars(text::lowercased(paper.title));
+    std::erase_if(key, [](char32_t scalar) { return !text::isLetterOrNumber(scalar); });
+    return key;
+}
+
+std::vector<Paper> merged(std::vector<Paper> papers)
+{
+    std::vector<Paper> kept;
+    std::unordered_map<std::u32string, std::size_t> seen; // to the index in `kept`
+    for (Paper& paper : papers) {
+        const auto [place, isNew] = seen.emplace(titleKey(paper), kept.size());
+        if (isNew)
+            kept.push_back(std::move(paper));
+        else if (Paper& first = kept[place->second]; !first.pdfURL)
+            first.pdfURL = std::move(paper.pdfURL);
+    }
+    return kept;
+}
+
+JSONValue documentOf(std::string_view body)
+{
+    std::optional<JSONValue> document = JSONValue::parseIfValid(body);
+    if (!document)
+        unreadable();
+    return std::move(*document);
+}
+
+} // namespace
+
+PaperPage page(std::string_view body)
+{
+    const JSONValue document = documentOf(body);
+    const Members answer(document);
+    const std::int64_t total = integerOf(Members(answer.required("meta")).required("count"));
+    const JSONValue::Array* works = answer.required("results").array();
+    if (!works)
+        unreadable();
+    AbstractBudget budget(body.size());
+    std::vector<Paper> papers;
+    for (const JSONValue& work : *works)
+        if (std::optional<Paper> paper = paperOf(work, budget))
+            papers.push_back(std::move(*paper));
+    return {.papers = merged(std::move(papers)), .total = total};
+}
+
+std::optional<Paper> work(std::string_view body)
+{
+    AbstractBudget budget(body.size());
+    return paperOf(documentOf(body), budget);
+}
+
+} // namespace veltry::OpenAlexAnswer
