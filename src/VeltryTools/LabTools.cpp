@@ -3,7 +3,9 @@
 #include "Base/Text.h"
 #include "Config/VeltrySettings.h"
 #include "Experiments/RunWatch.h"
+#include "VeltryTools/AskUser.h"
 #include "VeltryTools/LabTexts.h"
+#include "VeltryTools/ProgressNotices.h"
 
 #include <asio/steady_timer.hpp>
 #include <asio/this_coro.hpp>
@@ -15,6 +17,8 @@
 namespace veltry {
 
 namespace {
+
+using Clock = asio::steady_timer::clock_type;
 
 constexpr std::int64_t defaultTimeout = 600; // seconds
 constexpr std::int64_t longestTimeout = 1800;
@@ -63,14 +67,14 @@ const std::vector<LabTools::Row>& LabTools::rows()
     });
     static const std::vector<Row> table = {
         {{"experiment_tree",
-          "Lists the project's experiment tree: each node's id, title, branch, worktree, whether it is frozen, its runs "
-          "and their results. Call it before creating or running anything.",
+          "Lists the project's experiment tree: each node's id, title, branch, worktree, whether it is frozen, its "
+          "runs and their results. Call it before creating or running anything.",
           object({})},
          &LabTools::experimentTree},
         {{"create_experiment",
-          "Creates a node on a new git branch with its own worktree. Without parent_id it makes a baseline, which needs "
-          "run_command. With parent_id it starts from the parent's branch and runs the parent's command. Make the "
-          "node's change in the worktree it returns.",
+          "Creates a node on a new git branch with its own worktree. Without parent_id it makes a baseline, which "
+          "needs run_command. With parent_id it starts from the parent's branch and runs the parent's command. Make "
+          "the node's change in the worktree it returns.",
           object({
               string("title", true, "The idea the node tests, in a few words: \"LR 3e-5\"."),
               string("description", false, "The concrete change, and why."),
@@ -81,21 +85,20 @@ const std::vector<LabTools::Row>& LabTools::rows()
                   "$HARROWICK_RESULT_PATH."),
           })},
          &LabTools::createExperiment},
-        {{"set_experiment_notes",
-          "Replaces a node's notes (markdown): what changed, what was observed, what it means.",
+        {{"set_experiment_notes", "Replaces a node's notes (markdown): what changed, what was observed, what it means.",
           object({
               string("experiment_id", true, "The node."),
               string("notes", true, "The whole notes."),
           })},
          &LabTools::setExperimentNotes},
         {{"run_experiment",
-          "Commits what is pending in the node's worktree and starts a run of that commit. Refused for a frozen node and "
-          "for a node with a run in flight. Returns at once; use wait_for_runs to wait.",
+          "Commits what is pending in the node's worktree and starts a run of that commit. Refused for a frozen node "
+          "and for a node with a run in flight. Returns at once; use wait_for_runs to wait.",
           object({string("experiment_id", true, "The node to run.")})},
          &LabTools::runExperiment},
         {{"wait_for_runs",
-          "Waits until any run in flight in the project finishes, then lists the runs that finished. Answers at once when "
-          "nothing is in flight. Call it again for the next one.",
+          "Waits until any run in flight in the project finishes, then lists the runs that finished. Answers at once "
+          "when nothing is in flight. Call it again for the next one.",
           object({integer("timeout_seconds", false, "How long to wait, up to 1800. 600 by default.")})},
          &LabTools::waitForRuns},
         {{"get_run", "Shows one run: its status, exit code, result, and the end of its log.",
@@ -115,9 +118,9 @@ const std::vector<LabTools::Row>& LabTools::rows()
           })},
          &LabTools::archiveExperiment},
         {{"ask_user",
-          "Asks the person one to four questions and waits for their answers. Each question offers up to four options, and "
-          "the person can always answer in their own words instead. Ask only what the person alone can decide, not what "
-          "reading the project would tell you.",
+          "Asks the person one to four questions and waits for their answers. Each question offers up to four options, "
+          "and the person can always answer in their own words instead. Ask only what the person alone can decide, not "
+          "what reading the project would tell you.",
           object({list("questions", true, "The questions, in the order they are shown.", question, 1, 4)})},
          &LabTools::askUser},
     };
@@ -142,9 +145,8 @@ asio::awaitable<ToolOutcome> LabTools::call(std::string name, JSONValue argument
 
 LabTools::Answer LabTools::answer(std::string name, JSONValue arguments, Progress progress) const
 {
-    const auto row = std::ranges::find(rows(), name, [](const Row& each) -> const std::string& {
-        return each.tool.name;
-    });
+    const auto row =
+        std::ranges::find(rows(), name, [](const Row& each) -> const std::string& { return each.tool.name; });
     if (row == rows().end())
         throw LabError("unknown_tool", fmt::format("There is no tool {}.", name));
     Answer work = (this->*row->handler)(std::move(arguments), std::move(progress));
@@ -221,7 +223,6 @@ LabTools::Answer LabTools::runExperiment(JSONValue arguments, Progress /*progres
 
 LabTools::Answer LabTools::waitForRuns(JSONValue arguments, Progress progress) const
 {
-    using Clock = asio::steady_timer::clock_type;
     const std::int64_t timeout =
         std::clamp<std::int64_t>(optionalInt("timeout_seconds", arguments).value_or(defaultTimeout), 1, longestTimeout);
     RunWatch watch(lab);
@@ -229,7 +230,7 @@ LabTools::Answer LabTools::waitForRuns(JSONValue arguments, Progress progress) c
         co_return "Nothing is in flight.";
 
     const Clock::time_point deadline = Clock::now() + std::chrono::seconds(timeout);
-    Clock::time_point nextNotice = Clock::now() + progressInterval;
+    ProgressNotices notices(std::move(progress), progressInterval);
     asio::steady_timer pause(co_await asio::this_coro::executor);
     while (Clock::now() < deadline) {
         pause.expires_after(poll);
@@ -241,10 +242,7 @@ LabTools::Answer LabTools::waitForRuns(JSONValue arguments, Progress progress) c
                 text += LabTexts::runLine(run, titleOf(lab, run)) + "\n";
             co_return text + fmt::format("{} still in flight.", watch.waiting());
         }
-        if (progress && Clock::now() >= nextNotice) {
-            progress(runsInFlight(watch.waiting()));
-            nextNotice += progressInterval;
-        }
+        notices.sendIfDue(runsInFlight(watch.waiting()));
     }
     co_return fmt::format(
         "No run finished within {:.1f} seconds. {} still in flight.", static_cast<double>(timeout), watch.waiting());
@@ -274,10 +272,27 @@ LabTools::Answer LabTools::archiveExperiment(JSONValue arguments, Progress /*pro
     co_return restore ? "Restored." : "Archived.";
 }
 
-LabTools::Answer LabTools::askUser(JSONValue /*arguments*/, Progress /*progress*/) const
+LabTools::Answer LabTools::askUser(JSONValue arguments, Progress progress) const
 {
-    throw LabError("not_available", "ask_user isn't there yet. Ask the person in the conversation instead.");
-    co_return std::string();
+    const std::vector<Question> questions = AskUser::questions(arguments);
+    if (!conversation)
+        throw LabError("no_conversation", "Nobody is there to answer: this server serves no conversation.");
+    const UUID id = lab.store->ask(questions, *conversation).id;
+
+    const Clock::time_point deadline = Clock::now() + questionWait;
+    ProgressNotices notices(std::move(progress), progressInterval);
+    asio::steady_timer pause(co_await asio::this_coro::executor);
+    while (Clock::now() < deadline) {
+        const std::optional<AgentQuestions> round = lab.store->questions(id);
+        if (!round)
+            break;
+        if (std::optional<std::string> text = AskUser::outcome(questions, *round))
+            co_return std::move(*text);
+        notices.sendIfDue("waiting for the person's answer");
+        pause.expires_after(poll);
+        co_await pause.async_wait(asio::use_awaitable);
+    }
+    co_return std::string(AskUser::noAnswerYet);
 }
 
 } // namespace veltry

@@ -1,8 +1,6 @@
 #include "Platform/Files.h"
+#include "QuickTools.h"
 #include "Support/Eventually.h"
-#include "Support/RunOnExecutor.h"
-#include "Support/TestLab.h"
-#include "VeltryTools/LabTools.h"
 
 #include <asio/detached.hpp>
 #include <asio/steady_timer.hpp>
@@ -14,33 +12,14 @@
 namespace veltry {
 namespace {
 
+using test::call;
+using test::quickTools;
 using test::runOnExecutor;
 using test::TestLab;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
-
-/// The tools over a lab, with looks that follow each other quickly.
-LabTools quickTools(const TestLab& test)
-{
-    return {
-        .lab = test.lab,
-        .conversation = {},
-        .settings = {},
-        .poll = std::chrono::milliseconds(5),
-        .progressInterval = std::chrono::milliseconds(20)};
-}
-
-/// Calls a tool and runs it to its end.
-ToolOutcome call(const LabTools& tools, const std::string& name, JSONValue arguments, Progress progress = {})
-{
-    ToolOutcome outcome;
-    runOnExecutor([&](const asio::any_io_executor&) -> asio::awaitable<void> {
-        outcome = co_await tools.call(name, arguments, progress);
-    });
-    return outcome;
-}
 
 TEST(LabTools, ReadsArgumentsWithTolerance)
 {
