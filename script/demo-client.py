@@ -6,11 +6,13 @@ answer, and ends with status 1 and one line at the first that is off.
 """
 
 import argparse
+import contextlib
 import json
 import os
 import queue
 import re
 import shlex
+import sqlite3
 import subprocess
 import sys
 import threading
@@ -19,6 +21,7 @@ from dataclasses import dataclass
 from pathlib import Path
 
 PROTOCOL = "2025-06-18"
+SECONDS_TO_2001 = 978307200  # dates in the store count from 2001
 ANSWER_SECONDS = 60  # how long an answer may take; a progress notice begins the time anew
 STAMP_BYTES = 30  # the width of a record of log.times
 
@@ -66,7 +69,7 @@ class Server:
             self.lines.put(line)
         self.lines.put(None)
 
-    def _send(self, message):
+    def _write(self, message):
         try:
             self.process.stdin.write(json.dumps(message).encode() + b"\n")
             self.process.stdin.flush()
@@ -74,34 +77,45 @@ class Server:
             raise Failure("the server is gone") from None
 
     def notify(self, method):
-        self._send({"jsonrpc": "2.0", "method": method})
+        self._write({"jsonrpc": "2.0", "method": method})
 
-    def request(self, method, params):
-        """Gives the result of a request. Shows the progress notices that come before it."""
+    def send(self, method, params):
+        """Sends a request, whose result is asked for with result()."""
         self.last_id += 1
-        self._send({"jsonrpc": "2.0", "id": self.last_id, "method": method, "params": params})
+        self._write({"jsonrpc": "2.0", "id": self.last_id, "method": method, "params": params})
+
+    def result(self):
+        """Gives the result of the request that was sent last. Shows the progress notices that come before it."""
         while True:
             try:
                 line = self.lines.get(timeout=ANSWER_SECONDS)
             except queue.Empty:
-                raise Failure(f"no answer to {method} within {ANSWER_SECONDS} seconds") from None
+                raise Failure(f"no answer within {ANSWER_SECONDS} seconds") from None
             if line is None:
-                raise Failure(f"the server ended before it answered {method}")
+                raise Failure("the server ended before it answered")
             message = json.loads(line)
             if message.get("method") == "notifications/progress":
                 show(styled("2", "(" + message["params"].get("message", "still waiting") + ")"))
             elif message.get("id") == self.last_id:
                 if "error" in message:
-                    raise Failure(f"{method} was refused: {message['error']['message']}")
+                    raise Failure(f"a request was refused: {message['error']['message']}")
                 return message["result"]
 
-    def call(self, tool, **arguments):
-        """Gives the text that a tool answers with."""
-        params = {"name": tool, "arguments": arguments, "_meta": {"progressToken": f"demo-{self.last_id + 1}"}}
-        result = self.request("tools/call", params)
+    def request(self, method, params):
+        self.send(method, params)
+        return self.result()
+
+    def send_call(self, tool, **arguments):
+        """Calls a tool, whose text is asked for with text()."""
+        token = f"demo-{self.last_id + 1}"
+        self.send("tools/call", {"name": tool, "arguments": arguments, "_meta": {"progressToken": token}})
+
+    def text(self):
+        """Gives the text that the tool which was called last answers with."""
+        result = self.result()
         text = result["content"][0]["text"]
         if result["isError"]:
-            raise Failure(f"{tool} failed: {text}")
+            raise Failure(f"a tool failed: {text}")
         return text
 
     def close(self):
@@ -118,6 +132,43 @@ class Server:
     def kill(self):
         self.process.kill()
         self.process.wait()
+
+
+# The person
+
+
+class Person:
+    """Plays the person of a conversation: finds the agent's questions in the store, and leaves the answers there."""
+
+    def __init__(self, store, conversation):
+        self.store = store
+        self.conversation = conversation
+
+    def _open(self):
+        return contextlib.closing(sqlite3.connect(self.store, timeout=10, isolation_level="IMMEDIATE"))
+
+    def find(self):
+        """Gives id and questions of the round that is open, once there is one."""
+        deadline = time.monotonic() + ANSWER_SECONDS
+        statement = "SELECT id, questions FROM question WHERE conversation_id = ? AND status = 'open'"
+        with self._open() as store:
+            while time.monotonic() < deadline:
+                if row := store.execute(statement, (self.conversation,)).fetchone():
+                    return row[0], json.loads(row[1])
+                time.sleep(0.1)
+        raise Failure("the questions do not reach the store")
+
+    def answer(self, round_id, answers):
+        """Closes an open round; gives the statement that did it."""
+        statement = (
+            "UPDATE question SET status = 'answered', answers = ?, answered_at = ?\n"
+            "WHERE id = ? AND status = 'open'"
+        )
+        text = json.dumps(answers, separators=(",", ":")).replace("/", "\\/")
+        with self._open() as store, store:
+            store.execute("PRAGMA foreign_keys = ON")
+            store.execute(statement, (text, time.time() - SECONDS_TO_2001, round_id))
+        return statement.replace("answers = ?", f"answers = '{text}'", 1)
 
 
 # What the answers hold
@@ -159,12 +210,14 @@ def asked(words, tool=None):
 class Demo:
     """The main job, step by step."""
 
-    def __init__(self, server):
+    def __init__(self, server, person):
         self.server = server
+        self.person = person
 
     def ask(self, words, tool, **arguments):
         asked(words, tool)
-        text = self.server.call(tool, **arguments)
+        self.server.send_call(tool, **arguments)
+        text = self.server.text()
         show(text)
         return text
 
@@ -228,6 +281,34 @@ class Demo:
         (result,) = found(r"^result: (\{.*\})$", text, "the run's result")
         run.result = json.loads(result)
 
+    def ask_person(self):
+        """Asks the person what the runs are compared by; gives the name of that number."""
+        which = "Which number decides between the runs?"
+        tie = "And if two runs are equal by it?"
+        options = [
+            {"label": "test_accuracy", "description": "The share of the test flowers that it tells right."},
+            {"label": "test_loss", "description": "How sure it is of what is right."},
+        ]
+        asked("Asking the person, and waiting for the answers", "ask_user")
+        self.server.send_call("ask_user", questions=[{"question": which, "options": options}, {"question": tie}])
+
+        say("\nMeanwhile the person finds the questions in the store:")
+        round_id, questions = self.person.find()
+        for question in questions:
+            show(question["question"])
+            for option in question["options"]:
+                show(f"  - {option['label']}: {option['description']}")
+        say("\nand answers there, with a line of SQL:")
+        words = "Then the one with the lower loss."
+        show(self.person.answer(round_id, [{"chosen": ["test_accuracy"]}, {"chosen": [], "other": words}]))
+
+        say("\nThe agent's call ends with")
+        text = self.server.text()
+        show(text)
+        if text != f"1. {which}\n   Chose: test_accuracy\n2. {tie}\n   In their words: {words}":
+            raise Failure("that is not what the person answered")
+        return found(r"^   Chose: (\w+)$", text, "what was chosen")[0]
+
     def play(self):
         heading("The agent looks around")
         self.greet()
@@ -243,6 +324,9 @@ class Demo:
         baseline = self.start(node)
         self.wait("Waiting for it to finish")
         self.read(baseline)
+
+        heading("A question that only the person can answer")
+        criterion = self.ask_person()
 
         heading("Two ideas on top of it, measured the same way and at the same time")
         faster = self.create(
@@ -266,7 +350,7 @@ class Demo:
 
         heading("What came of it")
         runs = [baseline, *children]
-        best = max(runs, key=lambda run: (run.result["test_accuracy"], -run.result["test_loss"]))
+        best = max(runs, key=lambda run: (run.result[criterion], -run.result["test_loss"]))
         notes = comparison(best, baseline)
         words = f"Noting the outcome on “{best.node.title}”"
         answer = self.ask(words, "set_experiment_notes", experiment_id=best.node.id, notes=notes)
@@ -354,9 +438,8 @@ def read_block(path):
         raise Failure(f"{path} holds no configuration block: {problem!r}") from None
 
 
-def check_places(arguments, below):
+def check_places(options, below):
     """Makes sure that the demo touches no store but its own."""
-    options = dict(zip(arguments[1::2], arguments[2::2]))
     for name in ("--db", "--runs", "--settings"):
         if not Path(options.get(name, "/")).is_relative_to(below):
             raise Failure(f"{name} does not lie below {below}: {options.get(name)}")
@@ -372,12 +455,15 @@ def main():
     server = None
     try:
         command, arguments = read_block(options.config)
-        check_places(arguments, options.below)
+        named = dict(zip(arguments[1::2], arguments[2::2]))
+        check_places(named, options.below)
+        if "--conversation" not in named:
+            raise Failure("the server serves no conversation, so nobody can be asked")
         say(styled("2", "$ " + shlex.join([command, *arguments])))
         server = Server(command, arguments)
-        Demo(server).play()
+        Demo(server, Person(named["--db"], named["--conversation"])).play()
         server.close()
-    except (Failure, OSError) as problem:
+    except (Failure, OSError, sqlite3.Error) as problem:
         sys.stdout.flush()
         print(f"demo: {problem}", file=sys.stderr)
         if server:
