@@ -2,6 +2,7 @@
 
 #include "Experiments/Machine.h"
 #include "Experiments/Playbook.h"
+#include "Literature/OpenAlex.h"
 #include "Platform/ChildProcess.h"
 #include "Platform/SystemError.h"
 
@@ -89,8 +90,16 @@ asio::awaitable<void> reap(asio::any_io_executor executor, pid_t child)
 
 } // namespace
 
-MCPServer::MCPServer(Lab lab, std::optional<UUID> conversation, std::optional<std::filesystem::path> settings)
-    : tools{.lab = std::move(lab), .conversation = conversation, .settings = std::move(settings)}
+MCPServer::MCPServer(
+    Lab lab, std::optional<UUID> conversation, std::optional<std::filesystem::path> settings,
+    std::optional<std::string> openAlexKey)
+    : tools{.lab = lab, .conversation = conversation, .settings = std::move(settings)},
+      papers{
+          .store = lab.store,
+          .search = std::make_shared<const OpenAlex>(
+              [key = std::move(openAlexKey)] { return key; }, HTTPSession::shared()),
+          .files = PaperFiles::beside(lab.store->path()),
+          .lab = std::move(lab)}
 {
     for (const Tool& tool : PaperTools::tools())
         paperTools_.insert(tool.name);

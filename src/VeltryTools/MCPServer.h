@@ -17,7 +17,10 @@ namespace veltry {
 /// request itself was wrong. Notifications are ignored.
 class MCPServer {
 public:
-    MCPServer(Lab lab, std::optional<UUID> conversation, std::optional<std::filesystem::path> settings);
+    /// `openAlexKey` is the person's key of the literature service.
+    MCPServer(
+        Lab lab, std::optional<UUID> conversation, std::optional<std::filesystem::path> settings,
+        std::optional<std::string> openAlexKey);
 
     /// Serves the peer of `transport` on its executor and returns at once. `onEnd` runs when the input has ended; calls that
     /// wait then send no more notices. The server also reaps the supervisors that it starts.

@@ -2,6 +2,7 @@
 
 #include "ACP/JSONRPCConnection/PipeTransport.h"
 #include "Experiments/Supervisor.h"
+#include "Literature/OpenAlex.h"
 #include "Platform/ProcessFacts.h"
 #include "VeltryTools/MCPServer.h"
 
@@ -121,7 +122,9 @@ void serve(const Options& options)
         std::move(store), std::move(project),
         runs ? std::filesystem::absolute(*runs) : Lab::defaultRuns(),
         ProcessFacts::executable());
-    MCPServer server(std::move(lab), conversation ? UUID::parse(*conversation) : std::nullopt, std::move(settings));
+    MCPServer server(
+        std::move(lab), conversation ? UUID::parse(*conversation) : std::nullopt, std::move(settings),
+        ProcessFacts::variable(OpenAlex::keyVariable));
 
     asio::io_context executor(1);
     const auto transport =

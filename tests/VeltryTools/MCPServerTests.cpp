@@ -1,4 +1,5 @@
 #include "ACP/JSONRPCConnection/MemoryTransport.h"
+#include "Support/Eventually.h"
 #include "Support/RunOnExecutor.h"
 #include "Support/TestLab.h"
 #include "VeltryTools/MCPServer.h"
@@ -112,6 +113,7 @@ TEST(MCPServer, AWaitHoldsUpNobody)
     const TestLab test;
     const Experiment node = test.baseline("sleep 60");
     test.lab.launch(node.id.text(), 0);
+    ASSERT_TRUE(test::eventually([&] { return test.lab.run("1").pid.has_value(); }));
     McpProcess server = test.serve();
     const std::int64_t wait = server.sendCall("wait_for_runs");
     EXPECT_EQ(server.request("ping").text(), "{}");
@@ -125,7 +127,7 @@ std::vector<JSONValue> conversation(const TestLab& test, const std::vector<std::
     std::vector<JSONValue> messages;
     runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
         const MemoryTransport::Pair ends = MemoryTransport::pair(executor);
-        MCPServer server(test.lab, {}, {});
+        MCPServer server(test.lab, {}, {}, {});
         server.tools.poll = std::chrono::milliseconds(5);
         server.tools.progressInterval = std::chrono::milliseconds(200);
         MCPServer::serve(std::move(server), executor, ends.first, {});
@@ -209,7 +211,7 @@ TEST(MCPServer, NoticesKeepAClientFromGivingUp)
         bool answered = !asks;
         runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
             const MemoryTransport::Pair ends = MemoryTransport::pair(executor);
-            MCPServer server(test.lab, {}, {});
+            MCPServer server(test.lab, {}, {}, {});
             server.tools.poll = std::chrono::milliseconds(5);
             server.tools.progressInterval = std::chrono::milliseconds(20);
             MCPServer::serve(std::move(server), executor, ends.first, {});

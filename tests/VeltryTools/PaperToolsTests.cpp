@@ -1,0 +1,278 @@
+#include "Literature/OpenAlex.h"
+#include "Literature/OpenAlexAnswer.h"
+#include "Platform/Files.h"
+#include "Support/Eventually.h"
+#include "Support/FakeOpenAlex.h"
+#include "Support/RunOnExecutor.h"
+#include "Support/TestLab.h"
+#include "VeltryTools/PaperTexts.h"
+#include "VeltryTools/PaperTools.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+
+namespace veltry {
+namespace {
+
+using test::FakeOpenAlex;
+using test::McpProcess;
+using test::pageOf;
+using test::runOnExecutor;
+using test::TestLab;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::StartsWith;
+
+JSONValue paperID(const std::string& id)
+{
+    return JSONValue::object({{"paper_id", id}});
+}
+
+/// The tools over a real lab, with a service on loopback.
+class PaperToolsTest : public testing::Test {
+protected:
+    PaperToolsTest()
+    {
+        ::setenv(OpenAlex::baseVariable, server.address().c_str(), 1);
+        ::unsetenv(OpenAlex::keyVariable);
+        session = std::make_shared<HTTPSession>();
+        tools.emplace(PaperTools{
+            .store = test.store,
+            .search = std::make_shared<const OpenAlex>([] { return std::nullopt; }, session),
+            .files = {.folder = test / "Papers", .session = session},
+            .lab = test.lab});
+    }
+
+    ~PaperToolsTest() override { ::unsetenv(OpenAlex::baseVariable); }
+
+    /// The tool's text, with "!" before it if it is an error.
+    std::string call(const std::string& name, const JSONValue& arguments) const
+    {
+        ToolOutcome outcome;
+        runOnExecutor([&](const asio::any_io_executor&) -> asio::awaitable<void> {
+            asio::awaitable<ToolOutcome> work = tools->call(name, arguments);
+            outcome = co_await std::move(work);
+        });
+        return (outcome.isError ? "!" : "") + outcome.text;
+    }
+
+    std::string cite(const std::string& paper, const Experiment& node, const std::string& reason) const
+    {
+        return call(
+            "cite_paper",
+            JSONValue::object({{"paper_id", paper}, {"experiment_id", node.id.text()}, {"reason", reason}}));
+    }
+
+    FakeOpenAlex server;
+    TestLab test;
+    std::shared_ptr<HTTPSession> session;
+    std::optional<PaperTools> tools;
+};
+
+const std::string fullWork =
+    R"({"id":"https://openalex.org/W1","display_name":"Direct Preference","publication_year":2023,"authorships":)"
+    R"([{"author":{"display_name":"A"}},{"author":{"display_name":"B"}},{"author":{"display_name":"C"}},)"
+    R"({"author":{"display_name":"D"}}],"cited_by_count":1,"doi":"https://doi.org/10.1/x","primary_location":)"
+    R"({"source":{"display_name":"arXiv"}},"best_oa_location":{"pdf_url":"https://a.org/1.pdf"},)"
+    R"("abstract_inverted_index":{"While":[0],"large":[1]}})";
+const std::string bareWork = R"({"id":"https://openalex.org/W2","display_name":"Bare"})";
+
+constexpr const char* fullText =
+    "Direct Preference\n\nID: W1\nAuthors: A, B, C, D\nYear: 2023\nVenue: arXiv\nCitations: 1\nDOI: 10.1/x\n"
+    "Link: https://doi.org/10.1/x\nPDF: https://a.org/1.pdf\nSaved to this project: no\n\nWhile large";
+
+TEST_F(PaperToolsTest, SearchesAndMarksWhatIsSaved)
+{
+    server.reply("/works", {.body = pageOf({fullWork, bareWork}, 812)});
+    test.store->savePaper(OpenAlexAnswer::work(fullWork).value(), test.lab.project.id);
+    const std::string first = "1. W1 · Direct Preference (2023)\n   A, B, C and 1 more · arXiv · 1 citations · "
+                              "open-access PDF · saved to this "
+                              "project\n   While large";
+    const auto search = [&](JSONValue limit) {
+        return call("search_papers", JSONValue::object({{"query", " pre, ference"}, {"limit", std::move(limit)}}));
+    };
+    const std::string both =
+        "2 of 812 papers matching \" pre, ference\":\n\n" + first + "\n\n2. W2 · Bare\n   0 citations";
+    EXPECT_EQ(search(nullptr), both);
+    EXPECT_EQ(search(100), both);
+    EXPECT_EQ(search("2"), both);
+    for (const JSONValue& limit : {JSONValue(0), JSONValue(-7), JSONValue("1")})
+        EXPECT_EQ(search(limit), "1 of 812 papers matching \" pre, ference\":\n\n" + first);
+    server.reply("/works", {.body = pageOf({}, 0)});
+    EXPECT_EQ(search(nullptr), "No papers match \" pre, ference\".");
+    EXPECT_EQ(call("search_papers", JSONValue::object({{"query", " "}})), "!missing_argument: Pass query.");
+}
+
+TEST_F(PaperToolsTest, ShowsAtMostTenPapersUnasked)
+{
+    std::vector<std::string> works;
+    for (int number = 1; number <= 25; ++number)
+        works.push_back(
+            R"({"id":"W)" + std::to_string(number) + R"(","display_name":"T )" + std::to_string(number) + "\"}");
+    server.reply("/works", {.body = pageOf(works, 25)});
+    EXPECT_THAT(
+        call("search_papers", JSONValue::object({{"query", "x"}})), StartsWith("10 of 25 papers matching \"x\":"));
+    const std::string all = call("search_papers", JSONValue::object({{"query", "x"}, {"limit", 99}}));
+    EXPECT_THAT(all, StartsWith("25 of 25 papers"));
+    EXPECT_THAT(all, testing::EndsWith("\n\n25. W25 · T 25\n   0 citations"));
+}
+
+TEST_F(PaperToolsTest, ShowsOnePaperInFull)
+{
+    server.reply("/works/W1", {.body = fullWork});
+    server.reply("/works/W2", {.body = bareWork});
+    EXPECT_EQ(call("get_paper", paperID("\t https://openalex.org/W1 ")), fullText);
+    EXPECT_EQ(
+        call("get_paper", paperID("W2")),
+        "Bare\n\nID: W2\nAuthors: \nCitations: 0\nLink: https://openalex.org/W2\nSaved to this project: no\n\n"
+        "OpenAlex has no abstract for this paper.");
+    EXPECT_EQ(
+        call("get_paper", paperID(" W9 ")),
+        "!paper_not_found: No paper W9. Use an id from search_papers, like W4385245566.");
+    EXPECT_EQ(
+        call("save_paper", paperID("W1\n")),
+        "!paper_not_found: No paper W1\n. Use an id from search_papers, like W4385245566.");
+    EXPECT_EQ(call("get_paper", JSONValue::object({})), "!missing_argument: Pass paper_id.");
+    EXPECT_THAT(server.asked(), SizeIs(3));
+}
+
+TEST_F(PaperToolsTest, APaperOfAnyProjectsLibraryCostsNoRequest)
+{
+    test.store->savePaper(OpenAlexAnswer::work(fullWork).value(), test.store->createProject("Q", {"/q"}).id);
+    EXPECT_EQ(call("get_paper", paperID("W1")), fullText);
+    EXPECT_EQ(call("save_paper", paperID("W1")), "Saved Direct Preference to this project.");
+    EXPECT_EQ(call("save_paper", paperID("W1")), "Direct Preference is already saved to this project.");
+    Files::createFolders(test / "Papers");
+    Files::writeAtomically(test / "Papers/W1.pdf", "%PDF-");
+    EXPECT_THAT(
+        call("get_paper", paperID("W1")),
+        HasSubstr("\nDownloaded: " + (test / "Papers/W1.pdf").string() + "\nSaved to this project: yes\n"));
+    EXPECT_EQ(
+        call("download_paper", paperID("W1")), "Downloaded Direct Preference to " + (test / "Papers/W1.pdf").string());
+    EXPECT_THAT(server.asked(), IsEmpty());
+}
+
+TEST_F(PaperToolsTest, CitesAndListsForThisProject)
+{
+    EXPECT_EQ(call("list_library", JSONValue::object({})), "No papers are saved to this project.");
+    server.reply("/works/W1", {.body = fullWork});
+    server.reply("/works/W2", {.body = bareWork});
+    const Experiment node = test.baseline("true", "Base");
+    const Experiment archived = test.baseline("true", "Gone");
+    EXPECT_EQ(
+        call("cite_paper", JSONValue::object({{"paper_id", "W1"}, {"experiment_id", "x"}})),
+        "!experiment_not_found: No experiment x in this project. Call experiment_tree for the ids.");
+    EXPECT_THAT(server.asked(), IsEmpty()) << "the node is looked up first";
+    EXPECT_EQ(cite("W1", node, " \n"), "!missing_argument: Pass reason.");
+    EXPECT_THAT(test.store->libraryPapers(), IsEmpty());
+    EXPECT_EQ(cite("W1", node, " The loss.\n"), "Base cites Direct Preference.");
+    EXPECT_EQ(
+        call("list_library", JSONValue::object({})),
+        "1 paper saved to this project:\n\n1. W1 · Direct Preference (2023)\n   A, B, C and 1 more · arXiv · 1 "
+        "citations · open-access PDF · saved to this project\n   While large\n   Cited by Base (" +
+            node.id.text() + "): The loss.");
+
+    EXPECT_EQ(cite("W1", node, "Unchanged."), "Base cites Direct Preference.");
+    EXPECT_EQ(cite("W1", archived, "no"), "Gone cites Direct Preference.");
+    test.store->setArchived(archived.id, true);
+    EXPECT_EQ(call("save_paper", paperID("W2")), "Saved Bare to this project.");
+    const std::string list = call("list_library", JSONValue::object({}));
+    EXPECT_THAT(
+        list,
+        StartsWith("2 papers saved to this project:\n\n1. W2 · Bare\n   0 citations · saved to this project\n\n2. W1"));
+    EXPECT_THAT(list, testing::EndsWith("\n   While large\n   Cited by Base (" + node.id.text() + "): Unchanged."));
+    EXPECT_THAT(test.lab.store->citations(test.lab.project.id), SizeIs(2));
+}
+
+TEST_F(PaperToolsTest, TellsFailuresOfTheServiceAndOfDownloads)
+{
+    server.reply("/works", {.status = 429});
+    EXPECT_EQ(
+        call("search_papers", JSONValue::object({{"query", "x"}})),
+        "!search_failed: OpenAlex's free searches from this network are used up for today. Add an OpenAlex key in "
+        "Settings › Literature, or search again tomorrow.");
+    server.reply("/works/W3", {.status = 500});
+    for (const char* tool : {"get_paper", "save_paper", "download_paper"})
+        EXPECT_EQ(
+            call(tool, paperID("W3")),
+            "!search_failed: OpenAlex did not answer. Check the connection and search again.");
+    server.reply("/works/W2", {.body = bareWork});
+    EXPECT_EQ(
+        call("download_paper", paperID("W2")),
+        "!download_failed: This paper has no open-access PDF. Open it in the browser to read it there.");
+    EXPECT_EQ(call("nope", JSONValue::object({})), "!unknown_tool: There is no tool nope.");
+    EXPECT_FALSE(Files::exists(test / "Papers"));
+    EXPECT_THAT(test.store->libraryPapers(), IsEmpty());
+}
+
+TEST(PaperTexts, CutsAtTheLastWholeWord)
+{
+    EXPECT_EQ(PaperTexts::cut("one two", 7), "one two");
+    EXPECT_EQ(PaperTexts::cut("one two three", 8), "one two…");
+    EXPECT_EQ(PaperTexts::cut("one two", 6), "one…");
+    EXPECT_EQ(PaperTexts::cut("onetwo three", 4), "onet…");
+    EXPECT_EQ(PaperTexts::cut("e\u0301e\u0301e\u0301", 3), "e\u0301e\u0301e\u0301");
+    EXPECT_EQ(PaperTexts::cut("", 3), "");
+}
+
+/// What a real server does while a download trickles.
+TEST_F(PaperToolsTest, ATricklingDownloadHoldsUpNobody)
+{
+    const std::string paper =
+        R"({"id":"W5","display_name":"Slow","best_oa_location":{"pdf_url":")" + server.address("/slow.pdf") + "\"}}";
+    server.reply("/works/W5", {.body = paper});
+    server.reply("/works", {.body = pageOf({bareWork}, 1)});
+    const FakeOpenAlex::Reply slow{
+        .body = "%PDF-" + std::string(45, 'x'), .pieces = 50, .pause = std::chrono::milliseconds(60)};
+    server.reply("/slow.pdf", slow);
+    McpProcess client = test.serve();
+    const std::int64_t download = client.sendCall("download_paper", paperID("W5"));
+    ASSERT_TRUE(test::eventually([&] { return server.asked().size() == 2; }));
+
+    EXPECT_EQ(client.request("ping").text(), "{}");
+    EXPECT_THAT(client.call("experiment_tree"), StartsWith("The tree is empty."));
+    constexpr int searches = 20;
+    for (int index = 0; index < searches; ++index)
+        client.sendCall("search_papers", JSONValue::object({{"query", "x"}}));
+    for (int index = 0; index < searches; ++index) {
+        const JSONValue message = client.receive().value();
+        EXPECT_NE(*message.find("id"), JSONValue(download)) << "the download is the last to end";
+        EXPECT_EQ(test::toolText(message), "1 of 1 papers matching \"x\":\n\n1. W2 · Bare\n   0 citations");
+    }
+    EXPECT_THAT(test::toolText(client.answer(download)), StartsWith("Downloaded Slow to "));
+    EXPECT_EQ(Files::read(test / "Papers/W5.pdf"), slow.body);
+}
+
+TEST_F(PaperToolsTest, TheEndOfInputDropsADownloadAndLeavesNothingOfIt)
+{
+    server.reply(
+        "/works/W5", {.body = R"({"id":"W5","display_name":"Slow","best_oa_location":{"pdf_url":")" +
+                              server.address("/slow.pdf") + "\"}}"});
+    server.reply("/slow.pdf", {.body = "%PDF-xxxx", .pieces = 2, .pause = std::chrono::seconds(60)});
+    Files::createFolders(test / "Papers");
+    McpProcess client = test.serve();
+    client.sendCall("download_paper", paperID("W5"));
+    ASSERT_TRUE(test::eventually([&] { return server.asked().size() == 2; }));
+    const auto begin = std::chrono::steady_clock::now();
+    client.closeInput();
+    EXPECT_EQ(client.wait(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10)) << "the transfer isn't waited for";
+    EXPECT_TRUE(std::filesystem::is_empty(test / "Papers"));
+}
+
+TEST_F(PaperToolsTest, TheServerReadsTheKeyWhenItStarts)
+{
+    ::setenv(OpenAlex::keyVariable, "secret", 1);
+    McpProcess client = test.serve();
+    ::unsetenv(OpenAlex::keyVariable);
+    server.reply("/works", {.status = 401});
+    EXPECT_EQ(
+        client.call("search_papers", JSONValue::object({{"query", "x"}})),
+        "search_failed: OpenAlex refused the key. Check it in Settings › Literature.");
+    EXPECT_EQ(server.asked().back().query.at("api_key"), "secret");
+}
+
+} // namespace
+} // namespace veltry
