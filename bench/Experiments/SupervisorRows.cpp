@@ -144,16 +144,19 @@ Measured supervisorStart(const Workplace& place)
         const Run run = runs.add();
         return timed([&] { return runs.supervise(run); });
     };
+    int count = 0;
     const auto limit = [&] {
+        const std::filesystem::path folder = place.folder / std::to_string(++count);
+        Files::createFolders(folder);
         // A group of its own would make setsid fork first.
         return timed([&] {
             return ChildProcess::start(
                 {.executable = "/usr/bin/setsid",
                  .arguments = {"nohup", Spawn::loginShell().string(), "-l", "-c", begun.command()},
                  .environment = ProcessFacts::environment(),
-                 .directory = place.folder,
+                 .directory = folder,
                  .input = {},
-                 .output = ChildProcess::Stream::appendTo(place.folder / "nohup.log"),
+                 .output = ChildProcess::Stream::appendTo(folder / "log"),
                  .error = ChildProcess::Stream::sameAsOutput()});
         });
     };
