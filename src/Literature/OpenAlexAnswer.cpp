@@ -160,7 +160,7 @@ std::optional<std::string> abstractOf(const Members& work, AbstractBudget& budge
     }
     if (words.empty())
         return std::nullopt;
-    std::ranges::stable_sort(words, {}, [](const auto& pair) { return pair.first; });
+    std::ranges::sort(words, {}, [](const auto& pair) { return pair.first; });
     std::string abstract;
     for (const auto& [position, word] : words) {
         abstract += word;

@@ -49,8 +49,8 @@ JSONValue callResult(ToolOutcome outcome)
     return JSONValue::object({{"content", JSONValue::array({std::move(block)})}, {"isError", outcome.isError}});
 }
 
-/// The token that the client wants its notices under: a text, or an integer that a double holds exactly, so that it goes
-/// back as it came. Anything else counts as none.
+/// The token that the client wants its notices under: a text, or an integer that a double holds exactly, so that it
+/// goes back as it came. Anything else counts as none.
 std::optional<JSONValue> progressToken(const JSONValue& params)
 {
     const JSONValue* meta = params.find("_meta");
@@ -69,13 +69,14 @@ Progress progressFor(std::optional<JSONValue> token, std::weak_ptr<JSONRPCConnec
 {
     if (!token)
         return {};
-    return [token = std::move(*token), connection = std::move(connection), sent = 0](const std::string& message) mutable {
-        const auto open = connection.lock();
-        if (open && open->isOpen())
-            open->notify(
-                "notifications/progress",
-                JSONValue::object({{"progressToken", token}, {"progress", ++sent}, {"message", message}}));
-    };
+    return
+        [token = std::move(*token), connection = std::move(connection), sent = 0](const std::string& message) mutable {
+            const auto open = connection.lock();
+            if (open && open->isOpen())
+                open->notify(
+                    "notifications/progress",
+                    JSONValue::object({{"progressToken", token}, {"progress", ++sent}, {"message", message}}));
+        };
 }
 
 /// Waits for one child and takes its status, so that no zombie stays behind.
@@ -96,8 +97,8 @@ MCPServer::MCPServer(
     : tools{.lab = lab, .conversation = conversation, .settings = std::move(settings)},
       papers{
           .store = lab.store,
-          .search = std::make_shared<const OpenAlex>(
-              [key = std::move(openAlexKey)] { return key; }, HTTPSession::shared()),
+          .search =
+              std::make_shared<const OpenAlex>([key = std::move(openAlexKey)] { return key; }, HTTPSession::shared()),
           .files = PaperFiles::beside(lab.store->path()),
           .lab = std::move(lab)}
 {
@@ -114,9 +115,7 @@ std::shared_ptr<JSONRPCConnection> MCPServer::serve(
     };
     const auto shared = std::make_shared<const MCPServer>(std::move(server));
     const auto connection = JSONRPCConnection::make(executor, std::move(transport), false);
-    const auto ignore = [](std::string /*method*/, JSONValue /*params*/) -> asio::awaitable<void> {
-        co_return;
-    };
+    const auto ignore = [](std::string /*method*/, JSONValue /*params*/) -> asio::awaitable<void> { co_return; };
     const auto answer = [shared, weak = std::weak_ptr(connection)](std::string method, JSONValue params) {
         return shared->handle(std::move(method), std::move(params), weak);
     };
@@ -147,10 +146,11 @@ asio::awaitable<JSONValue> MCPServer::callTool(JSONValue params, std::weak_ptr<J
         throw JSONRPCError::invalidParams("tools/call needs a name");
     const JSONValue* given = params.find("arguments");
     JSONValue arguments = given ? *given : JSONValue::object({});
-    asio::awaitable<ToolOutcome> call = paperTools_.contains(*name->string())
-        ? papers.call(*name->string(), std::move(arguments))
-        : tools.call(
-              *name->string(), std::move(arguments), progressFor(progressToken(params), std::move(connection)));
+    asio::awaitable<ToolOutcome> call =
+        paperTools_.contains(*name->string())
+            ? papers.call(*name->string(), std::move(arguments))
+            : tools.call(
+                  *name->string(), std::move(arguments), progressFor(progressToken(params), std::move(connection)));
     ToolOutcome outcome = co_await std::move(call);
     co_return callResult(std::move(outcome));
 }
