@@ -19,6 +19,10 @@ namespace veltry::bench {
 [[nodiscard]] Measured logTail(const Workplace& place);
 [[nodiscard]] Measured stamper(const Workplace& place);
 
+// Literature/PaperRows.cpp
+[[nodiscard]] Measured searchAnswer(const Workplace& place);
+[[nodiscard]] Measured paperOfLibrary(const Workplace& place);
+
 // Projects/RunRows.cpp
 [[nodiscard]] Measured furtherLook(const Workplace& place);
 [[nodiscard]] Measured firstLook(const Workplace& place);

@@ -1,0 +1,115 @@
+#include "Base/JSONValue.h"
+#include "Literature/OpenAlexAnswer.h"
+#include "Platform/Files.h"
+#include "Projects/ProjectStore.h"
+#include "Rows.h"
+#include "VeltryTools/PaperTexts.h"
+
+#include <fmt/format.h>
+
+namespace veltry::bench {
+
+namespace {
+
+constexpr int works = 25;
+constexpr int wordsOfAbstract = 2'800; // a work then has about 40 KB, and the answer 1 MB
+constexpr int distinctWords = 900;
+
+/// A work as the service gives it, with a long abstract.
+JSONValue makeWork(int number)
+{
+    JSONValue::Object index;
+    for (int position = 0; position < wordsOfAbstract; ++position) {
+        JSONValue& positions = index[fmt::format("word{}", position * 31 % distinctWords)];
+        if (!positions.array())
+            positions = JSONValue::Array();
+        positions.array()->emplace_back(position);
+    }
+    JSONValue::Array authorships;
+    JSONValue::Array locations;
+    for (int one = 0; one < 40; ++one) {
+        authorships.push_back(JSONValue::object({
+            {"author", JSONValue::object({{"display_name", fmt::format("Author {}", one)}, {"orcid", nullptr}})},
+            {"institutions", JSONValue::array({JSONValue::object({{"display_name", "A university of some length"}})})},
+            {"raw_affiliation_strings", JSONValue::array({std::string(300, 'x')})},
+        }));
+        locations.push_back(JSONValue::object({{"pdf_url", fmt::format("https://repository.example/{}.pdf", one)}}));
+    }
+    return JSONValue::object({
+        {"id", fmt::format("https://openalex.org/W{}", number)},
+        {"display_name", fmt::format("A title of work {}", number)},
+        {"authorships", std::move(authorships)},
+        {"locations", std::move(locations)},
+        {"abstract_inverted_index", std::move(index)},
+    });
+}
+
+/// A store whose one project holds that many papers, each with an abstract.
+class Library {
+public:
+    Library(const std::filesystem::path& folder, int count) : store_(folder / fmt::format("{}.sqlite", count))
+    {
+        Files::createFolders(folder);
+        project_ = store_.createProject("Bench", {folder}).id;
+        for (int number = 0; number < count; ++number)
+            store_.savePaper(
+                {.id = fmt::format("W{}", number),
+                 .title = "A title",
+                 .authors = {"A", "B"},
+                 .year = 2023,
+                 .venue = {},
+                 .citations = 7,
+                 .doi = {},
+                 .url = "https://openalex.org/W1",
+                 .pdfURL = {},
+                 .abstract = std::string(1'500, 'x')},
+                project_);
+    }
+
+    /// What get_paper answers for a paper that is saved.
+    [[nodiscard]] std::string text() const
+    {
+        const Paper paper = store_.libraryPaper("W7").value();
+        return PaperTexts::paper(paper, store_.libraryPaper(paper.id, project_).has_value(), {});
+    }
+
+private:
+    ProjectStore store_;
+    UUID project_;
+};
+
+} // namespace
+
+Measured searchAnswer(const Workplace& /*place*/)
+{
+    JSONValue::Array results;
+    for (int number = 0; number < works; ++number)
+        results.push_back(makeWork(number));
+    const std::string body = JSONValue::object({
+                                                   {"meta", JSONValue::object({{"count", works}})},
+                                                   {"results", std::move(results)},
+                                               })
+                                 .text();
+    const auto ours = [&] {
+        return secondsOf([&] {
+            std::vector<PaperTexts::Entry> entries;
+            for (Paper& paper : OpenAlexAnswer::page(body).papers)
+                entries.push_back({.paper = std::move(paper)});
+            static_cast<void>(PaperTexts::list(entries));
+        });
+    };
+    const auto limit = [&] { return secondsOf([&] { static_cast<void>(JSONValue::parse(body)); }); };
+    return interleaved(31, ours, limit);
+}
+
+Measured paperOfLibrary(const Workplace& place)
+{
+    const Library large(place.folder, 10'000);
+    const Library small(place.folder, 10);
+    const auto timed = [](const Library& library) {
+        return [&] { return medianSecondsOf(100, [&] { static_cast<void>(library.text()); }); };
+    };
+    return interleaved(15, timed(large), timed(small));
+}
+
+} // namespace veltry::bench
