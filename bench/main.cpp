@@ -57,7 +57,7 @@ std::string machine()
     ::getloadavg(load.data(), 1);
     return fmt::format(
         "{} cores, {}, {} GB of memory; {:%Y-%m-%d}; load {:.1f} before the first row.\n"
-        "Medians of rounds in which both sides were measured in turn.\n",
+        "Medians of rounds in which both sides were measured in turn; where a process starts, the least of them.\n",
         std::thread::hardware_concurrency(), MachineFacts::processorName().value_or("an unnamed processor"),
         (MachineFacts::memory() + (1 << 29)) >> 30, fmt::gmtime(std::time(nullptr)), load[0]);
 }
@@ -65,15 +65,13 @@ std::string machine()
 Result measured(const Row& row, const std::filesystem::path& folder)
 {
     Result result{.row = &row, .measured = {}};
-    const Workplace place{.folder = folder / "row", .tools = ProcessFacts::executable().parent_path() / "veltry-tools"};
+    const Workplace place{.folder = folder, .tools = ProcessFacts::executable().parent_path() / "veltry-tools"};
     try {
         Files::createFolders(place.folder);
         result.measured = row.measure(place);
     } catch (const std::exception& error) {
         result.measured = std::unexpected("not measured: " + describe(error));
     }
-    std::error_code ignored; // what is left goes with the folder above
-    std::filesystem::remove_all(place.folder, ignored);
     return result;
 }
 
@@ -96,8 +94,12 @@ static bool run(const std::filesystem::path& folder, const std::vector<std::stri
         if (!isWanted(row, words))
             continue;
         fmt::print(stderr, "{}\n", row.what);
-        results.push_back(measured(row, folder));
+        results.push_back(measured(row, folder / std::to_string(results.size() + 1)));
     }
+    // Only now: a file system that has just removed many files may make new ones slowly (ext4 passes over the places of
+    // those that went in the last five seconds).
+    std::error_code ignored;
+    std::filesystem::remove_all(folder, ignored);
     fmt::print("\n{}", table(results));
     return std::ranges::all_of(results, [](const Result& result) { return result.measured.has_value(); });
 }
