@@ -1,10 +1,8 @@
 #include "Literature/Fetch.h"
 
-#include <asio/any_io_executor.hpp>
 #include <asio/post.hpp>
 #include <asio/redirect_error.hpp>
 #include <asio/steady_timer.hpp>
-#include <asio/this_coro.hpp>
 #include <asio/use_awaitable.hpp>
 
 #include <optional>
@@ -23,9 +21,9 @@ struct Waiter {
 
 } // namespace
 
-asio::awaitable<HTTPSession::Outcome> fetch(std::shared_ptr<HTTPSession> session, HTTPSession::Request request)
+asio::awaitable<HTTPSession::Outcome> fetch(
+    asio::any_io_executor executor, std::shared_ptr<HTTPSession> session, HTTPSession::Request request)
 {
-    const asio::any_io_executor executor = co_await asio::this_coro::executor;
     const auto waiter = std::make_shared<Waiter>(executor);
     // The session's thread must never be the last to hold the waiter, which belongs to the executor.
     HTTPSession::Completion completion = [executor, weak = std::weak_ptr(waiter)](HTTPSession::Outcome outcome) {

@@ -5,6 +5,7 @@
 #include "Literature/OpenAlexAnswer.h"
 #include "Platform/ProcessFacts.h"
 
+#include <asio/this_coro.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -112,12 +113,13 @@ asio::awaitable<std::optional<std::string>> OpenAlex::answer(std::string address
     HTTPSession::Request request{.address = std::move(address)};
     if (keyed)
         request.address += "&api_key=" + Address::queryValue(*key);
-    asio::awaitable<HTTPSession::Outcome> transfer = fetch(session_, std::move(request));
+    const asio::any_io_executor executor = co_await asio::this_coro::executor;
+    asio::awaitable<HTTPSession::Outcome> transfer = fetch(executor, session_, std::move(request));
     HTTPSession::Outcome outcome = co_await std::move(transfer);
     if (outcome)
         co_return bodyOf(std::move(*outcome), keyed);
     if (outcome.error().kind == HTTPSession::Failure::Kind::unavailable)
-        throw outcome.error(); // no connection can help there
+        throw HTTPSession::Failure(outcome.error()); // no connection can help there
     throw PaperSearchError(PaperSearchError::Kind::unreachable);
 }
 

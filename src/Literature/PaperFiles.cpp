@@ -7,6 +7,8 @@
 #include "Platform/SystemError.h"
 #include "Platform/TemporaryFile.h"
 
+#include <asio/this_coro.hpp>
+
 #include <algorithm>
 
 namespace veltry {
@@ -33,7 +35,7 @@ void check(const HTTPSession::Outcome& outcome, const std::filesystem::path& fol
         case Failure::Kind::disk:
             throw SystemError("could not write the PDF to " + folder.string(), outcome.error().code);
         case Failure::Kind::unavailable:
-            throw outcome.error();
+            throw Failure(outcome.error());
         case Failure::Kind::transfer:
             throw PaperFileError(PaperFileError::Kind::unreachable);
         }
@@ -90,7 +92,8 @@ asio::awaitable<std::filesystem::path> PaperFiles::pdf(Paper paper) const
         .mayBeFile = true,
         .file = download.file().duplicate(),
         .patience = patience};
-    asio::awaitable<HTTPSession::Outcome> transfer = fetch(session, std::move(request));
+    const asio::any_io_executor executor = co_await asio::this_coro::executor;
+    asio::awaitable<HTTPSession::Outcome> transfer = fetch(executor, session, std::move(request));
     const HTTPSession::Outcome outcome = co_await std::move(transfer);
     check(outcome, folder);
     if (Files::readAt(download.file(), 0, signature.size()) != signature)
