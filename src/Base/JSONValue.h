@@ -46,10 +46,7 @@ public:
     JSONValue(Object members) noexcept : value_(std::move(members)) {}
 
     [[nodiscard]] static JSONValue array(std::initializer_list<JSONValue> elements) { return Array(elements); }
-    [[nodiscard]] static JSONValue object(std::initializer_list<Object::value_type> members)
-    {
-        return Object(members);
-    }
+    [[nodiscard]] static JSONValue object(std::initializer_list<Object::value_type> members) { return Object(members); }
 
     [[nodiscard]] bool isNull() const noexcept { return std::holds_alternative<std::nullptr_t>(value_); }
     /// The payload if the value is of that case, otherwise null.
@@ -75,8 +72,8 @@ public:
     [[nodiscard]] static std::optional<JSONValue> parseIfValid(std::string_view text);
 
     enum class Slashes { plain, escaped };
-    /// Compact JSON in valid UTF-8 with no line feed inside. Whole numbers below 2^53 are written without a fraction, all
-    /// others in the shortest form that reads back equal. With Slashes::escaped "/" in strings is written as "\/".
+    /// Compact JSON in valid UTF-8 with no line feed inside. Whole numbers below 2^53 are written without a fraction,
+    /// all others in the shortest form that reads back equal. With Slashes::escaped "/" in strings is written as "\/".
     /// Throws Failure for a number that isn't finite.
     [[nodiscard]] std::string text(Slashes slashes = Slashes::plain) const;
     /// The same over several lines, two blanks a level, for a person to read.

@@ -1,7 +1,8 @@
 #include "Base/UUID.h"
 
-#include <cstring>
 #include <uuid/uuid.h>
+
+#include <cstring>
 
 namespace veltry {
 

@@ -67,7 +67,8 @@ std::string branchReference(std::string_view branch)
 } // namespace
 
 Lab::Lab(
-    std::shared_ptr<ProjectStore> openStore, Project served, std::filesystem::path runs, std::filesystem::path executable)
+    std::shared_ptr<ProjectStore> openStore, Project served, std::filesystem::path runs,
+    std::filesystem::path executable)
     : store(std::move(openStore)), project(std::move(served)), runsFolder(std::move(runs)), tools(std::move(executable))
 {
 }
@@ -83,8 +84,7 @@ Experiment Lab::experiment(std::string_view id) const
         if (std::optional<Experiment> found = store->experiment(*parsed); found && found->projectID == project.id)
             return std::move(*found);
     throw LabError(
-        "experiment_not_found",
-        fmt::format("No experiment {} in this project. Call experiment_tree for the ids.", id));
+        "experiment_not_found", fmt::format("No experiment {} in this project. Call experiment_tree for the ids.", id));
 }
 
 std::vector<Experiment> Lab::experiments() const
@@ -129,10 +129,9 @@ Experiment Lab::create(const NewNode& node) const
     const Git git = repository();
     if (!git.isRepository())
         throw LabError(
-            "not_a_repository",
-            fmt::format(
-                "{} is not a git repository. Run `git init` and commit the code first.",
-                project.folders.front().string()));
+            "not_a_repository", fmt::format(
+                                    "{} is not a git repository. Run `git init` and commit the code first.",
+                                    project.folders.front().string()));
 
     std::optional<Experiment> parent;
     std::optional<std::string> base;
@@ -155,8 +154,7 @@ Experiment Lab::create(const NewNode& node) const
         command = text::trimmed(node.runCommand.value_or(""));
         if (command.empty())
             throw LabError(
-                "run_command_required",
-                "A baseline names the run command every node under it runs. Pass run_command.");
+                "run_command_required", "A baseline names the run command every node under it runs. Pass run_command.");
         base = git.resolve("HEAD");
         if (!base)
             throw LabError("no_commits", "The repository has no commits. Commit the project's code first.");
@@ -186,7 +184,8 @@ Experiment Lab::create(const NewNode& node) const
     return made;
 }
 
-/// A slug that no node, no branch and no folder of the worktrees has. What an earlier attempt left behind keeps its slug.
+/// A slug that no node, no branch and no folder of the worktrees has. What an earlier attempt left behind keeps its
+/// slug.
 std::string Lab::freeSlug(std::string_view title) const
 {
     std::set<std::string> taken;
@@ -196,7 +195,7 @@ std::string Lab::freeSlug(std::string_view title) const
     const std::filesystem::path folder = project.folders.front() / worktrees;
     std::string candidate = wanted;
     for (int suffix = 2; taken.contains(candidate) || Files::exists(folder / candidate) ||
-         repository().resolve(branchReference("veltry/" + candidate));
+                         repository().resolve(branchReference("veltry/" + candidate));
          ++suffix)
         candidate = fmt::format("{}-{}", wanted, suffix);
     return candidate;
@@ -228,9 +227,9 @@ Run Lab::launch(std::string_view id, std::int64_t maxRuns) const
     throw LabError("launch_failed", fmt::format("Run {} could not start: {}", run.number, reason));
 }
 
-/// All that has to hold before a run may exist, and its row. The lock is the kernel's and spans every server of the store,
-/// whichever runs folder it has: between the look and the row nobody else gets in, and two commits in one worktree can't
-/// meet at git's own lock.
+/// All that has to hold before a run may exist, and its row. The lock is the kernel's and spans every server of the
+/// store, whichever runs folder it has: between the look and the row nobody else gets in, and two commits in one
+/// worktree can't meet at git's own lock.
 Run Lab::admit(const Experiment& experiment, std::int64_t maxRuns) const
 {
     const FileLock lock = FileLock::take(store->path().string() + ".launch");
@@ -257,10 +256,9 @@ Run Lab::admit(const Experiment& experiment, std::int64_t maxRuns) const
         static_cast<void>(TelemetryLayout::read(worktree(experiment)));
     } catch (const TelemetryLayout::Invalid& invalid) {
         throw LabError(
-            "telemetry_invalid",
-            fmt::format(
-                "telemetry.toml {}. Fix it in the node's worktree and call run_experiment again.",
-                invalid.description()));
+            "telemetry_invalid", fmt::format(
+                                     "telemetry.toml {}. Fix it in the node's worktree and call run_experiment again.",
+                                     invalid.description()));
     }
     const UUID runID = UUID::random();
     return store->insertRun(runID, experiment, commit, runsFolder / runID.text());

@@ -4,6 +4,8 @@
 #include "Experiments/LabError.h"
 #include "Projects/ProjectStore.h"
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -13,8 +15,6 @@
 #include <string_view>
 #include <vector>
 
-#include <sys/types.h>
-
 namespace veltry {
 
 /// The rules of one project's experiment tree, over its git repository and the store.
@@ -23,13 +23,13 @@ namespace veltry {
 /// provisional and may be changed and run again. A node without a parent is a baseline and names the run command that
 /// all nodes below it run. Nothing here removes a branch, a worktree, a run folder or a row.
 ///
-/// A value without state of its own. Every operation blocks, may be called from any thread and from several processes at
-/// once, and throws LabError for what its caller can mend; errors of the store, of starting git and of the file system
-/// pass through.
+/// A value without state of its own. Every operation blocks, may be called from any thread and from several processes
+/// at once, and throws LabError for what its caller can mend; errors of the store, of starting git and of the file
+/// system pass through.
 class Lab {
 public:
-    /// `project` has at least one folder; the first is the repository. `tools` is the `veltry-tools` executable, which is
-    /// started to supervise each run.
+    /// `project` has at least one folder; the first is the repository. `tools` is the `veltry-tools` executable, which
+    /// is started to supervise each run.
     Lab(std::shared_ptr<ProjectStore> store, Project project, std::filesystem::path runsFolder,
         std::filesystem::path tools);
 
@@ -65,12 +65,12 @@ public:
 
     /// Commits what is pending in the node's worktree and starts a run of that commit, whose row it returns as it was
     /// made: queued. Refused for a frozen node, for one with a run in flight, for an invalid telemetry.toml, and where
-    /// `maxRuns` runs of all projects are in flight already (0 or less is no limit). From the first of these checks to the
-    /// row it holds a lock beside the store, so that of two processes one comes second.
+    /// `maxRuns` runs of all projects are in flight already (0 or less is no limit). From the first of these checks to
+    /// the row it holds a lock beside the store, so that of two processes one comes second.
     Run launch(std::string_view id, std::int64_t maxRuns) const;
 
-    /// Asks the run to stop, with one SIGTERM to all its processes, and returns its row as it stands then. A run that has
-    /// ended is returned unchanged.
+    /// Asks the run to stop, with one SIGTERM to all its processes, and returns its row as it stands then. A run that
+    /// has ended is returned unchanged.
     Run cancel(std::string_view text) const;
 
     /// Fails the project's runs in flight whose supervisor is gone.

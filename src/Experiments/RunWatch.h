@@ -8,8 +8,8 @@
 
 namespace veltry {
 
-/// Looks at a project's runs in flight again and again, at a cost that doesn't grow with the history: after the first look
-/// only what was in flight then and what was made since is read. Each look closes runs whose supervisor is gone.
+/// Looks at a project's runs in flight again and again, at a cost that doesn't grow with the history: after the first
+/// look only what was in flight then and what was made since is read. Each look closes runs whose supervisor is gone.
 ///
 /// `lab` outlives it. A value for one thread; each operation throws what Lab::reconcile() throws.
 class RunWatch {

@@ -43,10 +43,11 @@ std::filesystem::path repositoryTop(const std::filesystem::path& folder, std::os
             folder.string()));
     const std::string path = top->string();
     if (const std::size_t node = path.find(fmt::format("/{}/", Lab::worktrees)); node != std::string::npos)
-        throw Refusal(fmt::format(
-            "{} is the worktree of an experiment. Its project is {}.", path, path.substr(0, node)));
+        throw Refusal(
+            fmt::format("{} is the worktree of an experiment. Its project is {}.", path, path.substr(0, node)));
     if (*top != folder)
-        notes << fmt::format("{} lies in the repository {}, whose top is the project's folder.\n", folder.string(), path);
+        notes << fmt::format(
+            "{} lies in the repository {}, whose top is the project's folder.\n", folder.string(), path);
     return *top;
 }
 

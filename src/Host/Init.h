@@ -23,9 +23,9 @@ struct Refusal : Error {
     std::string message;
 };
 
-/// Registers the repository's top, unless it is there, writes `settings.toml` where there is none, and finds or makes the
-/// conversation that attached clients share. Writes the configuration block of an MCP client to `out` and what it did to
-/// `notes`. Throws Refusal, and what the store and the file system meet.
+/// Registers the repository's top, unless it is there, writes `settings.toml` where there is none, and finds or makes
+/// the conversation that attached clients share. Writes the configuration block of an MCP client to `out` and what it
+/// did to `notes`. Throws Refusal, and what the store and the file system meet.
 void run(const Options& options, std::ostream& out, std::ostream& notes);
 
 } // namespace veltry::Init

@@ -3,12 +3,12 @@
 #include "Base/Error.h"
 #include "Platform/FileDescriptor.h"
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
-
-#include <sys/types.h>
 
 /// The one way to start a child. Every child gets the standard descriptors alone, each signal at its default, and none
 /// blocked. May be called from any thread.
@@ -25,7 +25,10 @@ public:
     /// An open descriptor of ours, which stays ours.
     [[nodiscard]] static Stream to(int descriptor) { return Stream(Kind::descriptor, descriptor, {}); }
     /// A file opened for appending, made with mode 0644 if it isn't there. For output and errors.
-    [[nodiscard]] static Stream appendTo(std::filesystem::path file) { return Stream(Kind::append, -1, std::move(file)); }
+    [[nodiscard]] static Stream appendTo(std::filesystem::path file)
+    {
+        return Stream(Kind::append, -1, std::move(file));
+    }
     /// For errors: wherever the output goes.
     [[nodiscard]] static Stream sameAsOutput() { return Stream(Kind::sameAsOutput, -1, {}); }
 

@@ -19,8 +19,8 @@ public:
     [[nodiscard]] int get() const noexcept { return fd_; }
     [[nodiscard]] explicit operator bool() const noexcept { return fd_ >= 0; }
     [[nodiscard]] int release() noexcept { return std::exchange(fd_, -1); }
-    /// Closes what is held and holds `fd` instead. Failures of close(2) are not reported, and it isn't repeated on EINTR:
-    /// on Linux the number is free again by then.
+    /// Closes what is held and holds `fd` instead. Failures of close(2) are not reported, and it isn't repeated on
+    /// EINTR: on Linux the number is free again by then.
     void reset(int fd = -1) noexcept;
 
     /// A descriptor of its own on the same open file. Throws SystemError.
@@ -34,7 +34,8 @@ struct Pipe {
     FileDescriptor reading;
     FileDescriptor writing;
 
-    /// Both ends lie above the standard descriptors, so that a child's redirections can't meet them. Throws SystemError.
+    /// Both ends lie above the standard descriptors, so that a child's redirections can't meet them. Throws
+    /// SystemError.
     [[nodiscard]] static Pipe make();
 };
 

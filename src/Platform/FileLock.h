@@ -7,8 +7,8 @@
 
 namespace veltry {
 
-/// An exclusive lock on a file, shared by processes, which the kernel drops when its holder ends, however it ends. It is
-/// held as long as the object lives. The file is made if it isn't there, stays empty and is never removed.
+/// An exclusive lock on a file, shared by processes, which the kernel drops when its holder ends, however it ends. It
+/// is held as long as the object lives. The file is made if it isn't there, stays empty and is never removed.
 class FileLock {
 public:
     /// Takes it or gives nothing at once, if the file can't be opened or another holds the lock.

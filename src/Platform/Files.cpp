@@ -16,7 +16,8 @@ namespace {
 /// A file beside `target` that becomes the target by commit(), and goes away otherwise.
 class Replacement {
 public:
-    explicit Replacement(std::filesystem::path target) : target_(std::move(target)), temporary_(target_.string() + ".XXXXXX")
+    explicit Replacement(std::filesystem::path target)
+        : target_(std::move(target)), temporary_(target_.string() + ".XXXXXX")
     {
         file_.reset(::mkostemp(temporary_.data(), O_CLOEXEC));
         if (!file_)
@@ -34,7 +35,7 @@ public:
 
     void commit()
     {
-        struct stat old {};
+        struct stat old{};
         const mode_t mode = ::stat(target_.c_str(), &old) == 0 ? old.st_mode & 07777 : 0644;
         if (::fchmod(file_.get(), mode) != 0 || ::fsync(file_.get()) != 0 ||
             ::rename(temporary_.c_str(), target_.c_str()) != 0)
@@ -132,13 +133,13 @@ std::size_t readInto(std::span<char> buffer, const FileDescriptor& file, std::ui
 
 std::uint64_t size(const FileDescriptor& file) noexcept
 {
-    struct stat status {};
+    struct stat status{};
     return ::fstat(file.get(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
 }
 
 bool isPlain(const FileDescriptor& file) noexcept
 {
-    struct stat status {};
+    struct stat status{};
     return ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
@@ -178,7 +179,7 @@ void createFolders(const std::filesystem::path& path)
 
 bool exists(const std::filesystem::path& path) noexcept
 {
-    struct stat status {};
+    struct stat status{};
     return ::lstat(path.c_str(), &status) == 0;
 }
 

@@ -1,8 +1,9 @@
 #include "Platform/SystemLog.h"
 
+#include <syslog.h>
+
 #include <mutex>
 #include <string>
-#include <syslog.h>
 
 namespace veltry::SystemLog {
 

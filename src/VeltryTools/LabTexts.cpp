@@ -3,8 +3,9 @@
 #include "Base/Text.h"
 #include "Platform/Files.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
+
+#include <fcntl.h>
 
 #include <algorithm>
 #include <limits>
@@ -74,8 +75,7 @@ private:
         const auto found = runs_.find(node.id);
         const std::vector<const Run*>& runs = found == runs_.end() ? noRuns : found->second;
         const bool frozen = std::ranges::any_of(runs, [](const Run* run) { return run->answered(); });
-        line(
-            "{}- {} [{}]{}", indent, node.title, frozen ? "frozen" : "provisional", node.isRoot() ? " baseline" : "");
+        line("{}- {} [{}]{}", indent, node.title, frozen ? "frozen" : "provisional", node.isRoot() ? " baseline" : "");
         line("{}  id: {}", indent, node.id.text());
         line("{}  branch: {}", indent, node.branch);
         line("{}  worktree: {}", indent, lab_.worktree(node).string());

@@ -28,8 +28,8 @@ struct Tree {
 /// One run in full, with the end of its log.
 [[nodiscard]] std::string run(const Run& run, std::string_view title, std::int64_t logLines);
 
-/// The last `count` lines of a log without times or numbers, malformed bytes as U+FFFD; empty if there is none. Reads at
-/// most 400 bytes a line and 4096 more, so long lines make it shorter.
+/// The last `count` lines of a log without times or numbers, malformed bytes as U+FFFD; empty if there is none. Reads
+/// at most 400 bytes a line and 4096 more, so long lines make it shorter.
 [[nodiscard]] std::string logTail(const std::filesystem::path& log, std::int64_t count);
 
 } // namespace veltry::LabTexts

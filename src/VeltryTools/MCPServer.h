@@ -12,9 +12,9 @@
 
 namespace veltry {
 
-/// The Model Context Protocol server for one agent. It answers `initialize`, `ping`, `tools/list` and `tools/call` and keeps
-/// no state of the protocol: a tool's failure is a text in a normal result, and a JSON-RPC error means only that the
-/// request itself was wrong. Notifications are ignored.
+/// The Model Context Protocol server for one agent. It answers `initialize`, `ping`, `tools/list` and `tools/call` and
+/// keeps no state of the protocol: a tool's failure is a text in a normal result, and a JSON-RPC error means only that
+/// the request itself was wrong. Notifications are ignored.
 class MCPServer {
 public:
     /// `openAlexKey` is the person's key of the literature service.
@@ -22,8 +22,8 @@ public:
         Lab lab, std::optional<UUID> conversation, std::optional<std::filesystem::path> settings,
         std::optional<std::string> openAlexKey);
 
-    /// Serves the peer of `transport` on its executor and returns at once. `onEnd` runs when the input has ended; calls that
-    /// wait then send no more notices. The server also reaps the supervisors that it starts.
+    /// Serves the peer of `transport` on its executor and returns at once. `onEnd` runs when the input has ended; calls
+    /// that wait then send no more notices. The server also reaps the supervisors that it starts.
     static std::shared_ptr<JSONRPCConnection> serve(
         MCPServer server, const asio::any_io_executor& executor, std::shared_ptr<LineTransport> transport,
         JSONRPCConnection::OnEnd onEnd);

@@ -25,7 +25,8 @@ struct ToolOutcome {
     bool isError = false;
 };
 
-/// Tells a client that a call still waits, in a sentence of plain words. Empty where the client asked for no such notices.
+/// Tells a client that a call still waits, in a sentence of plain words. Empty where the client asked for no such
+/// notices.
 using Progress = std::function<void(const std::string& message)>;
 
 /// Runs a tool's work and makes text of whatever it throws: description() of our errors, the text form of others.

@@ -13,10 +13,11 @@
 #include <asio/steady_timer.hpp>
 #include <fmt/format.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <csignal>
 #include <memory>
-#include <unistd.h>
 
 namespace veltry::ToolsCommand {
 
@@ -27,7 +28,8 @@ constexpr auto longestFarewell = std::chrono::seconds(1);
 
 void say(std::string_view line)
 {
-    // In one write, so that lines of several processes with one log don't mix; if it fails there is nobody left to tell.
+    // In one write, so that lines of several processes with one log don't mix; if it fails there is nobody left to
+    // tell.
     static_cast<void>(!::write(STDERR_FILENO, line.data(), line.size()));
 }
 
@@ -68,7 +70,7 @@ Project findProject(const ProjectStore& store, const std::string& id)
 asio::awaitable<void> bidFarewell(std::shared_ptr<JSONRPCConnection> connection)
 {
     const asio::any_io_executor executor = co_await asio::this_coro::executor;
-    co_await asio::post(executor, asio::use_awaitable); // behind the handlers of every request that was read
+    co_await asio::post(executor, asio::use_awaitable);     // behind the handlers of every request that was read
     asio::steady_timer patience(executor, longestFarewell); // only from here on: handlers may have taken longer
     patience.async_wait([](const asio::error_code&) { leave(); });
     co_await connection->flush();
@@ -119,8 +121,7 @@ void serve(const Options& options)
     if (const std::optional<std::string> path = option(options, "--settings"))
         settings = std::filesystem::absolute(*path);
     Lab lab(
-        std::move(store), std::move(project),
-        runs ? std::filesystem::absolute(*runs) : Lab::defaultRuns(),
+        std::move(store), std::move(project), runs ? std::filesystem::absolute(*runs) : Lab::defaultRuns(),
         ProcessFacts::executable());
     MCPServer server(
         std::move(lab), conversation ? UUID::parse(*conversation) : std::nullopt, std::move(settings),

@@ -3,12 +3,14 @@
 #include "ACP/JSONRPCConnection/ConnectionError.h"
 #include "Platform/SystemError.h"
 
-#include <algorithm>
-#include <array>
 #include <climits>
+
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <array>
 
 namespace veltry {
 

@@ -3,14 +3,15 @@
 #include "Platform/FileDescriptor.h"
 #include "Platform/SystemError.h"
 
-#include <array>
-#include <csignal>
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <array>
+#include <csignal>
 
 namespace veltry::ChildProcess {
 

@@ -2,11 +2,12 @@
 
 #include "Platform/SystemError.h"
 
-#include <array>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <unistd.h>
+
+#include <array>
 
 namespace veltry {
 

@@ -3,12 +3,14 @@
 #include "Base/Text.h"
 #include "Platform/Files.h"
 
+#include <fmt/format.h>
+
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
-#include <fmt/format.h>
 #include <map>
 #include <set>
-#include <unistd.h>
 
 namespace veltry::MachineFacts {
 

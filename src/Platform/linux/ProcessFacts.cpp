@@ -1,9 +1,10 @@
 #include "Platform/ProcessFacts.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <string_view>
-#include <unistd.h>
 
 namespace veltry::ProcessFacts {
 

@@ -1,8 +1,9 @@
 #include "Platform/StandardFolders.h"
 
-#include <cstdlib>
 #include <pwd.h>
 #include <unistd.h>
+
+#include <cstdlib>
 
 namespace veltry::StandardFolders {
 
