@@ -12,6 +12,7 @@ function(addModule name)
     list(TRANSFORM arg_HEADERS PREPEND ${root}/${name}/)
     add_library(${name} STATIC ${arg_SOURCES})
     target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS ${root} FILES ${arg_HEADERS})
+    target_compile_features(${name} PUBLIC cxx_std_23) # public, so that its headers compile alone when they are checked
     target_link_libraries(${name} PUBLIC ${arg_PUBLIC} PRIVATE ${arg_PRIVATE} projectOptions)
 endfunction()
 
