@@ -9,7 +9,7 @@ RunWatch::RunWatch(const Lab& lab) : lab_(&lab)
     for (const Run& run : look.runs)
         if (!run.isFinished())
             waiting_.insert(run.id);
-    keepInFlight(std::move(look));
+    keepInFlight(look);
 }
 
 std::vector<Run> RunWatch::finishedSince()
@@ -20,11 +20,11 @@ std::vector<Run> RunWatch::finishedSince()
     for (const Run& run : look.runs)
         if (run.isFinished() && waiting_.erase(run.id) > 0)
             finished.push_back(run);
-    keepInFlight(std::move(look));
+    keepInFlight(look);
     return finished;
 }
 
-void RunWatch::keepInFlight(ProjectStore::RunLook look)
+void RunWatch::keepInFlight(const ProjectStore::RunLook& look)
 {
     inFlight_.clear();
     for (const Run& run : look.runs)

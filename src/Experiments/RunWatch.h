@@ -24,7 +24,7 @@ public:
     [[nodiscard]] std::vector<Run> finishedSince();
 
 private:
-    void keepInFlight(ProjectStore::RunLook look);
+    void keepInFlight(const ProjectStore::RunLook& look);
 
     const Lab* lab_;
     std::set<UUID> waiting_;
