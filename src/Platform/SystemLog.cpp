@@ -33,7 +33,8 @@ void write(Level level, std::string_view category, std::string_view message) noe
         static_cast<void>(opened);
         const std::string line = "[" + std::string(category) + "] " + std::string(message);
         ::syslog(level == Level::error ? LOG_ERR : LOG_INFO, "%s", line.c_str());
-    } catch (...) { // no memory for a line of log: nothing better to do than to go on
+    } catch (...) {
+        return; // no memory for a line of log: nothing better to do than to go on
     }
 }
 

@@ -3,6 +3,8 @@
 #include "Platform/FileDescriptor.h"
 #include "Platform/SystemError.h"
 
+#include <fmt/format.h>
+
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
@@ -184,7 +186,7 @@ pid_t start(const Command& command)
     std::vector<std::string> environment;
     environment.reserve(command.environment.size());
     for (const auto& [name, value] : command.environment)
-        environment.push_back(name + "=" + value);
+        environment.push_back(fmt::format("{}={}", name, value));
     std::vector<char*> argumentPointers = pointers(arguments);
     std::vector<char*> environmentPointers = pointers(environment);
     return actions.spawn(argumentPointers, environmentPointers);
