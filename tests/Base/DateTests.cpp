@@ -8,7 +8,7 @@
 namespace veltry {
 namespace {
 
-TEST(Date, isWrittenInUTCWithMilliseconds)
+TEST(Date, IsWrittenInUTCWithMilliseconds)
 {
     const struct {
         double secondsSince2001;
@@ -24,7 +24,7 @@ TEST(Date, isWrittenInUTCWithMilliseconds)
         EXPECT_EQ(Date{c.secondsSince2001}.iso8601(), c.text);
 }
 
-TEST(Date, countsFromBothEpochs)
+TEST(Date, CountsFromBothEpochs)
 {
     EXPECT_EQ(Date::sinceUnixEpoch(978307200.5).secondsSince2001, 0.5);
     EXPECT_EQ(Date{1}.secondsSince1970(), 978307201);

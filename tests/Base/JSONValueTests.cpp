@@ -21,7 +21,7 @@ std::string nested(std::size_t depth)
     return std::string(depth, '[') + std::string(depth, ']');
 }
 
-TEST(JSONValue, writesNumbers)
+TEST(JSONValue, WritesNumbers)
 {
     const struct {
         double number;
@@ -47,7 +47,7 @@ TEST(JSONValue, writesNumbers)
         EXPECT_THAT([&] { static_cast<void>(JSONValue::array({1, number}).text()); }, Throws<JSONValue::Failure>());
 }
 
-TEST(JSONValue, readsNumbersAsDoubles)
+TEST(JSONValue, ReadsNumbersAsDoubles)
 {
     EXPECT_EQ(JSONValue::parse("-0"), JSONValue(0));
     EXPECT_EQ(JSONValue::parse("9007199254740993"), JSONValue(9007199254740992.0));
@@ -57,7 +57,7 @@ TEST(JSONValue, readsNumbersAsDoubles)
     EXPECT_NE(JSONValue(std::nan("")), JSONValue(std::nan("")));
 }
 
-TEST(JSONValue, givesIntegersThatFit)
+TEST(JSONValue, GivesIntegersThatFit)
 {
     EXPECT_EQ(JSONValue(-1.9).integer(), -1);
     EXPECT_EQ(JSONValue(-0x1p63).integer(), std::numeric_limits<std::int64_t>::min());
@@ -65,7 +65,7 @@ TEST(JSONValue, givesIntegersThatFit)
         EXPECT_EQ(none.integer(), std::nullopt);
 }
 
-TEST(JSONValue, refusesWhatIsNotStrictlyJSON)
+TEST(JSONValue, RefusesWhatIsNotStrictlyJSON)
 {
     const std::string_view cases[] = {
         "",
@@ -112,7 +112,7 @@ TEST(JSONValue, refusesWhatIsNotStrictlyJSON)
     }
 }
 
-TEST(JSONValue, aNULByteEndsNoDocument)
+TEST(JSONValue, ANULByteEndsNoDocument)
 {
     using namespace std::string_view_literals;
     for (const std::string_view text : {"1\0"sv, "{}\0{}"sv, "[1,\0 2]"sv, "\0"sv, "\"a\0\""sv})
@@ -120,7 +120,7 @@ TEST(JSONValue, aNULByteEndsNoDocument)
     EXPECT_EQ(JSONValue::parse("\"\\u0000\""), JSONValue("\0"sv));
 }
 
-TEST(JSONValue, limitsItsDepth)
+TEST(JSONValue, LimitsItsDepth)
 {
     EXPECT_EQ(JSONValue::parse(nested(512)).text(), nested(512));
     EXPECT_EQ(JSONValue::parseIfValid(nested(513)), std::nullopt);
@@ -133,7 +133,7 @@ TEST(JSONValue, limitsItsDepth)
             ::testing::ThrowsMessage<JSONValue::Failure>(HasSubstr("more than 512 levels")));
 }
 
-TEST(JSONValue, aRefusalIsShortHoweverLongTheText)
+TEST(JSONValue, ARefusalIsShortHoweverLongTheText)
 {
     try {
         static_cast<void>(JSONValue::parse('"' + std::string(1'000'000, 'a')));
@@ -143,12 +143,12 @@ TEST(JSONValue, aRefusalIsShortHoweverLongTheText)
     }
 }
 
-TEST(JSONValue, ofARepeatedKeyTheLastCounts)
+TEST(JSONValue, OfARepeatedKeyTheLastCounts)
 {
     EXPECT_EQ(JSONValue::parse(R"({"a":{"b":[1]},"c":2,"a":[null]})").text(), R"({"a":[null],"c":2})");
 }
 
-TEST(JSONValue, writesOneLineWithSortedKeys)
+TEST(JSONValue, WritesOneLineWithSortedKeys)
 {
     const JSONValue value = JSONValue::object({
         {"z", JSONValue::array({})},
@@ -166,13 +166,13 @@ TEST(JSONValue, writesOneLineWithSortedKeys)
         "{\n  \"a\": [\n    1,\n    []\n  ]\n}");
 }
 
-TEST(JSONValue, writesMalformedBytesAsReplacements)
+TEST(JSONValue, WritesMalformedBytesAsReplacements)
 {
     EXPECT_EQ(JSONValue("a\xFF\"é\xC3").text(), "\"a\uFFFD\\\"é\uFFFD\"");
     EXPECT_EQ(JSONValue::object({{"\xFF", 1}}).text(), "{\"\uFFFD\":1}");
 }
 
-TEST(JSONValue, findsMembersOfObjectsAlone)
+TEST(JSONValue, FindsMembersOfObjectsAlone)
 {
     const JSONValue value = JSONValue::parse(R"({"a":null})");
     ASSERT_NE(value.find("a"), nullptr);

@@ -16,7 +16,7 @@ using ::testing::ElementsAre;
 // One character of each length that UTF-8 has.
 constexpr std::string_view mixed = "aé€😀z";
 
-TEST(Text, repairsATextCutAnywhere)
+TEST(Text, RepairsATextCutAnywhere)
 {
     for (std::size_t cut = 0; cut <= mixed.size(); ++cut) {
         SCOPED_TRACE(cut);
@@ -31,7 +31,7 @@ TEST(Text, repairsATextCutAnywhere)
     }
 }
 
-TEST(Text, replacesEachMalformedSequenceOnce)
+TEST(Text, ReplacesEachMalformedSequenceOnce)
 {
     const struct {
         std::string_view name, bytes, text;
@@ -56,7 +56,7 @@ TEST(Text, replacesEachMalformedSequenceOnce)
     }
 }
 
-TEST(Text, trimsWhiteSpaceOfEveryKind)
+TEST(Text, TrimsWhiteSpaceOfEveryKind)
 {
     EXPECT_EQ(text::trimmed(" \t\r\n\v\f\u0085\u00A0\u2003\u2028\u3000a b\u3000\u00A0\n"), "a b");
     EXPECT_EQ(text::trimmed("\u200Ba\u200B"), "\u200Ba\u200B"); // a format character, no space
@@ -68,7 +68,7 @@ TEST(Text, trimsWhiteSpaceOfEveryKind)
     EXPECT_FALSE(text::isBlank("\xFF"));
 }
 
-TEST(Text, countsCharactersAsAReaderDoes)
+TEST(Text, CountsCharactersAsAReaderDoes)
 {
     const std::vector<std::string> characters = {"a",  "e\u0301", "👨‍👩‍👧", "🇩🇪",
                                                  "🇫🇷", "\r\n",    "\u1112\u1161\u11AB", "z"};
@@ -82,12 +82,12 @@ TEST(Text, countsCharactersAsAReaderDoes)
     EXPECT_EQ(text::firstCharacters("\xE2\x82\xFF", 1), "\xE2\x82");
 }
 
-TEST(Text, lowersByTheSimpleMapping)
+TEST(Text, LowersByTheSimpleMapping)
 {
     EXPECT_EQ(text::lowercased("ÀßΣ\u0130ǅ\xFF"), "àßσi\u0307ǆ\uFFFD");
 }
 
-TEST(Text, splitsAndJoins)
+TEST(Text, SplitsAndJoins)
 {
     EXPECT_THAT(text::split("", ','), ElementsAre(""));
     EXPECT_THAT(text::split(",a,,b,", ','), ElementsAre("", "a", "", "b", ""));
@@ -95,7 +95,7 @@ TEST(Text, splitsAndJoins)
     EXPECT_EQ(text::replacingAll("ab", "", "x"), "ab");
 }
 
-TEST(Text, readsIntegersWhole)
+TEST(Text, ReadsIntegersWhole)
 {
     const struct {
         std::string_view text;

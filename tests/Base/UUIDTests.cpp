@@ -9,7 +9,7 @@
 namespace veltry {
 namespace {
 
-TEST(UUID, hasOneTextWhateverItWasReadFrom)
+TEST(UUID, HasOneTextWhateverItWasReadFrom)
 {
     const auto lower = UUID::parse("0a1b2c3d-4e5f-6789-abcd-ef0123456789");
     const auto upper = UUID::parse("0A1B2C3D-4E5F-6789-ABCD-EF0123456789");
@@ -18,7 +18,7 @@ TEST(UUID, hasOneTextWhateverItWasReadFrom)
     EXPECT_EQ(lower->text(), "0A1B2C3D-4E5F-6789-ABCD-EF0123456789");
 }
 
-TEST(UUID, refusesOtherTexts)
+TEST(UUID, RefusesOtherTexts)
 {
     for (const std::string_view text :
          {"", "0A1B2C3D4E5F6789ABCDEF0123456789", "{0A1B2C3D-4E5F-6789-ABCD-EF0123456789}",
@@ -28,7 +28,7 @@ TEST(UUID, refusesOtherTexts)
         EXPECT_EQ(UUID::parse(text), std::nullopt) << text;
 }
 
-TEST(UUID, isRandomOfVersion4)
+TEST(UUID, IsRandomOfVersion4)
 {
     std::unordered_set<UUID> seen;
     for (int count = 0; count < 1000; ++count) {

@@ -25,7 +25,7 @@ auto parsing(std::string text)
     return [text = std::move(text)] { static_cast<void>(TOML::parse(text)); };
 }
 
-TEST(TOML, readsValues)
+TEST(TOML, ReadsValues)
 {
     const struct {
         std::string_view text;
@@ -58,7 +58,7 @@ TEST(TOML, readsValues)
     }
 }
 
-TEST(TOML, sortsStatementsIntoTables)
+TEST(TOML, SortsStatementsIntoTables)
 {
     const TOML::Table document = TOML::parse("\n# a comment\r\n"
                                              "a = 1\r\n"
@@ -81,7 +81,7 @@ TEST(TOML, sortsStatementsIntoTables)
     EXPECT_EQ(TOML::parse("# only this"), TOML::Table{});
 }
 
-TEST(TOML, namesTheSentenceAndTheLineOfARefusal)
+TEST(TOML, NamesTheSentenceAndTheLineOfARefusal)
 {
     const struct {
         std::string_view text, message;
@@ -145,7 +145,7 @@ TEST(TOML, namesTheSentenceAndTheLineOfARefusal)
     }
 }
 
-TEST(TOML, limitsHowDeepArraysNest)
+TEST(TOML, LimitsHowDeepArraysNest)
 {
     const auto nested = [](std::size_t depth) { return "x = " + repeated("[", depth) + repeated("]", depth); };
     EXPECT_NO_THROW(parsing(nested(TOML::maximumDepth))());
@@ -155,7 +155,7 @@ TEST(TOML, limitsHowDeepArraysNest)
 }
 
 // Each would take minutes if a step looked at the whole rest of the text, or at all that stands before it.
-TEST(TOML, readsLargeTextsInOnePass)
+TEST(TOML, ReadsLargeTextsInOnePass)
 {
     constexpr std::size_t count = 200'000;
     EXPECT_EQ(TOML::parse("x = [" + repeated("1, # one\n", count) + "]").at("x").array()->size(), count);

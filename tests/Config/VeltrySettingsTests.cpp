@@ -38,7 +38,7 @@ VeltrySettings unusual()
     };
 }
 
-TEST(VeltrySettings, writesAWholeFileThatReadsBack)
+TEST(VeltrySettings, WritesAWholeFileThatReadsBack)
 {
     for (const VeltrySettings& settings : {VeltrySettings(), unusual()}) {
         const VeltrySettings::Reading reading = VeltrySettings::read(VeltrySettings::templateText(settings));
@@ -63,7 +63,7 @@ TEST(VeltrySettings, writesAWholeFileThatReadsBack)
     EXPECT_THAT(text, ::testing::HasSubstr("transcript_size = \"default\"\n"));
 }
 
-TEST(VeltrySettings, warnsOfWhatItPassesOver)
+TEST(VeltrySettings, WarnsOfWhatItPassesOver)
 {
     const std::string wholeNumber = "experiments.max_runs must be a whole number, 0 or more";
 
@@ -97,7 +97,7 @@ TEST(VeltrySettings, warnsOfWhatItPassesOver)
     }
 }
 
-TEST(VeltrySettings, keepsTheGoodValuesBesideABadOne)
+TEST(VeltrySettings, KeepsTheGoodValuesBesideABadOne)
 {
     const auto reading = VeltrySettings::read("[experiments]\nmax_runs = 3e2\ntree = 1\n[appearance]\ntheme='light'");
     EXPECT_EQ(reading.settings.maxRuns, 300);
@@ -106,7 +106,7 @@ TEST(VeltrySettings, keepsTheGoodValuesBesideABadOne)
     EXPECT_THROW(static_cast<void>(VeltrySettings::read("[experiments")), TOML::Failure);
 }
 
-TEST(VeltrySettings, loadsTheDefaultsWhereAFileCannotBeRead)
+TEST(VeltrySettings, LoadsTheDefaultsWhereAFileCannotBeRead)
 {
     const test::TemporaryFolder folder;
     const auto file = folder / "settings.toml";
@@ -128,7 +128,7 @@ TEST(VeltrySettings, loadsTheDefaultsWhereAFileCannotBeRead)
     }
 }
 
-TEST(VeltrySettings, changesOneLineAndNothingElse)
+TEST(VeltrySettings, ChangesOneLineAndNothingElse)
 {
     const struct {
         std::string_view name;
@@ -167,7 +167,7 @@ TEST(VeltrySettings, changesOneLineAndNothingElse)
     }
 }
 
-TEST(VeltrySettings, findsItsFile)
+TEST(VeltrySettings, FindsItsFile)
 {
     ::unsetenv("VELTRY_SETTINGS_PATH");
     const auto standard = StandardFolders::applicationSupport() / "Harrowick Veltry" / "settings.toml";

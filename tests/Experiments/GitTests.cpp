@@ -27,7 +27,7 @@ Git::Failure failure(const std::function<void()>& action)
     return {"", ""};
 }
 
-TEST(GitTests, runGivesTheStrippedOutputAndPassesArgumentsWhole)
+TEST(Git, RunGivesTheStrippedOutputAndPassesArgumentsWhole)
 {
     const Repository repository;
     repository.write("a b.txt", "\n  text \n\n");
@@ -39,7 +39,7 @@ TEST(GitTests, runGivesTheStrippedOutputAndPassesArgumentsWhole)
     EXPECT_EQ(Git("/").run({"rev-parse", "--abbrev-ref", "HEAD"}, repository.path()), "main");
 }
 
-TEST(GitTests, runFailsWithWhatGitSaid)
+TEST(Git, RunFailsWithWhatGitSaid)
 {
     const Repository repository;
     const Git git(repository.path());
@@ -54,7 +54,7 @@ TEST(GitTests, runFailsWithWhatGitSaid)
     EXPECT_THROW(Git(repository.path() / "missing").run({"status"}), Git::Failure);
 }
 
-TEST(GitTests, resolveAnswersForCommitsAlone)
+TEST(Git, ResolveAnswersForCommitsAlone)
 {
     const Repository repository;
     const std::string head = repository.git({"rev-parse", "HEAD"});
@@ -82,7 +82,7 @@ TEST(GitTests, resolveAnswersForCommitsAlone)
     }
 }
 
-TEST(GitTests, tellsARepositoryAndItsTop)
+TEST(Git, TellsARepositoryAndItsTop)
 {
     const Repository repository;
     Files::createFolders(repository / "deep/er");
@@ -95,7 +95,7 @@ TEST(GitTests, tellsARepositoryAndItsTop)
     EXPECT_EQ(Git(empty.path()).topLevel(), std::nullopt);
 }
 
-TEST(GitTests, aHooksVariablesDontLeadItAstray)
+TEST(Git, AHooksVariablesDontLeadItAstray)
 {
     const Repository hooked;
     const Repository repository;
@@ -113,7 +113,7 @@ TEST(GitTests, aHooksVariablesDontLeadItAstray)
     EXPECT_FALSE(changed);
 }
 
-TEST(GitTests, excludePrivatelyAddsALineOnce)
+TEST(Git, ExcludePrivatelyAddsALineOnce)
 {
     const struct {
         std::string_view name;
@@ -140,7 +140,7 @@ TEST(GitTests, excludePrivatelyAddsALineOnce)
     }
 }
 
-TEST(GitTests, excludePrivatelyReachesTheSharedFileFromALinkedWorktree)
+TEST(Git, ExcludePrivatelyReachesTheSharedFileFromALinkedWorktree)
 {
     const Repository repository;
     repository.git({"worktree", "add", "--quiet", "-b", "side", (repository / ".veltry/side").string()});
@@ -149,7 +149,7 @@ TEST(GitTests, excludePrivatelyReachesTheSharedFileFromALinkedWorktree)
     EXPECT_FALSE(Git(repository.path()).hasChanges(repository.path()));
 }
 
-TEST(GitTests, commitAllCommitsUnderThePersonsIdentityOrOurs)
+TEST(Git, CommitAllCommitsUnderThePersonsIdentityOrOurs)
 {
     for (const bool identity : {true, false}) {
         const Repository repository({.identity = identity});
@@ -167,7 +167,7 @@ TEST(GitTests, commitAllCommitsUnderThePersonsIdentityOrOurs)
     }
 }
 
-TEST(GitTests, snapshotWritesACommitsFilesWithoutGitsOwn)
+TEST(Git, SnapshotWritesACommitsFilesWithoutGitsOwn)
 {
     const Repository repository;
     repository.write("code/train.py", "print(1)\n");
@@ -181,7 +181,7 @@ TEST(GitTests, snapshotWritesACommitsFilesWithoutGitsOwn)
     EXPECT_FALSE(Files::exists(target / ".git"));
 }
 
-TEST(GitTests, snapshotFailsIfEitherHalfDoes)
+TEST(Git, SnapshotFailsIfEitherHalfDoes)
 {
     const Repository repository;
     const TemporaryFolder folder;

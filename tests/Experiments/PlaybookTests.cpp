@@ -8,13 +8,13 @@
 namespace veltry {
 namespace {
 
-TEST(Playbook, isFollowedByTheMachine)
+TEST(Playbook, IsFollowedByTheMachine)
 {
     const Machine machine{.model = "a", .chip = "b", .gpuCores = {}};
     EXPECT_EQ(Playbook::instructions(machine), std::string(Playbook::instructions()) + "\n\n" + machine.description());
 }
 
-TEST(Playbook, hasAllItsLines)
+TEST(Playbook, HasAllItsLines)
 {
     const std::string_view text = Playbook::instructions();
     EXPECT_EQ(std::ranges::count(text, '\n'), 45);
@@ -22,7 +22,7 @@ TEST(Playbook, hasAllItsLines)
     EXPECT_TRUE(text.ends_with("what it tested, its status, and its headline number."));
 }
 
-TEST(Machine, describesItself)
+TEST(Machine, DescribesItself)
 {
     const Machine known{
         .model = "MacBook Air",
@@ -50,7 +50,7 @@ TEST(Machine, describesItself)
         "- Memory: 15 GB, unified: the CPU and the GPU share it, and so does everything else running on this Mac.");
 }
 
-TEST(Machine, knowsThisOne)
+TEST(Machine, KnowsThisOne)
 {
     const Machine machine = Machine::current();
     EXPECT_THAT(machine.model, ::testing::Not(::testing::IsEmpty()));

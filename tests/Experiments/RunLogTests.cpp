@@ -75,7 +75,7 @@ RunLog::Line line(std::optional<std::int64_t> number, std::optional<double> seco
     return {.number = number, .at = seconds.transform(Date::sinceUnixEpoch), .text = std::move(text)};
 }
 
-TEST(RunLogTests, aRecordHasThirtyBytesAndReadsBackEqual)
+TEST(RunLog, ARecordHasThirtyBytesAndReadsBackEqual)
 {
     const struct {
         Stamp stamp;
@@ -97,7 +97,7 @@ TEST(RunLogTests, aRecordHasThirtyBytesAndReadsBackEqual)
     }
 }
 
-TEST(RunLogTests, onlyTwoDecimalNumbersMakeARecord)
+TEST(RunLog, OnlyTwoDecimalNumbersMakeARecord)
 {
     EXPECT_EQ(Stamp::parse("  3   -4\n"), (Stamp{.offset = 3, .milliseconds = -4}));
     for (const std::string_view text :
@@ -106,7 +106,7 @@ TEST(RunLogTests, onlyTwoDecimalNumbersMakeARecord)
         EXPECT_EQ(Stamp::parse(text), std::nullopt) << text;
 }
 
-TEST(RunLogTests, linesBeginAtTheSamePlacesHoweverTheLogIsCut)
+TEST(RunLog, LinesBeginAtTheSamePlacesHoweverTheLogIsCut)
 {
     const std::string log = "one\n\n\nfour\r\nfive\n\nseven";
     const std::vector<std::uint64_t> starts{0, 4, 5, 6, 12, 17, 18};
@@ -122,7 +122,7 @@ TEST(RunLogTests, linesBeginAtTheSamePlacesHoweverTheLogIsCut)
     }
 }
 
-TEST(RunLogTests, stampWholeReplacesTheSideFile)
+TEST(RunLog, StampWholeReplacesTheSideFile)
 {
     const TemporaryFolder folder;
     const std::filesystem::path log = folder / "log";
@@ -139,7 +139,7 @@ TEST(RunLogTests, stampWholeReplacesTheSideFile)
     EXPECT_FALSE(Files::exists(folder / "missing.times"));
 }
 
-TEST(RunLogTests, theStamperFollowsAGrowingLog)
+TEST(RunLog, TheStamperFollowsAGrowingLog)
 {
     const TemporaryFolder folder;
     const std::filesystem::path log = folder / "log";
@@ -164,7 +164,7 @@ TEST(RunLogTests, theStamperFollowsAGrowingLog)
     EXPECT_EQ(RunLog::tail(log, 2), (std::vector{line(4, seen, "last"), line(5, {}, "after")}));
 }
 
-TEST(RunLogTests, aStamperThatCantStartLeavesNothingToStop)
+TEST(RunLog, AStamperThatCantStartLeavesNothingToStop)
 {
     const TemporaryFolder folder;
     Stamper missing(folder / "no folder/log");
@@ -178,7 +178,7 @@ TEST(RunLogTests, aStamperThatCantStartLeavesNothingToStop)
     EXPECT_FALSE(Files::exists(folder / "other"));
 }
 
-TEST(RunLogTests, aLogThatWasCutIsStampedOnceItHasGrownPastItsOldEnd)
+TEST(RunLog, ALogThatWasCutIsStampedOnceItHasGrownPastItsOldEnd)
 {
     const TemporaryFolder folder;
     const std::filesystem::path log = folder / "log";
@@ -191,7 +191,7 @@ TEST(RunLogTests, aLogThatWasCutIsStampedOnceItHasGrownPastItsOldEnd)
     EXPECT_THAT(offsets(RunLog::times(log)), ElementsAre(0, 4, 8));
 }
 
-TEST(RunLogTests, stopEndsThoughTheLogGrowsForEver)
+TEST(RunLog, StopEndsThoughTheLogGrowsForEver)
 {
     const TemporaryFolder folder;
     const std::filesystem::path log = folder / "log";
@@ -216,7 +216,7 @@ TEST(RunLogTests, stopEndsThoughTheLogGrowsForEver)
         ASSERT_EQ(found[index], index * 100);
 }
 
-TEST(RunLogTests, tailGivesTheLastLinesWithWhatTheSideFileSaysOfThem)
+TEST(RunLog, TailGivesTheLastLinesWithWhatTheSideFileSaysOfThem)
 {
     const std::vector<Stamp> three{{0, 1000}, {2, 2000}, {4, 3000}};
     const std::string damaged = "0000000000000zz 0000000002000\n";
@@ -275,7 +275,7 @@ TEST(RunLogTests, tailGivesTheLastLinesWithWhatTheSideFileSaysOfThem)
     }
 }
 
-TEST(RunLogTests, tailGivesNothingWhereThereIsNoPlainLog)
+TEST(RunLog, TailGivesNothingWhereThereIsNoPlainLog)
 {
     const TemporaryFolder folder;
     EXPECT_EQ(RunLog::tail(folder / "missing", 5), std::vector<RunLog::Line>{});
@@ -284,7 +284,7 @@ TEST(RunLogTests, tailGivesNothingWhereThereIsNoPlainLog)
     EXPECT_EQ(RunLog::tail(folder / "pipe", 5), std::vector<RunLog::Line>{}) << "and it doesn't wait for a writer";
 }
 
-TEST(RunLogTests, tailDropsThePieceBeforeTheFirstLineFeedOfItsSpan)
+TEST(RunLog, TailDropsThePieceBeforeTheFirstLineFeedOfItsSpan)
 {
     // One line is asked for, so that the span has 4,496 bytes.
     const TemporaryFolder folder;
@@ -306,7 +306,7 @@ std::uint64_t bytesRead()
     return count;
 }
 
-TEST(RunLogTests, tailReadsAsMuchOfALongLogAsOfAShortOne)
+TEST(RunLog, TailReadsAsMuchOfALongLogAsOfAShortOne)
 {
     const TemporaryFolder folder;
     const std::filesystem::path log = folder / "log";

@@ -79,7 +79,7 @@ Checked check(const std::filesystem::path& log)
 
 constexpr std::int64_t flat = 4096; // kilobytes
 
-TEST(RunStressTests, aSupervisorStaysSmallWhateverTheRunPrints)
+TEST(RunStress, ASupervisorStaysSmallWhateverTheRunPrints)
 {
     const auto lines = stressed<std::uint64_t>(2'000'000);
 
@@ -107,7 +107,7 @@ TEST(RunStressTests, aSupervisorStaysSmallWhateverTheRunPrints)
     }
 }
 
-TEST(RunStressTests, aSupervisorEndsThoughWhatTheShellLeftBehindPrintsForEver)
+TEST(RunStress, ASupervisorEndsThoughWhatTheShellLeftBehindPrintsForEver)
 {
     SupervisedRun run("yes & echo $! > ../left; sleep 0.01");
     EXPECT_LT(growth([&] { run.supervise(); }), flat);

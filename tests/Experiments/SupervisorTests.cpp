@@ -25,7 +25,7 @@ using testing::HasSubstr;
 
 using Status = veltry::Run::Status;
 
-TEST(SupervisorTests, theRowTellsHowTheCommandEnded)
+TEST(Supervisor, TheRowTellsHowTheCommandEnded)
 {
     const struct {
         std::string_view command;
@@ -58,7 +58,7 @@ TEST(SupervisorTests, theRowTellsHowTheCommandEnded)
     }
 }
 
-TEST(SupervisorTests, theCommandSeesItsPathsAndItsNumber)
+TEST(Supervisor, TheCommandSeesItsPathsAndItsNumber)
 {
     ::setenv("HARROWICK_RUN", "999", 1);
     ::setenv("FROM_THE_SERVER", "kept", 1);
@@ -72,7 +72,7 @@ TEST(SupervisorTests, theCommandSeesItsPathsAndItsNumber)
         << "ls itself opens descriptor 3";
 }
 
-TEST(SupervisorTests, onlyOneJSONObjectOf64KiBIsAResult)
+TEST(Supervisor, OnlyOneJSONObjectOf64KiBIsAResult)
 {
     const std::string longest = "{\"a\":\"" + std::string(65536 - 8, 'x') + "\"}";
     const std::string note =
@@ -106,7 +106,7 @@ TEST(SupervisorTests, onlyOneJSONObjectOf64KiBIsAResult)
     }
 }
 
-TEST(SupervisorTests, whatCantBeReadAsAResultIsNone)
+TEST(Supervisor, WhatCantBeReadAsAResultIsNone)
 {
     for (const std::string_view command :
          {"true", "mkdir $HARROWICK_RESULT_PATH", "mkfifo $HARROWICK_RESULT_PATH",
@@ -120,7 +120,7 @@ TEST(SupervisorTests, whatCantBeReadAsAResultIsNone)
     }
 }
 
-TEST(SupervisorTests, aNoteStandsOnALineOfItsOwn)
+TEST(Supervisor, ANoteStandsOnALineOfItsOwn)
 {
     const struct {
         std::string_view command;
@@ -141,7 +141,7 @@ TEST(SupervisorTests, aNoteStandsOnALineOfItsOwn)
     Supervisor::note("nowhere to go", "/no/such/folder/log");
 }
 
-TEST(SupervisorTests, withoutASnapshotTheRunFailsAndTheLogSaysWhy)
+TEST(Supervisor, WithoutASnapshotTheRunFailsAndTheLogSaysWhy)
 {
     SupervisedRun run("true");
     std::filesystem::remove_all(run.row().source());
@@ -157,7 +157,7 @@ TEST(SupervisorTests, withoutASnapshotTheRunFailsAndTheLogSaysWhy)
     EXPECT_EQ(lines[0].number, 2) << "the stamper's last look comes after the note";
 }
 
-TEST(SupervisorTests, aRunThatIsNotQueuedIsLeftAlone)
+TEST(Supervisor, ARunThatIsNotQueuedIsLeftAlone)
 {
     SupervisedRun run("true");
     run.store().finishRun(run.id(), Status::cancelled, {}, {});
@@ -167,7 +167,7 @@ TEST(SupervisorTests, aRunThatIsNotQueuedIsLeftAlone)
     Supervisor::supervise(UUID::random(), run.store());
 }
 
-TEST(SupervisorTests, ofManySupervisorsOneRunsTheCommand)
+TEST(Supervisor, OfManySupervisorsOneRunsTheCommand)
 {
     SupervisedRun run("echo once");
     {
@@ -179,7 +179,7 @@ TEST(SupervisorTests, ofManySupervisorsOneRunsTheCommand)
     EXPECT_EQ(run.row().status, Status::succeeded);
 }
 
-TEST(SupervisorTests, aCancelledRunKeepsItsExitCodeAndItsResult)
+TEST(Supervisor, ACancelledRunKeepsItsExitCodeAndItsResult)
 {
     // The shell waits and starts nothing when the signal comes: a child that is being forked would run the trap as
     // well.
@@ -207,7 +207,7 @@ TEST(SupervisorTests, aCancelledRunKeepsItsExitCodeAndItsResult)
     }
 }
 
-TEST(SupervisorTests, aRunWithoutASideFileRunsAllTheSame)
+TEST(Supervisor, ARunWithoutASideFileRunsAllTheSame)
 {
     SupervisedRun run("echo fine");
     Files::createFolders(run.row().directory / "log.times");
@@ -216,7 +216,7 @@ TEST(SupervisorTests, aRunWithoutASideFileRunsAllTheSame)
     EXPECT_EQ(RunLog::tail(run.row().log(), 9), (std::vector<RunLog::Line>{{.number = {}, .at = {}, .text = "fine"}}));
 }
 
-TEST(SupervisorTests, whatTheShellLeavesBehindIsNotWaitedFor)
+TEST(Supervisor, WhatTheShellLeavesBehindIsNotWaitedFor)
 {
     SupervisedRun run("(sleep 1000 & echo $! > ../left)");
     run.supervise();
@@ -224,7 +224,7 @@ TEST(SupervisorTests, whatTheShellLeavesBehindIsNotWaitedFor)
     EXPECT_EQ(::kill(std::stoi(Files::read(run.row().directory / "left")), SIGKILL), 0) << "it still ran";
 }
 
-TEST(SupervisorTests, aDiskThatFillsUpCostsLinesAndTimesAlone)
+TEST(Supervisor, ADiskThatFillsUpCostsLinesAndTimesAlone)
 {
     const TemporaryFolder folder;
     const SmallDisk disk(folder / "runs");
@@ -244,7 +244,7 @@ TEST(SupervisorTests, aDiskThatFillsUpCostsLinesAndTimesAlone)
     EXPECT_TRUE(RunLog::tail(run.row().log(), 1).at(0).at) << "later lines have their times again";
 }
 
-TEST(SupervisorTests, aStoreOnAFullDiskKeepsItsRowsAndTheErrorComesOut)
+TEST(Supervisor, AStoreOnAFullDiskKeepsItsRowsAndTheErrorComesOut)
 {
     const TemporaryFolder folder;
     const SmallDisk disk(folder / "disk");

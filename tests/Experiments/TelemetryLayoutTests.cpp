@@ -27,7 +27,7 @@ auto refused(std::string message)
     return ThrowsMessage<TelemetryLayout::Invalid>(std::move(message));
 }
 
-TEST(TelemetryLayout, readsPanelsAndStats)
+TEST(TelemetryLayout, ReadsPanelsAndStats)
 {
     const auto layout = TelemetryLayout::parse("x = 'step'\n"
                                                "[[stat]]\ny = 'acc'\n"
@@ -55,7 +55,7 @@ TEST(TelemetryLayout, readsPanelsAndStats)
     EXPECT_EQ(layout, expected);
 }
 
-TEST(TelemetryLayout, cutsTitlesByCharacters)
+TEST(TelemetryLayout, CutsTitlesByCharacters)
 {
     std::string letters;
     for (int index = 0; index < 100; ++index)
@@ -64,7 +64,7 @@ TEST(TelemetryLayout, cutsTitlesByCharacters)
     EXPECT_EQ(layout.panels.at(0).title, letters.substr(0, 80 * 3));
 }
 
-TEST(TelemetryLayout, namesTheFirstMistake)
+TEST(TelemetryLayout, NamesTheFirstMistake)
 {
     const struct {
         std::string_view text, message;
@@ -105,7 +105,7 @@ TEST(TelemetryLayout, namesTheFirstMistake)
     EXPECT_NO_THROW(parsing("[[panel]]\ny = 'a'\nmax = 0\nrule = -1\nscale = 'log'")());
 }
 
-TEST(TelemetryLayout, limitsItsSize)
+TEST(TelemetryLayout, LimitsItsSize)
 {
     const auto tables = [](const std::string& name, std::size_t count) {
         std::string text;
@@ -120,7 +120,7 @@ TEST(TelemetryLayout, limitsItsSize)
     EXPECT_THAT(parsing(std::string(16385, '\n')), refused("must be under 16 KiB"));
 }
 
-TEST(TelemetryLayout, isReadFromAFolder)
+TEST(TelemetryLayout, IsReadFromAFolder)
 {
     const test::TemporaryFolder folder;
     const auto file = folder / "telemetry.toml";
@@ -145,7 +145,7 @@ TEST(TelemetryLayout, isReadFromAFolder)
     EXPECT_EQ(TelemetryLayout::read(folder.path()), std::nullopt);
 }
 
-TEST(TelemetryLayout, hasAStandardForRunsWithoutAFile)
+TEST(TelemetryLayout, HasAStandardForRunsWithoutAFile)
 {
     const auto standard = [](const std::vector<std::string>& keys) { return TelemetryLayout::standard(keys); };
     TelemetryLayout expected;
@@ -168,7 +168,7 @@ TEST(TelemetryLayout, hasAStandardForRunsWithoutAFile)
     EXPECT_EQ(layout.x, "step");
 }
 
-TEST(TelemetryPath, isNamesBetweenFullStops)
+TEST(TelemetryPath, IsNamesBetweenFullStops)
 {
     for (const char* good : {"a", "a.b-c_1", "0.9", "-"})
         EXPECT_TRUE(isTelemetryPath(good)) << good;

@@ -32,7 +32,7 @@ Command shell(std::string script)
     return command;
 }
 
-TEST(ChildProcess, inheritsTheStandardDescriptorsAlone)
+TEST(ChildProcess, InheritsTheStandardDescriptorsAlone)
 {
     FileDescriptor folder = Files::open("/", O_RDONLY);
     const FileDescriptor inheritable(::fcntl(folder.get(), F_DUPFD, 57)); // not close-on-exec
@@ -53,7 +53,7 @@ std::uint64_t signals(const std::string& status, std::string_view line)
     return std::stoull(status.substr(place + line.size(), 16), nullptr, 16) & ~ofTheLibrary;
 }
 
-TEST(ChildProcess, hasDefaultSignalsWhateverTheParentIgnores)
+TEST(ChildProcess, HasDefaultSignalsWhateverTheParentIgnores)
 {
     struct sigaction ignore{};
     struct sigaction before{};
@@ -75,7 +75,7 @@ TEST(ChildProcess, hasDefaultSignalsWhateverTheParentIgnores)
     EXPECT_EQ(pipeline.exitNumber, 128 + SIGPIPE);
 }
 
-TEST(ChildProcess, drainsBothPipesAtOnce)
+TEST(ChildProcess, DrainsBothPipesAtOnce)
 {
     constexpr std::size_t megabyte = 1'000'000;
     const std::string mega = "head -c 1000000 /dev/zero";
@@ -89,7 +89,7 @@ TEST(ChildProcess, drainsBothPipesAtOnce)
     EXPECT_EQ(pipeline.error.size(), 2 * megabyte);
 }
 
-TEST(ChildProcess, tellsHowItEnded)
+TEST(ChildProcess, TellsHowItEnded)
 {
     EXPECT_EQ(ChildProcess::run(shell("exit 7")).exitNumber, 7);
     EXPECT_EQ(ChildProcess::run(shell("kill -9 $$")).exitNumber, 128 + 9);
@@ -98,7 +98,7 @@ TEST(ChildProcess, tellsHowItEnded)
     EXPECT_EQ(ChildProcess::wait(child), -1) << "there is no such child any more";
 }
 
-TEST(ChildProcess, aPipelineFailsWithItsFirstFailure)
+TEST(ChildProcess, APipelineFailsWithItsFirstFailure)
 {
     const struct {
         const char *first, *second;
@@ -117,7 +117,7 @@ TEST(ChildProcess, aPipelineFailsWithItsFirstFailure)
     }
 }
 
-TEST(ChildProcess, saysWhyItCouldNotBeStarted)
+TEST(ChildProcess, SaysWhyItCouldNotBeStarted)
 {
     const test::TemporaryFolder folder;
     Files::writeAtomically(folder / "text", "no program");
@@ -153,7 +153,7 @@ TEST(ChildProcess, saysWhyItCouldNotBeStarted)
     EXPECT_EQ(errno, ECHILD);
 }
 
-TEST(ChildProcess, appendsToFiles)
+TEST(ChildProcess, AppendsToFiles)
 {
     const test::TemporaryFolder folder;
     Command command = shell("echo out; echo error >&2");
@@ -164,7 +164,7 @@ TEST(ChildProcess, appendsToFiles)
     EXPECT_EQ(Files::read(folder / "log"), "out\nerror\nout\nerror\n");
 }
 
-TEST(ChildProcess, getsTheGivenEnvironmentFolderAndArguments)
+TEST(ChildProcess, GetsTheGivenEnvironmentFolderAndArguments)
 {
     const test::TemporaryFolder folder;
     Command command;
@@ -177,7 +177,7 @@ TEST(ChildProcess, getsTheGivenEnvironmentFolderAndArguments)
     EXPECT_EQ(ChildProcess::run(command).output, folder.path().string() + "\n<>\n<a b>\n<$A>\n");
 }
 
-TEST(ChildProcess, standsInTheWantedGroup)
+TEST(ChildProcess, StandsInTheWantedGroup)
 {
     const struct {
         Group group;

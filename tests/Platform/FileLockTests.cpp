@@ -18,7 +18,7 @@
 namespace veltry {
 namespace {
 
-TEST(FileLock, hasOneHolder)
+TEST(FileLock, HasOneHolder)
 {
     const test::TemporaryFolder folder;
     const auto path = folder / "lock";
@@ -36,7 +36,7 @@ TEST(FileLock, hasOneHolder)
     EXPECT_THROW(static_cast<void>(FileLock::take(folder / "missing" / "lock")), SystemError);
 }
 
-TEST(FileLock, isDroppedWhenItsHolderIsKilled)
+TEST(FileLock, IsDroppedWhenItsHolderIsKilled)
 {
     const test::TemporaryFolder folder;
     const auto path = folder / "lock";
@@ -65,7 +65,7 @@ TEST(FileLock, isDroppedWhenItsHolderIsKilled)
     ::waitpid(holder, nullptr, 0);
 }
 
-TEST(FileLock, isNotKeptByAChild)
+TEST(FileLock, IsNotKeptByAChild)
 {
     const test::TemporaryFolder folder;
     const auto path = folder / "lock";
@@ -80,7 +80,7 @@ TEST(FileLock, isNotKeptByAChild)
     EXPECT_EQ(ChildProcess::wait(child), 128 + SIGKILL);
 }
 
-TEST(FileLock, isNotLostToThoseWhoOnlyAsk)
+TEST(FileLock, IsNotLostToThoseWhoOnlyAsk)
 {
     const test::TemporaryFolder folder;
     const auto path = folder / "lock";

@@ -15,7 +15,7 @@ namespace {
 using namespace std::chrono_literals;
 using Event = FileWatch::Event;
 
-TEST(FileWatch, tellsOfWhatIsAppended)
+TEST(FileWatch, TellsOfWhatIsAppended)
 {
     const test::TemporaryFolder folder;
     const FileDescriptor file = Files::open(folder / "log", O_WRONLY | O_APPEND | O_CREAT);
@@ -29,7 +29,7 @@ TEST(FileWatch, tellsOfWhatIsAppended)
     EXPECT_EQ(watch.wait(30s), Event::changed);
 }
 
-TEST(FileWatch, isWokenFromAnotherThread)
+TEST(FileWatch, IsWokenFromAnotherThread)
 {
     const test::TemporaryFolder folder;
     Files::writeAtomically(folder / "log", "");
@@ -42,7 +42,7 @@ TEST(FileWatch, isWokenFromAnotherThread)
     EXPECT_EQ(watch.wait(30s), Event::woken);
 }
 
-TEST(FileWatch, wantsAFile)
+TEST(FileWatch, WantsAFile)
 {
     const test::TemporaryFolder folder;
     EXPECT_THROW(FileWatch(folder / "missing"), SystemError);

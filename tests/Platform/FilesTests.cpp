@@ -28,7 +28,7 @@ std::ptrdiff_t entries(const std::filesystem::path& folder)
     return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
 }
 
-TEST(Files, writesAtomicallyAndKeepsTheMode)
+TEST(Files, WritesAtomicallyAndKeepsTheMode)
 {
     const test::TemporaryFolder folder;
     const auto path = folder / "file";
@@ -43,7 +43,7 @@ TEST(Files, writesAtomicallyAndKeepsTheMode)
     EXPECT_EQ(entries(folder.path()), 1);
 }
 
-TEST(Files, writesAtomicallyThroughALink)
+TEST(Files, WritesAtomicallyThroughALink)
 {
     const test::TemporaryFolder folder;
     Files::createFolders(folder / "elsewhere");
@@ -54,7 +54,7 @@ TEST(Files, writesAtomicallyThroughALink)
     EXPECT_EQ(Files::read(folder / "elsewhere" / "file"), "two");
 }
 
-TEST(Files, aFailedAtomicWriteLeavesEverythingAsItWas)
+TEST(Files, AFailedAtomicWriteLeavesEverythingAsItWas)
 {
     const test::TemporaryFolder folder;
     const auto path = folder / "file";
@@ -77,7 +77,7 @@ TEST(Files, aFailedAtomicWriteLeavesEverythingAsItWas)
     EXPECT_EQ(entries(folder.path()), 2) << "a temporary file stayed behind";
 }
 
-TEST(Files, readsWhatHasNoSize)
+TEST(Files, ReadsWhatHasNoSize)
 {
     EXPECT_THAT(Files::read("/proc/self/status"), ::testing::HasSubstr("Pid:"));
     const test::TemporaryFolder folder;
@@ -92,7 +92,7 @@ TEST(Files, readsWhatHasNoSize)
     }
 }
 
-TEST(Files, readsPieces)
+TEST(Files, ReadsPieces)
 {
     const test::TemporaryFolder folder;
     Files::writeAtomically(folder / "file", "0123456789");
@@ -103,7 +103,7 @@ TEST(Files, readsPieces)
     EXPECT_EQ(Files::readAt(file, 10, 4), "");
 }
 
-TEST(Files, makesFoldersButNotOverFiles)
+TEST(Files, MakesFoldersButNotOverFiles)
 {
     const test::TemporaryFolder folder;
     Files::createFolders(folder / "a" / "b");
@@ -114,7 +114,7 @@ TEST(Files, makesFoldersButNotOverFiles)
     EXPECT_THROW(Files::createFolders(folder / "file" / "c"), SystemError);
 }
 
-TEST(Files, movesAndRemoves)
+TEST(Files, MovesAndRemoves)
 {
     const test::TemporaryFolder folder;
     Files::writeAtomically(folder / "a", "a");

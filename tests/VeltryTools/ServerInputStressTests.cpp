@@ -36,7 +36,7 @@ std::string request(std::string_view id, std::string_view params)
     return fmt::format(R"({{"jsonrpc":"2.0","id":{},"method":"tools/list","params":{}}})", id, params);
 }
 
-TEST(ServerInputStressTests, foreignBytesEndNoServer)
+TEST(ServerInputStress, ForeignBytesEndNoServer)
 {
     const auto huge = stressed<std::size_t>(50'000'000);
     const std::string brackets(100'000, '[');
@@ -148,7 +148,7 @@ std::vector<std::string> answeredIDs(const std::string& text)
     return ids;
 }
 
-TEST(ServerInputStressTests, whatWasReadBeforeTheEndIsAnsweredAndWhatWaitsIsDropped)
+TEST(ServerInputStress, WhatWasReadBeforeTheEndIsAnsweredAndWhatWaitsIsDropped)
 {
     const ServerLab test;
     static_cast<void>(test.lab.launch(test.baseline(test.holding()).id.text(), 0));
@@ -188,7 +188,7 @@ TEST(ServerInputStressTests, whatWasReadBeforeTheEndIsAnsweredAndWhatWaitsIsDrop
     }
 }
 
-TEST(ServerInputStressTests, theEndOfInputEndsAServerWhosePeerDoesNotRead)
+TEST(ServerInputStress, TheEndOfInputEndsAServerWhosePeerDoesNotRead)
 {
     const ServerLab test;
     std::string requests;
@@ -199,7 +199,7 @@ TEST(ServerInputStressTests, theEndOfInputEndsAServerWhosePeerDoesNotRead)
             answeredIDs(serve(test, kind, kind, requests, Reading::afterwards)), testing::SizeIs(testing::Lt(500U)));
 }
 
-TEST(ServerInputStressTests, theEndOfInputEndsAWaitWithoutAnAnswer)
+TEST(ServerInputStress, TheEndOfInputEndsAWaitWithoutAnAnswer)
 {
     const ServerLab test;
     static_cast<void>(test.lab.launch(test.baseline(test.holding()).id.text(), 0));

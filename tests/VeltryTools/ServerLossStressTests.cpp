@@ -71,7 +71,7 @@ void checkAfterLoss(const ServerLab& test, const Experiment& node, const std::st
     EXPECT_EQ(test.repository.git({"show", again.commit + ":change"}), change) << "no change is lost";
 }
 
-TEST(ServerLossStressTests, aKillAtAnyMomentLosesNothingThatWasStored)
+TEST(ServerLossStress, AKillAtAnyMomentLosesNothingThatWasStored)
 {
     const struct {
         std::string name;
@@ -137,7 +137,7 @@ struct LabOnDisk {
     Lab lab;
 };
 
-TEST(ServerLossStressTests, aStoreOnAFullDiskIsToldAndServesAgainWhenThereIsRoom)
+TEST(ServerLossStress, AStoreOnAFullDiskIsToldAndServesAgainWhenThereIsRoom)
 {
     const test::TemporaryFolder folder;
     const SmallDisk disk(folder / "disk");
@@ -182,7 +182,7 @@ TEST(ServerLossStressTests, aStoreOnAFullDiskIsToldAndServesAgainWhenThereIsRoom
     EXPECT_EQ(integrity(full.store->path()), "ok");
 }
 
-TEST(ServerLossStressTests, aRunsFolderOnAFullDiskFailsTheLaunchAlone)
+TEST(ServerLossStress, ARunsFolderOnAFullDiskFailsTheLaunchAlone)
 {
     const ServerLab test;
     const SmallDisk disk(test / "disk");

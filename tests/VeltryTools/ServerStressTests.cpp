@@ -16,7 +16,7 @@ using test::stressed;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-TEST(ServerStressTests, fourServersOnOneStoreNumberTheirRunsWithoutAGap)
+TEST(ServerStress, FourServersOnOneStoreNumberTheirRunsWithoutAGap)
 {
     const int each = std::max(stressed(10), 3);
     const ServerLab test;
@@ -48,7 +48,7 @@ TEST(ServerStressTests, fourServersOnOneStoreNumberTheirRunsWithoutAGap)
     EXPECT_THAT(numbers, testing::UnorderedElementsAreArray(expected));
 }
 
-TEST(ServerStressTests, ofTwoServersAtTheSameMomentOneComesSecond)
+TEST(ServerStress, OfTwoServersAtTheSameMomentOneComesSecond)
 {
     const ServerLab test;
     Files::writeAtomically(test / "one.toml", "[experiments]\nmax_runs = 1\n");
@@ -90,7 +90,7 @@ TEST(ServerStressTests, ofTwoServersAtTheSameMomentOneComesSecond)
     }
 }
 
-TEST(ServerStressTests, manyRunsLeaveNoZombieAndNoDescriptor)
+TEST(ServerStress, ManyRunsLeaveNoZombieAndNoDescriptor)
 {
     const ServerLab test;
     const Experiment node = test.baseline("true");
@@ -135,7 +135,7 @@ std::set<std::string> sendManyCalls(test::McpProcess& server, const Experiment& 
     return ids;
 }
 
-TEST(ServerStressTests, fiveHundredCallsInFlightAreEachAnsweredOnOneLine)
+TEST(ServerStress, FiveHundredCallsInFlightAreEachAnsweredOnOneLine)
 {
     const ServerLab test;
     const Experiment node = test.baseline(test.holding());
@@ -158,7 +158,7 @@ TEST(ServerStressTests, fiveHundredCallsInFlightAreEachAnsweredOnOneLine)
     EXPECT_EQ(server.request("ping"), JSONValue::object({})) << "and nothing behind the last answer";
 }
 
-TEST(ServerStressTests, aClientThatGivesUpWithoutProgressHearsOfIt)
+TEST(ServerStress, AClientThatGivesUpWithoutProgressHearsOfIt)
 {
     const ServerLab test;
     static_cast<void>(test.lab.launch(test.baseline(test.holding()).id.text(), 0));
