@@ -129,12 +129,7 @@ const std::vector<LabTools::Row>& LabTools::rows()
 
 const std::vector<Tool>& LabTools::tools()
 {
-    static const std::vector<Tool> shown = [] {
-        std::vector<Tool> list;
-        for (const Row& row : rows())
-            list.push_back(row.tool);
-        return list;
-    }();
+    static const std::vector<Tool> shown = shownTools(rows());
     return shown;
 }
 

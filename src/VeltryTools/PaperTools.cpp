@@ -78,12 +78,7 @@ const std::vector<PaperTools::Row>& PaperTools::rows()
 
 const std::vector<Tool>& PaperTools::tools()
 {
-    static const std::vector<Tool> shown = [] {
-        std::vector<Tool> list;
-        for (const Row& row : rows())
-            list.push_back(row.tool);
-        return list;
-    }();
+    static const std::vector<Tool> shown = shownTools(rows());
     return shown;
 }
 

@@ -32,6 +32,16 @@ using Progress = std::function<void(const std::string& message)>;
 /// Runs a tool's work and makes text of whatever it throws: description() of our errors, the text form of others.
 [[nodiscard]] asio::awaitable<ToolOutcome> outcomeOf(asio::awaitable<std::string> work);
 
+/// The tools of a table whose rows hold one each, beside its handler.
+template <typename Row>
+[[nodiscard]] std::vector<Tool> shownTools(const std::vector<Row>& rows)
+{
+    std::vector<Tool> shown;
+    for (const Row& row : rows)
+        shown.push_back(row.tool);
+    return shown;
+}
+
 /// Building blocks of the schemas. Defaults and limits stand in the descriptions alone.
 namespace schema {
 
