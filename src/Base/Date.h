@@ -2,7 +2,9 @@
 
 #include <compare>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace veltry {
 
@@ -19,6 +21,10 @@ struct Date {
 
     /// Like 2026-03-01T12:00:00.250Z, in UTC with milliseconds.
     [[nodiscard]] std::string iso8601() const;
+
+    /// Reads 2026-03-01T12:00:00Z, with or without a fraction of the seconds, and with a zone's offset (+0100, +01:00,
+    /// +01) in place of the Z; nothing for any other text.
+    [[nodiscard]] static std::optional<Date> parseISO8601(std::string_view text);
 
     friend auto operator<=>(const Date&, const Date&) = default;
 
