@@ -1,9 +1,9 @@
 #include "Base/JSONValue.h"
 
+#include "Base/JSONEvents.h"
 #include "Base/Text.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <cmath>
 
@@ -12,103 +12,8 @@ namespace veltry {
 namespace {
 
 constexpr double exactIntegers = 9007199254740992.0; // 2^53
+constexpr std::size_t usualLength = 4;               // of an array; growing one from nothing costs more than the room
 constexpr std::size_t longestReason = 200; // bytes; the parser's own holds all of a string that it was reading
-
-/// Builds a JSONValue from the parser's events. The containers that are still open stand in `open_`, innermost last.
-class Builder : public nlohmann::json_sax<nlohmann::json> {
-public:
-    JSONValue take() { return std::move(root_); }
-
-    const std::string& problem() const { return problem_; }
-
-    void refuse(std::string problem) { problem_ = std::move(problem); }
-
-    bool null() override { return add(nullptr); }
-
-    bool boolean(bool value) override { return add(value); }
-
-    bool number_integer(number_integer_t value) override { return add(value); }
-
-    bool number_unsigned(number_unsigned_t value) override { return add(value); }
-
-    bool number_float(number_float_t value, const string_t& /*text*/) override { return add(value); }
-
-    bool string(string_t& value) override { return add(std::move(value)); }
-
-    bool binary(binary_t& /*value*/) override { return false; } // no such thing in text
-
-    bool start_object(std::size_t /*count*/) override { return push(JSONValue::Object()); }
-
-    bool start_array(std::size_t /*count*/) override { return push(JSONValue::Array()); }
-
-    bool end_object() override { return pop(); }
-
-    bool end_array() override { return pop(); }
-
-    bool key(string_t& value) override
-    {
-        key_ = std::move(value);
-        return true;
-    }
-
-    bool parse_error(
-        std::size_t position, const std::string& /*token*/, const nlohmann::detail::exception& error) override
-    {
-        const std::string_view reason = error.what();
-        refuse(fmt::format("not JSON at byte {}: {}", position, reason.substr(0, longestReason)));
-        return false;
-    }
-
-private:
-    JSONValue& place()
-    {
-        if (open_.empty())
-            return root_;
-        if (JSONValue::Object* object = open_.back()->object())
-            return (*object)[std::move(key_)];
-        return open_.back()->array()->emplace_back();
-    }
-
-    bool add(JSONValue value)
-    {
-        place() = std::move(value);
-        return true;
-    }
-
-    bool push(JSONValue container)
-    {
-        if (open_.size() == JSONValue::maximumDepth) {
-            refuse(fmt::format("more than {} levels of arrays and objects", JSONValue::maximumDepth));
-            return false;
-        }
-        JSONValue& there = place();
-        there = std::move(container);
-        open_.push_back(&there); // stays put: its parent isn't touched while it is open
-        return true;
-    }
-
-    bool pop()
-    {
-        open_.pop_back();
-        return true;
-    }
-
-    JSONValue root_;
-    std::vector<JSONValue*> open_;
-    std::string key_;
-    std::string problem_;
-};
-
-/// False if the text isn't JSON; the builder then knows why.
-bool build(std::string_view text, Builder& builder)
-{
-    // The parser takes a NUL byte for the end of the text, whatever follows.
-    if (const std::size_t place = text.find('\0'); place != std::string_view::npos) {
-        builder.refuse(fmt::format("not JSON at byte {}: a NUL byte", place + 1));
-        return false;
-    }
-    return nlohmann::json::sax_parse(text.begin(), text.end(), &builder);
-}
 
 class Writer {
 public:
@@ -258,18 +163,18 @@ const JSONValue* JSONValue::find(std::string_view key) const
 
 JSONValue JSONValue::parse(std::string_view text)
 {
-    Builder builder;
-    if (!build(text, builder))
-        throw Failure(builder.problem());
+    JSONBuilder builder;
+    readJSON(text, builder);
     return builder.take();
 }
 
 std::optional<JSONValue> JSONValue::parseIfValid(std::string_view text)
 {
-    Builder builder;
-    if (!build(text, builder))
+    try {
+        return parse(text);
+    } catch (const Failure&) {
         return std::nullopt; // the reason is for parse()
-    return builder.take();
+    }
 }
 
 std::string JSONValue::text(Slashes slashes) const

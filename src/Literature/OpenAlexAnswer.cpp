@@ -4,9 +4,9 @@
 #include "Base/Text.h"
 #include "Literature/Address.h"
 #include "Literature/OpenAlex.h"
+#include "Literature/OpenAlexDocument.h"
 
 #include <algorithm>
-#include <cmath>
 #include <unordered_map>
 #include <utility>
 
@@ -14,31 +14,11 @@ namespace veltry::OpenAlexAnswer {
 
 namespace {
 
+using OpenAlexDocument::integerOf;
+using OpenAlexDocument::unreadable;
+
 constexpr std::string_view doiResolver = "https://doi.org/";
 constexpr std::string_view arXiv = "arxiv.org";
-
-[[noreturn]] void unreadable()
-{
-    throw PaperSearchError(PaperSearchError::Kind::unreadable);
-}
-
-/// What all abstracts of one answer may hold, in bytes. An index names each word once and can repeat it at little cost,
-/// so that without a limit an answer of a megabyte could ask for many gigabytes. Real ones stay far below it.
-class AbstractBudget {
-public:
-    explicit AbstractBudget(std::size_t bodySize) : left_(least + 4 * bodySize) {}
-
-    void spend(std::size_t bytes)
-    {
-        if (bytes > left_)
-            unreadable();
-        left_ -= bytes;
-    }
-
-private:
-    static constexpr std::size_t least = 1U << 20;
-    std::size_t left_;
-};
 
 /// The members of one object of the answer. Those that may be absent give null when they are missing or null.
 class Members {
@@ -87,14 +67,6 @@ private:
     const JSONValue& value_;
 };
 
-std::int64_t integerOf(const JSONValue& value)
-{
-    const std::optional<std::int64_t> whole = value.integer();
-    if (!whole || std::trunc(*value.number()) != *value.number())
-        unreadable();
-    return *whole;
-}
-
 std::optional<std::int64_t> Members::integer(std::string_view key) const
 {
     const JSONValue* member = find(key);
@@ -142,32 +114,6 @@ std::vector<std::string> authorsOf(const Members& work)
                 authors.push_back(*name);
         }
     return authors;
-}
-
-std::optional<std::string> abstractOf(const Members& work, AbstractBudget& budget)
-{
-    const JSONValue::Object* index = work.map("abstract_inverted_index");
-    if (!index)
-        return std::nullopt;
-    std::vector<std::pair<std::int64_t, std::string_view>> words;
-    for (const auto& [word, positions] : *index) {
-        if (!positions.array())
-            unreadable();
-        for (const JSONValue& position : *positions.array()) {
-            words.emplace_back(integerOf(position), word);
-            budget.spend(word.size() + 1);
-        }
-    }
-    if (words.empty())
-        return std::nullopt;
-    std::ranges::sort(words, {}, [](const auto& pair) { return pair.first; });
-    std::string abstract;
-    for (const auto& [position, word] : words) {
-        abstract += word;
-        abstract += ' ';
-    }
-    abstract.pop_back();
-    return abstract;
 }
 
 /// The last piece of a work's address, which ends in its id.
@@ -219,7 +165,7 @@ std::optional<std::string> pdfOf(const Location& best, const Location& primary, 
 }
 
 /// The whole work is read before the title is looked at, since one wrong member spoils the answer.
-std::optional<Paper> paperOf(const JSONValue& value, AbstractBudget& budget)
+std::optional<Paper> paperOf(const JSONValue& value)
 {
     const Members work(value);
     const JSONValue& id = work.required("id");
@@ -243,13 +189,12 @@ std::optional<Paper> paperOf(const JSONValue& value, AbstractBudget& budget)
         .doi = {},
         .url = {},
         .pdfURL = pdfOf(best, primary, locations),
-        .abstract = abstractOf(work, budget),
+        .abstract = copied(work.text("abstract_inverted_index")),
     };
     if (const Location& location = primary.hasSource ? primary : best; location.sourceName)
         paper.venue = cleanedVenue(*location.sourceName);
     if (const std::string* doi = work.text("doi"))
-        if (std::string bare = text::replacingAll(*doi, doiResolver, ""); !bare.empty())
-            paper.doi = std::move(bare);
+        paper.doi = text::replacingAll(*doi, doiResolver, "");
 
     if (paper.doi)
         paper.url = Address::absolute(std::string(doiResolver) + *paper.doi).value();
@@ -283,36 +228,26 @@ std::vector<Paper> merged(std::vector<Paper> papers)
     return kept;
 }
 
-JSONValue documentOf(std::string_view body)
-{
-    std::optional<JSONValue> document = JSONValue::parseIfValid(body);
-    if (!document)
-        unreadable();
-    return std::move(*document);
-}
-
 } // namespace
 
 PaperPage page(std::string_view body)
 {
-    const JSONValue document = documentOf(body);
+    const JSONValue document = OpenAlexDocument::page(body);
     const Members answer(document);
     const std::int64_t total = integerOf(Members(answer.required("meta")).required("count"));
     const JSONValue::Array* works = answer.required("results").array();
     if (!works)
         unreadable();
-    AbstractBudget budget(body.size());
     std::vector<Paper> papers;
     for (const JSONValue& work : *works)
-        if (std::optional<Paper> paper = paperOf(work, budget))
+        if (std::optional<Paper> paper = paperOf(work))
             papers.push_back(std::move(*paper));
     return {.papers = merged(std::move(papers)), .total = total};
 }
 
 std::optional<Paper> work(std::string_view body)
 {
-    AbstractBudget budget(body.size());
-    return paperOf(documentOf(body), budget);
+    return paperOf(OpenAlexDocument::work(body));
 }
 
 } // namespace veltry::OpenAlexAnswer

@@ -119,7 +119,7 @@ TEST(OpenAlexAnswer, TakesTheAddressAndTheFileFromWhereTheyAre)
     } cases[] = {
         {"landing page", R"("primary_location":{"landing_page_url":"http://a.org/x y"})", "http://a.org/x%20y", ""},
         {"no address", R"("primary_location":{"landing_page_url":"see there"})", "https://openalex.org/W1", ""},
-        {"an empty DOI", R"("doi":"https://doi.org/")", "https://openalex.org/W1", ""},
+        {"an empty DOI", R"("doi":"https://doi.org/")", "https://doi.org/", ""},
         {"arXiv last", R"("best_oa_location":{"pdf_url":"https://b.org/1"},"locations":[{"pdf_url":"https://c.org/1"},
             {"pdf_url":"https://export.arxiv.org/1"},{"pdf_url":"https://arxiv.org/pdf/1"}])",
          "https://openalex.org/W1", "https://arxiv.org/pdf/1"},
