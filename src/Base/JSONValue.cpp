@@ -12,8 +12,6 @@ namespace veltry {
 namespace {
 
 constexpr double exactIntegers = 9007199254740992.0; // 2^53
-constexpr std::size_t usualLength = 4;               // of an array; growing one from nothing costs more than the room
-constexpr std::size_t longestReason = 200; // bytes; the parser's own holds all of a string that it was reading
 
 class Writer {
 public:

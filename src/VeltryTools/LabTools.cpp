@@ -140,11 +140,7 @@ asio::awaitable<ToolOutcome> LabTools::call(std::string name, JSONValue argument
 
 LabTools::Answer LabTools::answer(std::string name, JSONValue arguments, Progress progress) const
 {
-    const auto row =
-        std::ranges::find(rows(), name, [](const Row& each) -> const std::string& { return each.tool.name; });
-    if (row == rows().end())
-        throw LabError("unknown_tool", fmt::format("There is no tool {}.", name));
-    Answer work = (this->*row->handler)(std::move(arguments), std::move(progress));
+    Answer work = callTool(rows(), name, *this, std::move(arguments), std::move(progress));
     co_return co_await std::move(work);
 }
 

@@ -32,8 +32,7 @@ const std::vector<PaperTools::Row>& PaperTools::rows()
         {{"search_papers",
           "Searches published papers (OpenAlex: every discipline, arXiv included) by the words in their title and "
           "abstract, most relevant first. Each result has an id for get_paper, save_paper and download_paper. Each "
-          "search "
-          "spends part of a daily budget, so search with specific terms rather than many variations.",
+          "search spends part of a daily budget, so search with specific terms rather than many variations.",
           object({
               string("query", true, "Words to find in titles and abstracts: \"direct preference optimization\"."),
               integer("limit", false, "How many papers, up to 25. 10 by default."),
@@ -41,22 +40,18 @@ const std::vector<PaperTools::Row>& PaperTools::rows()
          &PaperTools::searchPapers},
         {{"get_paper",
           "Shows one paper: its title, authors, venue, citations, whole abstract, links, and whether it is saved to "
-          "this "
-          "project.",
+          "this project.",
           object({string("paper_id", true, "The paper's id: W4385245566.")})},
          &PaperTools::getPaper},
         {{"save_paper",
           "Saves a paper to this project in the person's Library in Veltry, where they can read it. Save the papers "
-          "the "
-          "project builds on, not every result.",
+          "the project builds on, not every result.",
           object({string("paper_id", true, "The paper's id.")})},
          &PaperTools::savePaper},
         {{"cite_paper",
-          "Records that a node relied on a paper: what it builds on, compares against, or borrows. The person sees it "
-          "on "
-          "the node, and the paper is saved to this project. Citing the same paper from the same node again replaces "
-          "the "
-          "reason.",
+          "Records that a node relied on a paper: what it builds on, compares against, or borrows. The person sees "
+          "it on the node, and the paper is saved to this project. Citing the same paper from the same node again "
+          "replaces the reason.",
           object({
               string("paper_id", true, "The paper's id."),
               string("experiment_id", true, "The node that relied on it."),
@@ -68,8 +63,7 @@ const std::vector<PaperTools::Row>& PaperTools::rows()
          &PaperTools::listLibrary},
         {{"download_paper",
           "Downloads a paper's open-access PDF to this Mac and returns its path. Read the PDF with your own file "
-          "tools. "
-          "Refused for a paper with no open-access PDF.",
+          "tools. Refused for a paper with no open-access PDF.",
           object({string("paper_id", true, "The paper's id.")})},
          &PaperTools::downloadPaper},
     };
@@ -89,11 +83,7 @@ asio::awaitable<ToolOutcome> PaperTools::call(std::string name, JSONValue argume
 
 PaperTools::Answer PaperTools::answer(std::string name, JSONValue arguments) const
 {
-    const auto row =
-        std::ranges::find(rows(), name, [](const Row& each) -> const std::string& { return each.tool.name; });
-    if (row == rows().end())
-        throw LabError("unknown_tool", fmt::format("There is no tool {}.", name));
-    Answer work = (this->*row->handler)(std::move(arguments));
+    Answer work = callTool(rows(), name, *this, std::move(arguments));
     try {
         co_return co_await std::move(work);
     } catch (const PaperSearchError& error) {

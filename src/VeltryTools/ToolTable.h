@@ -1,13 +1,16 @@
 #pragma once
 
 #include "Base/JSONValue.h"
+#include "Experiments/LabError.h"
 
 #include <asio/awaitable.hpp>
+#include <fmt/format.h>
 
 #include <functional>
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace veltry {
@@ -40,6 +43,18 @@ template <typename Row>
     for (const Row& row : rows)
         shown.push_back(row.tool);
     return shown;
+}
+
+/// Calls the handler that stands beside the tool of this name with `self` and the arguments that it takes. Throws
+/// LabError "unknown_tool".
+template <typename Row, typename Self, typename... Arguments>
+[[nodiscard]] asio::awaitable<std::string> callTool(
+    const std::vector<Row>& rows, const std::string& name, const Self& self, Arguments... arguments)
+{
+    for (const Row& row : rows)
+        if (row.tool.name == name)
+            return (self.*row.handler)(std::move(arguments)...);
+    throw LabError("unknown_tool", fmt::format("There is no tool {}.", name));
 }
 
 /// Building blocks of the schemas. Defaults and limits stand in the descriptions alone.
