@@ -78,7 +78,11 @@ FileDescriptor tryOpen(const std::filesystem::path& path, int flags, unsigned mo
 
 std::string read(const std::filesystem::path& path)
 {
-    const FileDescriptor file = open(path, O_RDONLY);
+    return read(open(path, O_RDONLY), path.string());
+}
+
+std::string read(const FileDescriptor& file, std::string_view what)
+{
     std::string contents;
     contents.resize(size(file)); // what a file in /proc says of itself is 0; the loop reads on all the same
     std::size_t count = 0;
@@ -89,7 +93,7 @@ std::string read(const std::filesystem::path& path)
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
-            throw SystemError("could not read " + path.string());
+            throw SystemError("could not read " + std::string(what));
         if (got == 0)
             break;
         count += static_cast<std::size_t>(got);

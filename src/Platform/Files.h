@@ -20,6 +20,8 @@ namespace veltry::Files {
 
 /// The whole contents.
 [[nodiscard]] std::string read(const std::filesystem::path& path);
+/// The rest of an open file. `what` names it in the error.
+[[nodiscard]] std::string read(const FileDescriptor& file, std::string_view what);
 /// The whole contents, or nothing if the file can't be read for any reason.
 [[nodiscard]] std::optional<std::string> readIfPossible(const std::filesystem::path& path);
 /// Up to `count` bytes from `offset`; fewer only where the file ends.

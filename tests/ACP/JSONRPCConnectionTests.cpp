@@ -2,6 +2,7 @@
 #include "ACP/JSONRPCConnection/MemoryTransport.h"
 #include "ACP/JSONRPCConnection/PipeTransport.h"
 #include "Platform/SystemLog.h"
+#include "Support/LogLines.h"
 #include "Support/RunOnExecutor.h"
 
 #include <asio/detached.hpp>
@@ -16,28 +17,10 @@
 namespace veltry {
 namespace {
 
+using test::LogLines;
 using test::runOnExecutor;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-/// Collects the lines of the system log's category "jsonrpc".
-class LogLines {
-public:
-    LogLines()
-    {
-        SystemLog::redirect([this](SystemLog::Level, std::string_view category, std::string_view message) {
-            if (category == "jsonrpc")
-                lines.emplace_back(message);
-        });
-    }
-
-    LogLines(const LogLines&) = delete;
-    LogLines& operator=(const LogLines&) = delete;
-
-    ~LogLines() { SystemLog::redirect({}); }
-
-    std::vector<std::string> lines;
-};
 
 /// A connection and the far end of its transport, where the test plays the peer.
 struct Peer {
@@ -137,7 +120,7 @@ TEST(JSONRPCConnection, PassesOverWhatIsNoMessageAndGoesOn)
 
     for (const auto& c : cases) {
         SCOPED_TRACE(c.line.substr(0, 80));
-        LogLines log;
+        LogLines log("jsonrpc");
         runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
             Peer peer(executor);
             peer.start();
@@ -215,7 +198,7 @@ TEST(JSONRPCConnection, ResumesARequestWithItsAnswer)
 
 TEST(JSONRPCConnection, AResultThatJSONCannotHoldIsLoggedAndNotAnswered)
 {
-    LogLines log;
+    LogLines log("jsonrpc");
     runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
         Peer peer(executor);
         peer.start();
@@ -280,7 +263,7 @@ TEST(JSONRPCConnection, WithOnEndTheEndOfInputIsItsDecision)
 
 TEST(JSONRPCConnection, AFailedWriteReachesItsOwnRequestAlone)
 {
-    LogLines log;
+    LogLines log("jsonrpc");
     runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
         const auto noPeer = std::make_shared<MemoryTransport>(executor);
         const auto connection = JSONRPCConnection::make(executor, noPeer, false);

@@ -1,0 +1,218 @@
+#include "ACP/ACPClient/ACPClient.h"
+
+#include "Platform/SystemLog.h"
+
+#include <asio/co_spawn.hpp>
+#include <asio/detached.hpp>
+#include <asio/post.hpp>
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace veltry {
+
+namespace {
+
+constexpr const char* clientName = "harrowick-veltry";
+constexpr const char* clientVersion = "0.0.0"; // of a program that is no bundle
+
+void logFailure(const std::string& message)
+{
+    SystemLog::write(SystemLog::Level::error, "acp", message);
+}
+
+asio::awaitable<void> close(std::shared_ptr<LineTransport> transport)
+{
+    co_await transport->close();
+}
+
+std::optional<std::vector<std::string>> directories(const SessionSetup& setup)
+{
+    if (setup.additionalDirectories.empty())
+        return std::nullopt;
+    return std::vector<std::string>(setup.additionalDirectories.begin(), setup.additionalDirectories.end());
+}
+
+std::optional<SystemPrompt> systemPrompt(const SessionSetup& setup)
+{
+    return setup.systemPrompt ? std::optional(SystemPrompt::appending(*setup.systemPrompt)) : std::nullopt;
+}
+
+} // namespace
+
+std::shared_ptr<ACPClient> ACPClient::make(
+    const asio::any_io_executor& executor, std::shared_ptr<Agent> agent, std::weak_ptr<ACPClientDelegate> delegate,
+    bool logsTraffic)
+{
+    return std::shared_ptr<ACPClient>(new ACPClient(executor, std::move(agent), std::move(delegate), logsTraffic));
+}
+
+ACPClient::ACPClient(
+    const asio::any_io_executor& executor, std::shared_ptr<Agent> agent, std::weak_ptr<ACPClientDelegate> delegate,
+    bool logsTraffic)
+    : executor_(executor), process_(std::move(agent)),
+      connection_(JSONRPCConnection::make(executor, process_->transport(), logsTraffic)), delegate_(std::move(delegate))
+{
+}
+
+ACPClient::~ACPClient()
+{
+    cancelAsks(std::nullopt);
+    asio::co_spawn(executor_, close(process_->transport()), asio::detached);
+}
+
+asio::awaitable<InitializeResult> ACPClient::initialize()
+{
+    if (!std::exchange(started_, true))
+        start();
+    JSONValue params = encoded(InitializeParams::from({.name = clientName, .version = clientVersion}));
+    InitializeResult result = co_await request<InitializeResult>("initialize", std::move(params));
+    co_return result;
+}
+
+void ACPClient::start()
+{
+    const std::weak_ptr<ACPClient> client = weak_from_this();
+    const std::weak_ptr<JSONRPCConnection> connection = connection_;
+    connection_->start(
+        [client](std::string method, JSONValue params) {
+            return notified(client, std::move(method), std::move(params));
+        },
+        [client](std::string method, JSONValue params) { return asked(client, std::move(method), std::move(params)); },
+        [client, connection, agent = process_] { return failOnExit(client, connection, agent); });
+    // Also beside the end of input, which a child of the agent may put off.
+    asio::co_spawn(executor_, failOnExit(client, connection, process_), asio::detached);
+}
+
+asio::awaitable<void> ACPClient::failOnExit(
+    std::weak_ptr<ACPClient> client, std::weak_ptr<JSONRPCConnection> connection, std::shared_ptr<Agent> agent)
+{
+    const std::int32_t status = co_await agent->waitForExit();
+    if (const auto open = connection.lock())
+        open->fail(ConnectionError::agentExited(status));
+    if (const auto self = client.lock())
+        self->cancelAsks(std::nullopt); // nobody is there to be told
+}
+
+template <typename Result>
+asio::awaitable<Result> ACPClient::request(const char* method, JSONValue params)
+{
+    std::string name = method;
+    const JSONValue result = co_await connection_->request(std::move(name), std::move(params));
+    co_return decoded<Result>(result);
+}
+
+asio::awaitable<void> ACPClient::authenticate(std::string methodId)
+{
+    JSONValue params = encoded(AuthenticateParams{std::move(methodId)});
+    std::string method = "authenticate";
+    co_await connection_->request(std::move(method), std::move(params));
+}
+
+asio::awaitable<std::string> ACPClient::newSession(SessionSetup setup)
+{
+    JSONValue params = encoded(NewSessionParams{
+        .cwd = setup.cwd,
+        .mcpServers = setup.mcpServers,
+        .additionalDirectories = directories(setup),
+        .systemPrompt = systemPrompt(setup),
+    });
+    NewSessionResult result = co_await request<NewSessionResult>("session/new", std::move(params));
+    remember(result.sessionId, std::move(setup), std::move(result.configOptions));
+    co_return result.sessionId;
+}
+
+asio::awaitable<void> ACPClient::resumeSession(std::string sessionId, SessionSetup setup)
+{
+    return continueSession("session/resume", std::move(sessionId), std::move(setup));
+}
+
+asio::awaitable<void> ACPClient::loadSession(std::string sessionId, SessionSetup setup)
+{
+    return continueSession("session/load", std::move(sessionId), std::move(setup));
+}
+
+asio::awaitable<void> ACPClient::continueSession(const char* method, std::string sessionId, SessionSetup setup)
+{
+    JSONValue params = encoded(ResumeSessionParams{
+        .sessionId = sessionId,
+        .cwd = setup.cwd,
+        .mcpServers = setup.mcpServers,
+        .additionalDirectories = directories(setup),
+        .systemPrompt = systemPrompt(setup),
+    });
+    ResumeSessionResult result = co_await request<ResumeSessionResult>(method, std::move(params));
+    remember(sessionId, std::move(setup), std::move(result.configOptions));
+}
+
+void ACPClient::remember(const std::string& sessionId, SessionSetup setup, std::vector<ConfigOption> configOptions)
+{
+    std::vector<std::filesystem::path> roots = std::move(setup.additionalDirectories);
+    roots.insert(roots.begin(), std::move(setup.cwd));
+    projects_.insert_or_assign(sessionId, std::move(roots));
+    options_.insert_or_assign(sessionId, std::move(configOptions));
+}
+
+asio::awaitable<std::vector<SessionInfo>> ACPClient::listSessions(std::filesystem::path cwd)
+{
+    std::vector<SessionInfo> sessions;
+    ListSessionsParams page{.cwd = std::move(cwd), .cursor = std::nullopt};
+    do {
+        JSONValue params = encoded(page);
+        ListSessionsResult result = co_await request<ListSessionsResult>("session/list", std::move(params));
+        std::ranges::move(result.sessions, std::back_inserter(sessions));
+        page.cursor = std::move(result.nextCursor);
+    } while (page.cursor);
+    co_return sessions;
+}
+
+std::vector<ConfigOption> ACPClient::configOptions(const std::string& sessionId) const
+{
+    const auto found = options_.find(sessionId);
+    return found == options_.end() ? std::vector<ConfigOption>() : found->second;
+}
+
+asio::awaitable<std::vector<ConfigOption>> ACPClient::setConfigOption(
+    std::string sessionId, std::string id, std::string value)
+{
+    JSONValue params =
+        encoded(SetConfigOptionParams{.sessionId = sessionId, .configId = std::move(id), .value = std::move(value)});
+    SetConfigOptionResult result =
+        co_await request<SetConfigOptionResult>("session/set_config_option", std::move(params));
+    options_.insert_or_assign(sessionId, result.configOptions);
+    co_return result.configOptions;
+}
+
+asio::awaitable<StopReason> ACPClient::prompt(std::string sessionId, std::string text)
+{
+    return prompt(std::move(sessionId), std::vector{ContentBlock::text(std::move(text))});
+}
+
+asio::awaitable<StopReason> ACPClient::prompt(std::string sessionId, std::vector<ContentBlock> content)
+{
+    JSONValue params = encoded(PromptParams{.sessionId = std::move(sessionId), .prompt = std::move(content)});
+    PromptResult result = co_await request<PromptResult>("session/prompt", std::move(params));
+    co_return result.stopReason;
+}
+
+asio::awaitable<SteerOutcome> ACPClient::steer(std::string sessionId, std::vector<ContentBlock> content)
+{
+    JSONValue params = encoded(SteerParams::from(std::move(sessionId), std::move(content)));
+    const SteerResult result = co_await request<SteerResult>("_session/steering", std::move(params));
+    co_return result.outcome == "promptRequired" ? SteerOutcome::promptRequired : SteerOutcome::injected;
+}
+
+asio::awaitable<void> ACPClient::cancel(std::string sessionId)
+{
+    cancelAsks(sessionId);
+    // The answers go out before the notice: their tasks stand before this turn in the executor's queue.
+    co_await asio::post(executor_, asio::use_awaitable);
+    try {
+        connection_->notify("session/cancel", encoded(CancelParams{std::move(sessionId)}));
+    } catch (const std::exception& error) {
+        logFailure("could not send session/cancel: " + describe(error));
+    }
+}
+
+} // namespace veltry

@@ -1,0 +1,451 @@
+#include "ACP/ACPClient/ACPClient.h"
+#include "FakeAgent.h"
+#include "Platform/Files.h"
+#include "Support/LogLines.h"
+#include "Support/RunOnExecutor.h"
+#include "Support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+
+namespace veltry {
+namespace {
+
+using test::FakeAgent;
+using test::FakeDelegate;
+using test::LogLines;
+using test::runOnExecutor;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// What an operation ended with, as text.
+using Operation = asio::awaitable<std::string> (*)(std::shared_ptr<ACPClient> client);
+
+asio::awaitable<std::string> outcomeOf(Operation operation, std::shared_ptr<ACPClient> client)
+{
+    std::string outcome;
+    try {
+        std::string text = co_await operation(std::move(client));
+        outcome = std::move(text);
+    } catch (const std::exception& error) {
+        outcome = "threw " + describe(error);
+    }
+    co_return outcome;
+}
+
+asio::awaitable<std::string> initialize(std::shared_ptr<ACPClient> client)
+{
+    const InitializeResult result = co_await client->initialize();
+    co_return encoded(result).text();
+}
+
+asio::awaitable<std::string> prompt(std::shared_ptr<ACPClient> client)
+{
+    std::string session = "s";
+    std::string text = "hi";
+    const StopReason reason = co_await client->prompt(std::move(session), std::move(text));
+    co_return reason.word;
+}
+
+asio::awaitable<std::string> cancel(std::shared_ptr<ACPClient> client)
+{
+    std::string session = "s";
+    co_await client->cancel(std::move(session));
+    co_return "done";
+}
+
+/// A client whose connection runs, its agent and its delegate.
+struct Scene {
+    explicit Scene(const asio::any_io_executor& on)
+        : executor(on), agent(std::make_shared<FakeAgent>(on)), delegate(std::make_shared<FakeDelegate>(on)),
+          client(ACPClient::make(on, agent, delegate, false))
+    {
+    }
+
+    /// Starts an operation; `outcome` is its end.
+    void begin(Operation operation)
+    {
+        outcome.clear();
+        asio::co_spawn(executor, outcomeOf(operation, client), [this](std::exception_ptr, std::string text) {
+            outcome = std::move(text);
+        });
+    }
+
+    asio::awaitable<void> ended()
+    {
+        while (outcome.empty())
+            co_await asio::post(executor, asio::use_awaitable);
+    }
+
+    asio::awaitable<void> handshake()
+    {
+        begin(initialize);
+        co_await agent->receive();
+        std::string answer = R"({"id":0,"jsonrpc":"2.0","result":{"protocolVersion":1}})";
+        co_await agent->far->send(std::move(answer));
+        co_await ended();
+    }
+
+    /// Opens session "s" over these folders.
+    asio::awaitable<void> openSession(SessionSetup setup)
+    {
+        asio::awaitable<std::string> session = client->newSession(std::move(setup));
+        asio::co_spawn(
+            executor, std::move(session), [this](std::exception_ptr, std::string id) { outcome = std::move(id); });
+        outcome.clear();
+        co_await agent->receive();
+        std::string answer = R"({"id":1,"jsonrpc":"2.0","result":{"sessionId":"s"}})";
+        co_await agent->far->send(std::move(answer));
+        co_await ended();
+    }
+
+    /// The agent's question and the client's answer to it, without the envelope.
+    asio::awaitable<std::string> ask(std::string method, JSONValue params)
+    {
+        Envelope request;
+        request.id = "q";
+        request.method = std::move(method);
+        request.params = std::move(params);
+        co_await agent->far->send(request.line());
+        std::string line = co_await agent->receive();
+        const JSONValue answer = JSONValue::parse(line);
+        const JSONValue* result = answer.find("result");
+        co_return (result ? *result : *answer.find("error")).text();
+    }
+
+    asio::any_io_executor executor;
+    std::shared_ptr<FakeAgent> agent;
+    std::shared_ptr<FakeDelegate> delegate;
+    std::shared_ptr<ACPClient> client;
+    std::string outcome;
+};
+
+asio::awaitable<std::string> newSession(std::shared_ptr<ACPClient> client)
+{
+    SessionSetup setup{.cwd = "/p"};
+    setup.additionalDirectories = {"/a", "/b"};
+    setup.mcpServers = {{.name = "m", .command = "c", .args = {}, .env = {}}};
+    setup.systemPrompt = "be kind";
+    std::string id = co_await client->newSession(std::move(setup));
+    co_return id + " with " + std::to_string(client->configOptions(id).size());
+}
+
+asio::awaitable<std::string> loadSession(std::shared_ptr<ACPClient> client)
+{
+    std::string id = "old";
+    SessionSetup setup{.cwd = "/p"};
+    co_await client->loadSession(std::move(id), std::move(setup));
+    co_return std::to_string(client->configOptions("old").size()) + " options";
+}
+
+asio::awaitable<std::string> resumeSession(std::shared_ptr<ACPClient> client)
+{
+    std::string id = "old";
+    SessionSetup setup{.cwd = "/p"};
+    co_await client->resumeSession(std::move(id), std::move(setup));
+    co_return "done";
+}
+
+asio::awaitable<std::string> authenticate(std::shared_ptr<ACPClient> client)
+{
+    std::string method = "m";
+    co_await client->authenticate(std::move(method));
+    co_return "done";
+}
+
+asio::awaitable<std::string> setOption(std::shared_ptr<ACPClient> client)
+{
+    std::string session = "s";
+    std::string id = "model";
+    std::string value = "big";
+    const std::vector<ConfigOption> options =
+        co_await client->setConfigOption(std::move(session), std::move(id), std::move(value));
+    co_return client->configOptions("s") == options ? options.at(0).currentChoice()->name : "differs";
+}
+
+asio::awaitable<std::string> listSessions(std::shared_ptr<ACPClient> client)
+{
+    std::filesystem::path cwd = "/p";
+    const std::vector<SessionInfo> sessions = co_await client->listSessions(std::move(cwd));
+    std::string ids;
+    for (const SessionInfo& session : sessions)
+        ids += session.sessionId;
+    co_return ids;
+}
+
+asio::awaitable<std::string> steer(std::shared_ptr<ACPClient> client)
+{
+    std::string session = "s";
+    std::vector<ContentBlock> content{ContentBlock::text("also")};
+    const SteerOutcome outcome = co_await client->steer(std::move(session), std::move(content));
+    co_return outcome == SteerOutcome::injected ? "injected" : "prompt required";
+}
+
+TEST(ACPClient, EachOperationAsksTheAgentAndReadsItsAnswer)
+{
+    struct Exchange {
+        std::string method, params, answer;
+    };
+    const struct {
+        std::string_view name;
+        Operation operation;
+        std::vector<Exchange> exchanges;
+        std::string_view outcome;
+    } cases[] = {
+        {"initialize again",
+         initialize,
+         {{"initialize",
+           R"({"clientCapabilities":{"fs":{"readTextFile":true,"writeTextFile":true},"terminal":false},"clientInfo":{"name":"harrowick-veltry","version":"0.0.0"},"protocolVersion":1})",
+           R"("result":{"protocolVersion":1,"agentInfo":{}})"}},
+         R"({"protocolVersion":1})"},
+        {"authenticate", authenticate, {{"authenticate", R"({"methodId":"m"})", R"("result":null)"}}, "done"},
+        {"new session",
+         newSession,
+         {{"session/new",
+           R"({"additionalDirectories":["/a","/b"],"cwd":"/p","mcpServers":[{"args":[],"command":"c","env":[],"name":"m"}],"systemPrompt":{"content":[{"text":"be kind","type":"text"}],"mode":"append"}})",
+           R"("result":{"sessionId":"n","configOptions":[{"id":"i","name":"n"},5]})"}},
+         "n with 1"},
+        {"login is due",
+         newSession,
+         {{"session/new", "", R"("error":{"code":-32000,"message":"log in"})"}},
+         "threw log in (-32000)"},
+        {"a result that doesn't read",
+         newSession,
+         {{"session/new", "", R"("result":{"sessionId":1})"}},
+         "threw sessionId is no text"},
+        {"load",
+         loadSession,
+         {{"session/load", R"({"cwd":"/p","mcpServers":[],"sessionId":"old"})", R"("result":null)"}},
+         "threw the value is no object"},
+        {"load with options",
+         loadSession,
+         {{"session/load", "", R"("result":{"configOptions":[{"id":"i","name":"n"}]})"}},
+         "1 options"},
+        {"resume",
+         resumeSession,
+         {{"session/resume", R"({"cwd":"/p","mcpServers":[],"sessionId":"old"})", R"("result":{})"}},
+         "done"},
+        {"three pages",
+         listSessions,
+         {{"session/list", R"({"cwd":"/p"})",
+           R"("result":{"sessions":[{"sessionId":"a","cwd":"/"},{"sessionId":"b","cwd":"/"}],"nextCursor":"1"})"},
+          {"session/list", R"({"cursor":"1","cwd":"/p"})", R"("result":{"sessions":[],"nextCursor":"2"})"},
+          {"session/list", R"({"cursor":"2","cwd":"/p"})",
+           R"("result":{"sessions":[{"sessionId":"c","cwd":"/"}],"nextCursor":null})"}},
+         "abc"},
+        {"a page fails",
+         listSessions,
+         {{"session/list", "", R"("result":{"sessions":[],"nextCursor":"1"})"},
+          {"session/list", "", R"("result":{"sessions":[{}]})"}},
+         "threw sessions[0].sessionId is missing"},
+        {"option",
+         setOption,
+         {{"session/set_config_option", R"({"configId":"model","sessionId":"s","value":"big"})",
+           R"("result":{"configOptions":[{"id":"model","name":"M","currentValue":"big","options":[{"value":"big","name":"Big"}]}]})"}},
+         "Big"},
+        {"prompt",
+         prompt,
+         {{"session/prompt", R"({"prompt":[{"text":"hi","type":"text"}],"sessionId":"s"})",
+           R"("result":{"stopReason":"max_tokens","usage":{}})"}},
+         "max_tokens"},
+        {"steered",
+         steer,
+         {{"_session/steering",
+           R"({"_meta":{"steering":{"idleBehavior":"promptRequired"}},"prompt":[{"text":"also","type":"text"}],"sessionId":"s"})",
+           R"("result":{"outcome":"queued"})"}},
+         "injected"},
+        {"idle", steer, {{"_session/steering", "", R"("result":{"outcome":"promptRequired"})"}}, "prompt required"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+            Scene scene(executor);
+            co_await scene.handshake();
+            scene.begin(c.operation);
+            for (const Exchange& exchange : c.exchanges) {
+                const std::string line = co_await scene.agent->receive();
+                const JSONValue request = JSONValue::parse(line);
+                EXPECT_EQ(*request.find("method"), JSONValue(exchange.method));
+                if (!exchange.params.empty()) {
+                    EXPECT_EQ(request.find("params")->text(), exchange.params);
+                }
+                std::string answer =
+                    R"({"jsonrpc":"2.0","id":)" + request.find("id")->text() + "," + exchange.answer + "}";
+                co_await scene.agent->far->send(std::move(answer));
+            }
+            co_await scene.ended();
+            EXPECT_EQ(scene.outcome, c.outcome);
+        });
+    }
+}
+
+JSONValue permission(const char* session)
+{
+    return JSONValue::object(
+        {{"sessionId", session},
+         {"toolCall", JSONValue::object({{"toolCallId", "c"}})},
+         {"options", JSONValue::array({})}});
+}
+
+TEST(ACPClient, AnswersWhatTheAgentAsks)
+{
+    const test::TemporaryFolder folder;
+    Files::writeAtomically(folder / "ten", "1\n2\n3\n4\n5\n6\n7\n8\n9\n10");
+    const std::string ten = folder / "ten";
+    const std::string fresh = folder / "fresh";
+    const std::string lost = folder / "missing/file";
+    const auto file = [](std::string_view session, std::string_view path, JSONValue::Object more) {
+        more.emplace("sessionId", session);
+        more.emplace("path", path);
+        return JSONValue(std::move(more));
+    };
+    const struct {
+        std::string_view name, method;
+        JSONValue params;
+        std::string answer;
+    } cases[] = {
+        {"read", "fs/read_text_file", file("s", ten, {{"line", 3}, {"limit", 2}}), R"({"content":"3\n4"})"},
+        {"write", "fs/write_text_file", file("s", fresh, {{"content", "käse"}}), "null"},
+        {"read what was written", "fs/read_text_file", file("s", fresh, {{"line", nullptr}}), R"({"content":"käse"})"},
+        {"a folder that is missing", "fs/write_text_file", file("s", lost, {{"content", ""}}),
+         R"({"code":-32603,"message":"could not write )" + lost + R"(: No such file or directory"})"},
+        {"no session", "fs/read_text_file", file("t", ten, {}), R"({"code":-32602,"message":"no session t"})"},
+        {"params", "fs/write_text_file", file("s", ten, {}),
+         R"({"code":-32602,"message":"unreadable params: content is missing"})"},
+        {"method", "terminal/create", nullptr, R"({"code":-32601,"message":"method not found: terminal/create"})"},
+        {"permission without a call", "session/request_permission", JSONValue::object({{"sessionId", "s"}}),
+         R"({"code":-32602,"message":"unreadable params: toolCall is missing"})"},
+        {"permission without a delegate", "session/request_permission", permission("s"),
+         R"({"outcome":{"outcome":"cancelled"}})"},
+    };
+    runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        Scene scene(executor);
+        co_await scene.handshake();
+        SessionSetup setup{.cwd = folder.path()};
+        co_await scene.openSession(std::move(setup));
+        scene.delegate.reset();
+        for (const auto& c : cases) {
+            SCOPED_TRACE(c.name);
+            std::string method(c.method);
+            JSONValue params = c.params;
+            const std::string answer = co_await scene.ask(std::move(method), std::move(params));
+            EXPECT_EQ(answer, c.answer);
+        }
+    });
+}
+
+TEST(ACPClient, UpdatesArriveInOrderBeforeTheTurnEndsAndAfter)
+{
+    LogLines log("acp");
+    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        Scene scene(executor);
+        co_await scene.handshake();
+        scene.begin(prompt);
+        co_await scene.agent->receive();
+        for (const std::string_view update :
+             {R"({"sessionUpdate":"usage_update","used":1})", R"({"sessionUpdate":"plan"})",
+              R"({"sessionUpdate":"plan","entries":[]})"}) {
+            std::string line = R"({"jsonrpc":"2.0","method":"session/update","params":{"sessionId":"s","update":)" +
+                               std::string(update) + "}}";
+            co_await scene.agent->far->send(std::move(line));
+        }
+        for (const std::string_view text :
+             {R"({"jsonrpc":"2.0","method":"_agent/anything"})",
+              R"({"id":1,"jsonrpc":"2.0","result":{"stopReason":"end_turn"}})"}) {
+            std::string line(text);
+            co_await scene.agent->far->send(std::move(line));
+        }
+        co_await scene.ended();
+        EXPECT_EQ(scene.outcome, "end_turn");
+        EXPECT_THAT(
+            scene.delegate->updates,
+            ElementsAre(R"({"sessionUpdate":"usage_update","used":1})", R"({"entries":[],"sessionUpdate":"plan"})"));
+        std::string late =
+            R"({"jsonrpc":"2.0","method":"session/update","params":{"sessionId":"x","update":{"sessionUpdate":"session_info_update","title":null}}})";
+        co_await scene.agent->far->send(std::move(late));
+        while (scene.delegate->updates.size() < 3)
+            co_await asio::post(executor, asio::use_awaitable);
+    });
+    EXPECT_THAT(log.lines, ElementsAre("skipped a session/update this build cannot read: update.entries is missing"));
+}
+
+asio::awaitable<void> askFor(std::shared_ptr<FakeAgent> agent, int id, const char* session)
+{
+    Envelope request;
+    request.id = id;
+    request.method = "session/request_permission";
+    request.params = permission(session);
+    co_await agent->far->send(request.line());
+}
+
+TEST(ACPClient, ACancelAnswersTheAsksOfItsSessionFirst)
+{
+    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        Scene scene(executor);
+        co_await scene.handshake();
+        co_await askFor(scene.agent, 10, "s");
+        co_await askFor(scene.agent, 11, "t");
+        co_await askFor(scene.agent, 12, "s");
+        while (scene.delegate->asked.size() < 3)
+            co_await asio::post(executor, asio::use_awaitable);
+        scene.begin(cancel);
+        const std::string cancelled = R"("jsonrpc":"2.0","result":{"outcome":{"outcome":"cancelled"}}})";
+        const std::string first = co_await scene.agent->receive();
+        EXPECT_EQ(first, R"({"id":10,)" + cancelled);
+        const std::string second = co_await scene.agent->receive();
+        EXPECT_EQ(second, R"({"id":12,)" + cancelled);
+        const std::string notice = co_await scene.agent->receive();
+        EXPECT_EQ(notice, R"({"jsonrpc":"2.0","method":"session/cancel","params":{"sessionId":"s"}})");
+        // Decisions that come too late change nothing; the other session's counts.
+        for (int count = 0; count < 3; ++count)
+            scene.delegate->decisions.push(PermissionOutcome::selected("yes"));
+        const std::string other = co_await scene.agent->receive();
+        EXPECT_EQ(other, R"({"id":11,"jsonrpc":"2.0","result":{"outcome":{"optionId":"yes","outcome":"selected"}}})");
+        scene.agent->exit(0);
+        co_await scene.agent->far->close();
+        const std::string end = co_await scene.agent->receive();
+        EXPECT_EQ(end, "(end)");
+    });
+}
+
+TEST(ACPClient, AnAgentThatExitsFailsWhatWaitsAndWhatComesLater)
+{
+    LogLines log("acp");
+    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        Scene scene(executor);
+        co_await scene.handshake();
+        scene.begin(prompt);
+        co_await scene.agent->receive();
+        scene.agent->exit(3); // its output stays open, as through a child of its own
+        co_await scene.ended();
+        EXPECT_EQ(scene.outcome, "threw the agent exited with status 3");
+        for (const Operation later : {prompt, initialize, cancel}) {
+            scene.begin(later);
+            co_await scene.ended();
+            EXPECT_EQ(scene.outcome, later == cancel ? "done" : "threw the agent exited with status 3");
+        }
+    });
+    EXPECT_THAT(log.lines, ElementsAre("could not send session/cancel: the agent exited with status 3"));
+}
+
+TEST(ACPClient, AClientThatGoesCancelsItsAsksAndClosesTheAgentsInput)
+{
+    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        Scene scene(executor);
+        co_await scene.handshake();
+        co_await askFor(scene.agent, 10, "s");
+        while (scene.delegate->asked.empty())
+            co_await asio::post(executor, asio::use_awaitable);
+        const std::weak_ptr<ACPClient> watched = scene.client;
+        scene.client.reset();
+        EXPECT_TRUE(watched.expired());
+        std::string line;
+        do
+            line = co_await scene.agent->receive();
+        while (line != "(end)");
+        scene.delegate->decisions.push(PermissionOutcome::selected("late"));
+        co_await asio::post(executor, asio::use_awaitable);
+    });
+}
+
+} // namespace
+} // namespace veltry
