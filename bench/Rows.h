@@ -19,6 +19,13 @@ namespace veltry::bench {
 [[nodiscard]] Measured logTail(const Workplace& place);
 [[nodiscard]] Measured stamper(const Workplace& place);
 
+// Experiments/TelemetryRows.cpp
+[[nodiscard]] Measured telemetryWalk(const Workplace& place);
+[[nodiscard]] Measured telemetryRate(const Workplace& place);
+[[nodiscard]] Measured telemetryLinesCounted(const Workplace& place);
+[[nodiscard]] Measured telemetryNewLine(const Workplace& place);
+[[nodiscard]] Measured telemetryMemory(const Workplace& place);
+
 // Literature/PaperRows.cpp
 [[nodiscard]] Measured searchAnswer(const Workplace& place);
 [[nodiscard]] Measured paperOfLibrary(const Workplace& place);

@@ -24,6 +24,7 @@ namespace {
 using enum Row::Unit;
 
 constexpr double megabyte = 1048576.0;
+constexpr double telemetryBytes = 200'000.0 * 8 * 12;
 
 constexpr std::array rows = {
     Row{"start of mcp to the answer of initialize", "sqlite3 opening the store for a select", 3, seconds, serverStart},
@@ -35,6 +36,12 @@ constexpr std::array rows = {
     Row{"experiment_tree, 10,000 nodes, 100,000 runs", "sqlite3 printing the rows", 3, seconds, experimentTree},
     Row{"tail of a log of 10 GB", "of 1 MB", 1.2, seconds, logTail},
     Row{"stamper on a growing log, processor time", "cat of the log, processor time", 2, seconds, stamper},
+    Row{"telemetry, 200,000 lines of 8 numbers", "simdjson walking the same bytes", 3, seconds, telemetryWalk},
+    Row{"telemetry, the same lines", "at 150 MB/s", 1, seconds, telemetryRate},
+    Row{"telemetry, the same lines once more", "wc -l", 0, seconds, telemetryLinesCounted},
+    Row{"telemetry, one new line behind 100,000", "behind 10", 1.2, seconds, telemetryNewLine},
+    Row{"telemetry, memory of the same lines", "doubles and 32-bit numbers", telemetryBytes / 2, bytes,
+        telemetryMemory},
     Row{"first look of wait_for_runs, 100,000 runs", "10 runs", 0, seconds, firstLook},
     Row{"count of runs in flight at a launch, 100,000 runs", "10 runs", 0, seconds, runsOfAllProjects},
     Row{"a run by its number, 100,000 runs", "10 runs", 0, seconds, runByNumber},

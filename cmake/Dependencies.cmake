@@ -44,4 +44,5 @@ if(VELTRY_TESTS)
 endif()
 if(VELTRY_BENCHES)
     find_package(benchmark REQUIRED)
+    find_package(simdjson REQUIRED) # what the reading of telemetry is measured against
 endif()
