@@ -1,10 +1,12 @@
 #include "ACP/ACPClient/ACPClient.h"
+#include "ACP/JSONRPCConnection/PipeTransport.h"
 #include "FakeAgent.h"
 #include "Platform/Files.h"
 #include "Support/LogLines.h"
 #include "Support/RunOnExecutor.h"
 #include "Support/TemporaryFolder.h"
 
+#include <asio/detached.hpp>
 #include <gmock/gmock.h>
 
 namespace veltry {
@@ -425,6 +427,41 @@ TEST(ACPClient, AnAgentThatExitsFailsWhatWaitsAndWhatComesLater)
         }
     });
     EXPECT_THAT(log.lines, ElementsAre("could not send session/cancel: the agent exited with status 3"));
+}
+
+/// Nothing drains its pipe, so the prompt's line waits on the transport's thread.
+TEST(ACPClient, AnAgentThatNeverReadsHoldsUpNobody)
+{
+    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        Pipe input = Pipe::make();
+        Pipe output = Pipe::make();
+        const std::shared_ptr<PipeTransport> transport =
+            PipeTransport::make(executor, std::move(output.reading), std::move(input.writing));
+        const auto agent = std::make_shared<FakeAgent>(executor, transport);
+        std::shared_ptr<ACPClient> client = ACPClient::make(executor, agent, {}, false);
+        asio::co_spawn(executor, outcomeOf(initialize, client), asio::detached);
+        co_await asio::post(executor, asio::use_awaitable);
+        std::string session = "s";
+        std::string text(1'000'000, 'x');
+        asio::awaitable<StopReason> turn = client->prompt(std::move(session), std::move(text));
+        std::string failure;
+        asio::co_spawn(executor, std::move(turn), [&failure](const std::exception_ptr& thrown, const StopReason&) {
+            try {
+                std::rethrow_exception(thrown);
+            } catch (const ConnectionError& error) {
+                failure = error.description();
+            }
+        });
+        co_await asio::post(executor, asio::use_awaitable);
+        agent->exit(9);
+        while (failure.empty())
+            co_await asio::post(executor, asio::use_awaitable);
+        EXPECT_EQ(failure, "the agent exited with status 9");
+        const std::weak_ptr<ACPClient> watched = client;
+        client.reset();
+        while (!watched.expired())
+            co_await asio::post(executor, asio::use_awaitable);
+    });
 }
 
 TEST(ACPClient, AClientThatGoesCancelsItsAsksAndClosesTheAgentsInput)

@@ -11,6 +11,12 @@ namespace veltry::test {
 /// An agent without a process: the test plays it at the far end of a transport, and says when it exits.
 class FakeAgent final : public Agent {
 public:
+    /// Over a transport of the test's own, with no far end here.
+    FakeAgent(const asio::any_io_executor& executor, std::shared_ptr<LineTransport> transport)
+        : executor_(executor), near_(std::move(transport))
+    {
+    }
+
     explicit FakeAgent(const asio::any_io_executor& executor) : executor_(executor)
     {
         MemoryTransport::Pair ends = MemoryTransport::pair(executor);
@@ -48,7 +54,7 @@ public:
 
 private:
     asio::any_io_executor executor_;
-    std::shared_ptr<MemoryTransport> near_;
+    std::shared_ptr<LineTransport> near_;
     std::optional<std::int32_t> status_;
     std::vector<std::shared_ptr<Mailbox<std::int32_t>>> waiters_;
 };
