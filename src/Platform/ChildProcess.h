@@ -79,6 +79,8 @@ bool reapIfEnded(pid_t child) noexcept;
 
 /// Sends SIGTERM to every process of the group that this one leads. One that has ended already is fine.
 void terminateGroup(pid_t leader) noexcept;
+/// The same with SIGKILL.
+void killGroup(pid_t leader) noexcept;
 
 /// A descriptor that becomes readable when that child has ended; it can be waited for with poll(2) and its kind. Throws
 /// SystemError.

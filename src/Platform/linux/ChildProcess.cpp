@@ -212,6 +212,11 @@ void terminateGroup(pid_t leader) noexcept
     ::kill(-leader, SIGTERM);
 }
 
+void killGroup(pid_t leader) noexcept
+{
+    ::kill(-leader, SIGKILL);
+}
+
 FileDescriptor exitEvent(pid_t child)
 {
     // By number, since glibc 2.36 declares pidfd_open without extern "C".

@@ -1,0 +1,250 @@
+#include "ACP/ACPClient/ShellEnvironment.h"
+
+#include "ACP/ACPClient/ShellEnvironmentReader.h"
+#include "ACP/JSONRPCConnection/Mailbox.h"
+#include "Platform/FileDescriptor.h"
+#include "Platform/StandardFolders.h"
+
+#include <asio/co_spawn.hpp>
+#include <asio/detached.hpp>
+#include <asio/posix/stream_descriptor.hpp>
+#include <asio/this_coro.hpp>
+#include <fmt/format.h>
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace veltry::ShellEnvironment {
+
+namespace {
+
+/// The two characters \0 make the shell's printf print a NUL byte.
+std::string command()
+{
+    return fmt::format(
+        R"(printf '\0{}\0'; env -0; printf '{}')", ShellEnvironmentReader::startMarker,
+        ShellEnvironmentReader::endMarker);
+}
+
+/// After the shell's exit its output may still lie in the pipe, or come from a child that it left: this often, and this
+/// long each time, we wait for the end marker.
+constexpr int looksAfterExit = 50;
+constexpr std::chrono::milliseconds pauseAfterExit(10);
+
+/// One run of the shell. Three tasks watch it and keep it alive; the shell may outlive the answer.
+class Probe {
+public:
+    /// Throws ChildProcess::StartFailure and SystemError.
+    static std::shared_ptr<Probe> start(
+        const asio::any_io_executor& executor, const std::filesystem::path& shell, const Environment& environment,
+        std::chrono::seconds timeout);
+    Probe(const Probe&) = delete;
+    Probe& operator=(const Probe&) = delete;
+    ~Probe();
+
+    static asio::awaitable<Environment> answer(std::shared_ptr<Probe> self);
+
+private:
+    /// Why waiting for the shell stopped. The first counts.
+    enum class Ending { read, exited, timedOut };
+
+    Probe(const asio::any_io_executor& executor, FileDescriptor output)
+        : output_(executor, output.release()), timer_(executor), ending_(executor)
+    {
+    }
+
+    static asio::awaitable<void> readOutput(std::shared_ptr<Probe> self);
+    static asio::awaitable<void> watchExit(std::shared_ptr<Probe> self, asio::posix::stream_descriptor exited);
+    static asio::awaitable<void> watchTime(std::shared_ptr<Probe> self);
+    static asio::awaitable<void> waitForTheRest(std::shared_ptr<Probe> self);
+    void closeOutputIfDone();
+
+    asio::posix::stream_descriptor output_;
+    bool outputEnded_ = false;
+    pid_t shell_ = -1;
+    bool running_ = false;
+    bool answered_ = false;
+    asio::steady_timer timer_;
+    Mailbox<Ending> ending_;
+    ShellEnvironmentReader reader_;
+};
+
+std::shared_ptr<Probe> Probe::start(
+    const asio::any_io_executor& executor, const std::filesystem::path& shell, const Environment& environment,
+    std::chrono::seconds timeout)
+{
+    Pipe output = Pipe::make();
+    const std::shared_ptr<Probe> probe(new Probe(executor, std::move(output.reading)));
+    probe->shell_ = ChildProcess::start(
+        {.executable = shell,
+         .arguments = {"-ilc", command()},
+         .environment = environment,
+         .directory = {},
+         .input = ChildProcess::Stream::null(),
+         .output = ChildProcess::Stream::to(output.writing.get()),
+         .error = ChildProcess::Stream::null(),
+         // An interactive shell in a session with a terminal would take that terminal for itself.
+         .group = ChildProcess::Group::ownSession});
+    probe->running_ = true;
+    asio::posix::stream_descriptor exited(executor, ChildProcess::exitEvent(probe->shell_).release());
+    probe->timer_.expires_after(timeout);
+    asio::co_spawn(executor, readOutput(probe), asio::detached);
+    asio::co_spawn(executor, watchExit(probe, std::move(exited)), asio::detached);
+    asio::co_spawn(executor, watchTime(probe), asio::detached);
+    return probe;
+}
+
+Probe::~Probe()
+{
+    if (!running_)
+        return;
+    ChildProcess::killGroup(shell_); // the executor goes first
+    static_cast<void>(ChildProcess::wait(shell_));
+}
+
+asio::awaitable<Environment> Probe::answer(std::shared_ptr<Probe> self)
+{
+    const std::optional<Ending> ending = co_await self->ending_.next();
+    if (ending == Ending::exited)
+        co_await waitForTheRest(self);
+    self->answered_ = true;
+    self->closeOutputIfDone();
+    if (ending == Ending::timedOut && !self->reader_.isComplete())
+        throw Failure(Failure::Kind::timedOut);
+    co_return self->reader_.environment();
+}
+
+asio::awaitable<void> Probe::waitForTheRest(std::shared_ptr<Probe> self)
+{
+    asio::steady_timer pause(self->output_.get_executor());
+    for (int look = 0; look < looksAfterExit && !self->reader_.isComplete() && !self->outputEnded_; ++look) {
+        pause.expires_after(pauseAfterExit);
+        co_await pause.async_wait(asio::use_awaitable);
+    }
+}
+
+/// Reads to the end even when the answer has gone out, so that a shell which goes on printing can end.
+asio::awaitable<void> Probe::readOutput(std::shared_ptr<Probe> self)
+{
+    std::vector<char> buffer(65536);
+    while (true) {
+        asio::error_code failure; // the end of the output is one
+        const std::size_t count = co_await self->output_.async_read_some(
+            asio::buffer(buffer), asio::redirect_error(asio::use_awaitable, failure));
+        if (failure)
+            break;
+        if (self->answered_)
+            continue;
+        self->reader_.add({buffer.data(), count});
+        if (self->reader_.isComplete())
+            self->ending_.push(Ending::read);
+    }
+    self->outputEnded_ = true;
+}
+
+asio::awaitable<void> Probe::watchExit(std::shared_ptr<Probe> self, asio::posix::stream_descriptor exited)
+{
+    co_await exited.async_wait(asio::posix::stream_descriptor::wait_read, asio::use_awaitable);
+    static_cast<void>(ChildProcess::wait(self->shell_));
+    self->running_ = false;
+    self->timer_.cancel();
+    self->ending_.push(Ending::exited);
+    self->closeOutputIfDone();
+}
+
+asio::awaitable<void> Probe::watchTime(std::shared_ptr<Probe> self)
+{
+    asio::error_code cancelled;
+    co_await self->timer_.async_wait(asio::redirect_error(asio::use_awaitable, cancelled));
+    if (!self->running_)
+        co_return;
+    ChildProcess::killGroup(self->shell_);
+    self->ending_.push(Ending::timedOut);
+}
+
+/// A child that the profile left behind may hold the output open for ever.
+void Probe::closeOutputIfDone()
+{
+    asio::error_code ignored;
+    if (answered_ && !running_)
+        output_.close(ignored);
+}
+
+/// The answers of the whole process, by shell and environment.
+struct Cache {
+    std::mutex mutex;
+    std::map<std::string, Environment> answers;
+};
+
+Cache& cache()
+{
+    static Cache instance;
+    return instance;
+}
+
+std::string cacheKey(const std::filesystem::path& shell, const Environment& environment)
+{
+    std::string key = shell;
+    for (const auto& [name, value] : environment)
+        key += fmt::format("{}{}={}", '\0', name, value);
+    return key;
+}
+
+std::optional<Environment> known(const std::string& key)
+{
+    const std::scoped_lock lock(cache().mutex);
+    const auto found = cache().answers.find(key);
+    return found == cache().answers.end() ? std::nullopt : std::optional(found->second);
+}
+
+std::string variable(const Environment& environment, const std::string& name, const std::string& otherwise)
+{
+    const auto found = environment.find(name);
+    return found == environment.end() || found->second.empty() ? otherwise : found->second;
+}
+
+} // namespace
+
+std::string Failure::description() const
+{
+    switch (kind) {
+    case Kind::timedOut:
+        return "the login shell did not start up in time";
+    case Kind::unreadable:
+        break;
+    }
+    return "the login shell did not tell its environment";
+}
+
+asio::awaitable<Environment> resolve(
+    std::filesystem::path shell, Environment environment, std::chrono::nanoseconds timeout)
+{
+    const std::string key = cacheKey(shell, environment);
+    if (std::optional<Environment> answer = known(key))
+        co_return std::move(*answer);
+
+    const asio::any_io_executor executor = co_await asio::this_coro::executor;
+    const auto wholeSeconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
+    const std::shared_ptr<Probe> probe = Probe::start(executor, shell, environment, wholeSeconds);
+    Environment answer = co_await Probe::answer(probe);
+    const std::scoped_lock lock(cache().mutex);
+    cache().answers.insert_or_assign(key, answer);
+    co_return answer;
+}
+
+void forget()
+{
+    const std::scoped_lock lock(cache().mutex);
+    cache().answers.clear();
+}
+
+Environment fallback(Environment environment)
+{
+    const std::string home = variable(environment, "HOME", StandardFolders::home());
+    const std::string path = variable(environment, "PATH", "/usr/bin:/bin");
+    environment["PATH"] = fmt::format("/opt/homebrew/bin:/usr/local/bin:{}/.local/bin:{}", home, path);
+    return environment;
+}
+
+} // namespace veltry::ShellEnvironment
