@@ -4,6 +4,7 @@
 
 #include <utf8proc.h>
 
+#include <algorithm>
 #include <charconv>
 
 namespace veltry::text {
@@ -11,6 +12,7 @@ namespace veltry::text {
 namespace {
 
 constexpr char32_t replacement = 0xFFFD;
+constexpr char32_t zeroWidthJoiner = 0x200D; // binds what is shown as one sign
 constexpr std::string_view replacementBytes = "\xEF\xBF\xBD";
 
 struct Decoded {
@@ -73,6 +75,54 @@ utf8proc_category_t category(char32_t scalar)
 {
     return utf8proc_category(static_cast<utf8proc_int32_t>(scalar));
 }
+
+/// Also marks of writing direction, which can turn a line around.
+bool isControl(char32_t scalar)
+{
+    const utf8proc_category_t kind = category(scalar);
+    return kind == UTF8PROC_CATEGORY_CC || kind == UTF8PROC_CATEGORY_CF;
+}
+
+/// Walks the characters of a text as a reader counts them: extended grapheme clusters.
+class Characters {
+public:
+    explicit Characters(std::string_view text) : text_(text) {}
+
+    /// On to the next one; false if there is none.
+    bool next()
+    {
+        if (end_ == text_.size())
+            return false;
+        Decoded scalar = decode(text_.substr(end_));
+        end_ += scalar.length;
+        width_ = widthOf(scalar.scalar);
+        while (end_ < text_.size()) {
+            const Decoded following = decode(text_.substr(end_));
+            if (utf8proc_grapheme_break_stateful(
+                    static_cast<utf8proc_int32_t>(scalar.scalar), static_cast<utf8proc_int32_t>(following.scalar),
+                    &state_))
+                break;
+            scalar = following;
+            end_ += scalar.length;
+            width_ = std::max(width_, widthOf(scalar.scalar));
+        }
+        return true;
+    }
+
+    [[nodiscard]] std::size_t end() const { return end_; }     ///< in bytes, of the character that next() went to
+    [[nodiscard]] std::size_t width() const { return width_; } ///< in columns of a terminal
+
+private:
+    static std::size_t widthOf(char32_t scalar)
+    {
+        return static_cast<std::size_t>(std::max(0, utf8proc_charwidth(static_cast<utf8proc_int32_t>(scalar))));
+    }
+
+    std::string_view text_;
+    std::size_t end_ = 0;
+    std::size_t width_ = 0;
+    utf8proc_int32_t state_ = 0;
+};
 
 bool isNewline(char32_t scalar)
 {
@@ -220,20 +270,38 @@ std::string_view firstCharacters(std::string_view text, std::size_t count)
 {
     if (text.size() <= count)
         return text;
-    utf8proc_int32_t state = 0;
-    char32_t previous = 0;
-    std::size_t characters = 0;
-    for (std::size_t index = 0; index < text.size();) {
-        const Decoded next = decode(text.substr(index));
-        const bool begins = index == 0 || utf8proc_grapheme_break_stateful(
-                                              static_cast<utf8proc_int32_t>(previous),
-                                              static_cast<utf8proc_int32_t>(next.scalar), &state);
-        if (begins && characters++ == count)
-            return text.substr(0, index);
-        previous = next.scalar;
-        index += next.length;
+    Characters characters(text);
+    while (count > 0 && characters.next())
+        --count;
+    return text.substr(0, characters.end());
+}
+
+std::size_t columns(std::string_view text)
+{
+    std::size_t columns = 0;
+    for (Characters characters(text); characters.next();)
+        columns += characters.width();
+    return columns;
+}
+
+std::string_view firstColumns(std::string_view text, std::size_t count)
+{
+    std::size_t end = 0;
+    for (Characters characters(text); characters.next() && characters.width() <= count; end = characters.end())
+        count -= characters.width();
+    return text.substr(0, end);
+}
+
+std::string oneLine(std::string_view text)
+{
+    std::u32string line = scalars(text);
+    for (char32_t& scalar : line) {
+        if (isWhiteSpace(scalar))
+            scalar = ' ';
+        else if (isControl(scalar) && scalar != zeroWidthJoiner)
+            scalar = replacement;
     }
-    return text;
+    return fromScalars(line);
 }
 
 std::vector<std::string_view> split(std::string_view text, char separator)

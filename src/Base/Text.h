@@ -40,6 +40,13 @@ namespace veltry::text {
 /// The first `count` characters as a reader counts them (extended grapheme clusters); the whole text if it has fewer.
 [[nodiscard]] std::string_view firstCharacters(std::string_view text, std::size_t count);
 
+/// How many columns of a terminal the text takes: two for a wide character, none for a combining mark.
+[[nodiscard]] std::size_t columns(std::string_view text);
+/// The longest start that takes at most `count` columns and ends between characters.
+[[nodiscard]] std::string_view firstColumns(std::string_view text, std::size_t count);
+/// On one line and harmless on a terminal: white space of any kind as a blank, other control characters as U+FFFD.
+[[nodiscard]] std::string oneLine(std::string_view text);
+
 /// Pieces between separators, empty ones kept: a text without a separator is one piece.
 [[nodiscard]] std::vector<std::string_view> split(std::string_view text, char separator);
 [[nodiscard]] std::string joined(std::span<const std::string> pieces, std::string_view separator);

@@ -1,13 +1,17 @@
 #include "Host/HostCommand.h"
 
 #include "Base/Error.h"
-#include "Host/Init.h"
+#include "Base/Text.h"
+#include "Host/CommandTable.h"
+#include "Host/Context.h"
+#include "Host/Nearest.h"
+#include "Host/Terminal/Interruption.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
-#include <algorithm>
 #include <csignal>
-#include <iostream>
+#include <map>
 
 namespace veltry::HostCommand {
 
@@ -16,51 +20,166 @@ namespace {
 constexpr int failure = 1;
 constexpr int usageError = 2;
 
-/// Declares `init` and binds its options.
-void addInit(CLI::App& app, Init::Options& options)
+/// The parser of one command, with where it puts what it reads.
+struct Parser {
+    CLI::App* app = nullptr;
+    std::map<std::string, std::vector<std::string>, std::less<>> values;
+};
+
+void declare(Parser& parser, const Option& option)
 {
-    CLI::App* init = app.add_subcommand(
-        "init", "Register a folder's git repository as a project, and print what an MCP client needs to attach to it");
-    init->add_option("FOLDER", options.folder, "A folder of the repository; the project is the repository's top")
-        ->capture_default_str();
-    init->add_option("--name", options.name, "The project's name; the folder's own by default");
-    init->add_option("--db", options.database, "The store to register it in, in place of the default one");
-    init->footer("Example:\n  veltry init ~/code/digits --name Digits");
-    init->callback([&options] { Init::run(options, std::cout, std::cerr); });
+    std::vector<std::string>& values = parser.values[std::string(option.name())];
+    const std::string help(option.help);
+    if (option.isFlag()) {
+        parser.app->add_flag_callback(std::string(option.names), [&values] { values = {""}; }, help);
+        return;
+    }
+    CLI::Option* declared = parser.app->add_option(std::string(option.names), values, help);
+    declared->type_name(std::string(option.value));
+    const bool isMany = option.count == Option::Count::many || option.count == Option::Count::oneOrMore;
+    if (!isMany)
+        declared->expected(1);
+    if (!option.isArgument()) // of one that may stand once the last counts; one that may stand often has one value each
+        declared->expected(1)->multi_option_policy(
+            isMany ? CLI::MultiOptionPolicy::TakeAll : CLI::MultiOptionPolicy::TakeLast);
+    if (option.count == Option::Count::required || option.count == Option::Count::oneOrMore)
+        declared->required();
+    if (!option.choices.empty()) {
+        std::vector<std::string> choices;
+        for (const std::string_view choice : text::split(option.choices, ' '))
+            choices.emplace_back(choice);
+        declared->check(CLI::IsMember(choices));
+    }
+}
+
+/// The command line's grammar, made from the table.
+class Grammar {
+public:
+    Grammar()
+    {
+        app_.set_version_flag("--version", "veltry " VELTRY_VERSION);
+        app_.require_subcommand(1);
+        for (const Command& command : CommandTable::commands())
+            add(command);
+    }
+
+    CLI::App& app() { return app_; }
+
+    /// The command that was parsed, and what it was given.
+    std::pair<const Command*, Arguments> parsed()
+    {
+        const CLI::App* last = &app_;
+        std::string name;
+        while (!last->get_subcommands().empty()) {
+            last = last->get_subcommands().front();
+            name += (name.empty() ? "" : " ") + last->get_name();
+        }
+        Arguments arguments;
+        for (auto& [option, values] : parsers_.at(name).values)
+            if (!values.empty())
+                arguments.add(option, std::move(values));
+        return {CommandTable::find(name), std::move(arguments)};
+    }
+
+private:
+    void add(const Command& command)
+    {
+        CLI::App* parent = &app_;
+        std::string word(command.name);
+        if (const std::size_t blank = word.find(' '); blank != std::string::npos) {
+            parent = group(word.substr(0, blank));
+            word = word.substr(blank + 1);
+        }
+        Parser& parser = parsers_[std::string(command.name)];
+        parser.app = parent->add_subcommand(word, std::string(command.summary));
+        groups_.emplace(command.name, parser.app); // `papers` lists, `papers show` is another command
+        for (const Option& option : command.options)
+            declare(parser, option);
+        for (const Option& option : CommandTable::commonOptions(command))
+            declare(parser, option);
+        if (!command.example.empty())
+            parser.app->footer("Example:\n  " + text::replacingAll(command.example, "\n", "\n  "));
+    }
+
+    CLI::App* group(const std::string& name)
+    {
+        CLI::App*& there = groups_[name];
+        if (!there) {
+            const auto known = std::ranges::find(CommandTable::groups(), name, &CommandTable::Group::name);
+            there = app_.add_subcommand(name, std::string(known->summary));
+            there->require_subcommand(1);
+        }
+        return there;
+    }
+
+    CLI::App app_{"The host at the terminal for experiments that coding agents plan, run and compare.", "veltry"};
+    std::map<std::string, Parser> parsers_;
+    std::map<std::string, CLI::App*> groups_; // by their names
+};
+
+/// What CLI11 would only call a missing command.
+void checkCommand(const std::vector<std::string>& arguments)
+{
+    if (arguments.size() < 2)
+        throw UsageError("Which command? veltry --help lists them.");
+    const std::string& given = arguments[1];
+    std::vector<std::string> known;
+    for (const Command& command : CommandTable::commands())
+        known.emplace_back(command.name.substr(0, command.name.find(' ')));
+    if (!given.starts_with('-') && std::ranges::find(known, given) == known.end())
+        throw UsageError(
+            fmt::format("There is no command {}.{} veltry --help lists them.", given, didYouMean(given, known)));
 }
 
 /// In one line, as every error is told.
-std::string oneLine(std::string text)
+int told(const Terminal& notes, const std::string& what, int status)
 {
-    while (text.ends_with('\n'))
-        text.pop_back();
-    std::ranges::replace(text, '\n', ' ');
-    return text;
+    try {
+        notes.write(fmt::format("veltry: {}\n", text::oneLine(text::trimmed(what))));
+    } catch (...) { // nobody is left to tell
+    }
+    return status;
+}
+
+int run(const std::vector<std::string>& arguments, const Terminal& out, const Terminal& notes)
+{
+    checkCommand(arguments);
+    Grammar grammar;
+    try {
+        std::vector<std::string> words(arguments.rbegin(), arguments.rend()); // CLI11 takes them from the back
+        if (!words.empty())
+            words.pop_back();
+        grammar.app().parse(words);
+    } catch (const CLI::Success& asked) { // --help, --version
+        std::ostringstream text;
+        grammar.app().exit(asked, text, text);
+        out.write(text.str());
+        return 0;
+    } catch (const CLI::ParseError& error) {
+        throw UsageError(fmt::format("{}. Try veltry {} --help.", text::trimmed(error.what()), arguments[1]));
+    }
+    const auto [command, given] = grammar.parsed();
+    Context context(
+        {.database = given.text("--db"), .project = given.text("--project"), .json = given.has("--json")}, out, notes);
+    command->run(context, given);
+    return 0;
 }
 
 } // namespace
 
 int main(const std::vector<std::string>& arguments)
 {
-    std::signal(SIGPIPE, SIG_IGN); // `veltry ... | head` ends with a failed write
-    CLI::App app("The host at the terminal for experiments that coding agents plan, run and compare.", "veltry");
-    app.require_subcommand(1);
-    Init::Options init;
-    addInit(app, init);
+    std::signal(SIGPIPE, SIG_IGN); // `veltry … | head` ends with a failed write
+    Interruption::install();
+    const Terminal notes = Terminal::standardError();
     try {
-        std::vector<std::string> words(arguments.rbegin(), arguments.rend()); // CLI11 takes them from the back
-        if (!words.empty())
-            words.pop_back();
-        app.parse(words);
+        return run(arguments, Terminal::standardOutput(), notes);
+    } catch (const Terminal::Closed&) {
         return 0;
-    } catch (const CLI::Success& asked) { // --help
-        return app.exit(asked, std::cout, std::cerr);
-    } catch (const CLI::ParseError& error) {
-        std::cerr << "veltry: " << oneLine(error.what()) << " Try veltry --help.\n";
-        return usageError;
+    } catch (const UsageError& error) {
+        return told(notes, error.description(), usageError);
     } catch (const std::exception& error) {
-        std::cerr << "veltry: " << oneLine(describe(error)) << '\n';
-        return failure;
+        return told(notes, describe(error), failure);
     }
 }
 

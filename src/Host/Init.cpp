@@ -3,14 +3,13 @@
 #include "Config/VeltrySettings.h"
 #include "Experiments/Git.h"
 #include "Experiments/Lab.h"
+#include "Host/Context.h"
 #include "Platform/Files.h"
-#include "Platform/ProcessFacts.h"
 #include "Projects/ProjectStore.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <ostream>
 
 namespace veltry::Init {
 
@@ -33,7 +32,7 @@ std::filesystem::path existingFolder(const std::filesystem::path& folder)
 }
 
 /// The worktrees of the nodes lie below the repository's top, so that is the project's folder.
-std::filesystem::path repositoryTop(const std::filesystem::path& folder, std::ostream& notes)
+std::filesystem::path repositoryTop(const std::filesystem::path& folder, const Context& context)
 {
     const std::optional<std::filesystem::path> top = Git(folder).topLevel();
     if (!top)
@@ -46,31 +45,33 @@ std::filesystem::path repositoryTop(const std::filesystem::path& folder, std::os
         throw Refusal(
             fmt::format("{} is the worktree of an experiment. Its project is {}.", path, path.substr(0, node)));
     if (*top != folder)
-        notes << fmt::format(
-            "{} lies in the repository {}, whose top is the project's folder.\n", folder.string(), path);
+        context.note(
+            fmt::format("{} lies in the repository {}, whose top is the project's folder.", folder.string(), path));
     return *top;
 }
 
 Project findOrCreate(
-    ProjectStore& store, const std::filesystem::path& top, const std::optional<std::string>& name, std::ostream& notes)
+    ProjectStore& store, const std::filesystem::path& top, const std::optional<std::string>& name,
+    const Context& context)
 {
     for (Project& project : store.projects())
         if (!project.folders.empty() && project.folders.front() == top) {
-            notes << fmt::format("{} is registered already, as the project {}.\n", top.string(), project.name);
+            context.note(fmt::format("{} is registered already, as the project {}.", top.string(), project.name));
             return std::move(project);
         }
     Project project = store.createProject(name.value_or(""), {top});
-    notes << fmt::format("Registered {} as the project {} in {}.\n", top.string(), project.name, store.path().string());
+    context.note(
+        fmt::format("Registered {} as the project {} in {}.", top.string(), project.name, store.path().string()));
     return project;
 }
 
-std::filesystem::path settingsFile(std::ostream& notes)
+std::filesystem::path settingsFile(const Context& context)
 {
-    const std::filesystem::path path = std::filesystem::absolute(VeltrySettings::defaultPath());
+    const std::filesystem::path path = Context::settingsPath();
     if (!Files::exists(path)) {
         Files::createFolders(path.parent_path());
         Files::writeAtomically(path, VeltrySettings::templateText(VeltrySettings()));
-        notes << fmt::format("Wrote the settings to {}.\n", path.string());
+        context.note(fmt::format("Wrote the settings to {}.", path.string()));
     }
     return path;
 }
@@ -88,31 +89,29 @@ JSONValue clientConfiguration(
     const ProjectStore& store, const Project& project, const Conversation& conversation,
     const std::filesystem::path& settings)
 {
-    const std::filesystem::path tools = ProcessFacts::executable().parent_path() / "veltry-tools";
     const JSONValue arguments = JSONValue::array(
         {"mcp", "--db", store.path().string(), "--project", project.id.text(), "--runs", Lab::defaultRuns().string(),
          "--settings", settings.string(), "--conversation", conversation.id.text()});
-    const JSONValue server = JSONValue::object({{"command", tools.string()}, {"args", arguments}});
+    const JSONValue server = JSONValue::object({{"command", Context::tools().string()}, {"args", arguments}});
     return JSONValue::object({{"mcpServers", JSONValue::object({{"veltry", server}})}});
 }
 
 } // namespace
 
-void run(const Options& options, std::ostream& out, std::ostream& notes)
+void run(Context& context, const Options& options)
 {
-    const std::filesystem::path top = repositoryTop(existingFolder(options.folder), notes);
+    const std::filesystem::path top = repositoryTop(existingFolder(options.folder), context);
     if (!Git(top).resolve("HEAD"))
-        notes << fmt::format(
+        context.note(fmt::format(
             "{} has no commit yet. Commit the project's code before the first experiment: git add --all && git "
-            "commit.\n",
-            top.string());
-    ProjectStore store(options.database.value_or(ProjectStore::defaultPath()));
-    const Project project = findOrCreate(store, top, options.name, notes);
-    const std::filesystem::path settings = settingsFile(notes);
-    const Conversation conversation =
-        findOrCreateConversation(store, project, VeltrySettings::load(settings).defaultAgent);
-    notes << "Give this to your MCP client:\n";
-    out << clientConfiguration(store, project, conversation, settings).prettyText() << '\n';
+            "commit.",
+            top.string()));
+    ProjectStore& store = *context.storeMadeIfMissing();
+    const Project project = findOrCreate(store, top, options.name, context);
+    const std::filesystem::path settings = settingsFile(context);
+    const Conversation conversation = findOrCreateConversation(store, project, Context::settings().defaultAgent);
+    context.note("Give this to your MCP client:");
+    context.printJSON(clientConfiguration(store, project, conversation, settings));
 }
 
 } // namespace veltry::Init

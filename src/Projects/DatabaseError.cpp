@@ -2,11 +2,23 @@
 
 #include <fmt/format.h>
 
+#include <sqlite3.h>
+
 namespace veltry {
 
 DatabaseError::DatabaseError(int code, std::string what, std::string statement, std::vector<Argument> bound)
     : extendedCode(code), message(std::move(what)), sql(std::move(statement)), arguments(std::move(bound))
 {
+}
+
+bool DatabaseError::isDamage() const noexcept
+{
+    return primaryCode() == SQLITE_NOTADB || primaryCode() == SQLITE_CORRUPT;
+}
+
+bool DatabaseError::isBusy() const noexcept
+{
+    return primaryCode() == SQLITE_BUSY || primaryCode() == SQLITE_LOCKED;
 }
 
 std::string DatabaseError::description() const

@@ -20,6 +20,11 @@ struct DatabaseError : Error {
     /// SQLite's primary result code: the low 8 bits of the extended one.
     [[nodiscard]] int primaryCode() const noexcept { return extendedCode & 0xFF; }
 
+    /// The file is no store, or not a whole one.
+    [[nodiscard]] bool isDamage() const noexcept;
+    /// Others were writing for longer than a write waits.
+    [[nodiscard]] bool isBusy() const noexcept;
+
     /// "SQLite error 5: database is locked", and behind it " - while executing `<sql>`" if there is SQL. The arguments
     /// are left out, since they may be long and are the user's own.
     [[nodiscard]] std::string description() const override;

@@ -34,11 +34,6 @@ Path madeAbsolute(const Path& file)
     return result;
 }
 
-bool isUnreadable(const DatabaseError& failure)
-{
-    return failure.primaryCode() == SQLITE_NOTADB || failure.primaryCode() == SQLITE_CORRUPT;
-}
-
 /// The WAL as it stood before an opening, for as long as the opening lasts: one that fails may leave less behind.
 class WALSnapshot {
 public:
@@ -140,13 +135,22 @@ ProjectStore::Opened ProjectStore::openOrReplace(const Path& file)
     try {
         return {.store = std::make_shared<ProjectStore>(store), .movedAside = std::nullopt};
     } catch (const DatabaseError& failure) {
-        if (!isUnreadable(failure))
+        if (!failure.isDamage())
             throw;
         SystemLog::write(
             SystemLog::Level::error, "store", "the database is unreadable, moving it aside: " + failure.description());
     }
     Path aside = moveAside(store, snapshot);
     return {.store = std::make_shared<ProjectStore>(store), .movedAside = std::move(aside)};
+}
+
+std::int64_t ProjectStore::dataVersion() const
+{
+    return database_->read([](Connection& connection) {
+        Statement row = connection.query("PRAGMA data_version");
+        row.step();
+        return row.integer(0);
+    });
 }
 
 } // namespace veltry

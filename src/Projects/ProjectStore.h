@@ -86,6 +86,10 @@ public:
     /// Absolute.
     [[nodiscard]] const std::filesystem::path& path() const { return path_; }
 
+    /// A number that is another one after any other process or connection has committed to the store. Costs a look at
+    /// the file's header. Not to be compared across handles.
+    [[nodiscard]] std::int64_t dataVersion() const;
+
     // Projects. Folders are made absolute and free of ".", ".." and doubled separators.
 
     /// The oldest first, each with its folders in order.

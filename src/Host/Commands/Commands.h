@@ -1,0 +1,21 @@
+#pragma once
+
+#include "Host/Command.h"
+
+#include <span>
+#include <vector>
+
+/// The families of commands; each has a source of its own here, which holds its rows and what they do.
+namespace veltry::Commands {
+
+using Family = std::span<const Command>;
+
+[[nodiscard]] Family projectCommands(); ///< init, projects, project …
+
+/// All of them, in the order in which they are shown.
+[[nodiscard]] inline std::vector<Family> families()
+{
+    return {projectCommands()};
+}
+
+} // namespace veltry::Commands

@@ -1,0 +1,204 @@
+#include "Host/Context.h"
+
+#include "Base/Text.h"
+#include "Host/Nearest.h"
+#include "Platform/Files.h"
+#include "Platform/ProcessFacts.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace veltry {
+
+namespace {
+
+constexpr std::size_t shortestIDStart = 4;
+
+/// Whether `given` is the id or a start of it, long enough to mean something.
+bool names(std::string_view given, const UUID& id)
+{
+    return given.size() >= shortestIDStart && text::lowercased(id.text()).starts_with(text::lowercased(given));
+}
+
+[[noreturn]] void refuseStore(const std::filesystem::path& path, const DatabaseError& error)
+{
+    if (error.isDamage())
+        throw Refusal(fmt::format(
+            "The store {} is damaged: {}. Nothing was changed; veltry doctor says more and offers to set it aside.",
+            path.string(), error.message));
+    if (error.isBusy())
+        throw Refusal(fmt::format(
+            "The store {} is busy: another program has been writing to it for ten seconds. Try again.", path.string()));
+    throw Refusal(fmt::format(
+        "The store {} can't be opened: {}. Is the path right, and may you write there?", path.string(), error.message));
+}
+
+std::shared_ptr<ProjectStore> opened(const std::filesystem::path& path)
+{
+    try {
+        return std::make_shared<ProjectStore>(path);
+    } catch (const DatabaseError& error) {
+        refuseStore(path, error);
+    } catch (const ProjectStoreError& error) {
+        throw Refusal(fmt::format(
+            "The store {} was made by a newer Veltry than this one, {}. Nothing was changed; use the newer program.",
+            path.string(), VELTRY_VERSION));
+    }
+}
+
+bool holds(const std::filesystem::path& folder, const std::filesystem::path& inner)
+{
+    return std::ranges::mismatch(folder, inner).in1 == folder.end();
+}
+
+const Project& projectNamed(const std::vector<Project>& projects, std::string_view given)
+{
+    std::vector<const Project*> found;
+    std::vector<std::string> known;
+    for (const Project& project : projects) {
+        known.push_back(project.name);
+        if (project.name == given || names(given, project.id))
+            found.push_back(&project);
+    }
+    if (found.empty())
+        throw Refusal(
+            fmt::format("There is no project \"{}\".{} veltry projects lists them.", given, didYouMean(given, known)));
+    if (found.size() > 1)
+        throw Refusal(fmt::format(
+            "{} projects go by \"{}\". Name one by its id, which veltry projects shows.", found.size(), given));
+    return *found.front();
+}
+
+/// The innermost, where one project's folder lies in another's.
+const Project& projectAround(const std::vector<Project>& projects, const std::filesystem::path& directory)
+{
+    const Project* found = nullptr;
+    std::size_t longest = 0;
+    for (const Project& project : projects)
+        for (const std::filesystem::path& folder : project.folders)
+            if (folder.native().size() >= longest && holds(folder, directory)) {
+                found = &project;
+                longest = folder.native().size();
+            }
+    if (!found)
+        throw Refusal(fmt::format(
+            "No project's folder holds {}. Go to one, name it with --project, or register this one: veltry init.",
+            directory.string()));
+    return *found;
+}
+
+} // namespace
+
+void Context::printJSON(const JSONValue& document) const
+{
+    out_.write(document.prettyText() + "\n");
+}
+
+void Context::note(std::string_view line) const
+{
+    notes_.write(std::string(line) + "\n");
+}
+
+std::filesystem::path Context::storePath() const
+{
+    return common_.database ? std::filesystem::absolute(*common_.database) : ProjectStore::defaultPath();
+}
+
+const std::shared_ptr<ProjectStore>& Context::store()
+{
+    if (!store_ && !Files::exists(storePath()))
+        throw Refusal(fmt::format(
+            "There is no store {} yet. veltry init, in the folder of your code, makes it.", storePath().string()));
+    return storeMadeIfMissing();
+}
+
+const std::shared_ptr<ProjectStore>& Context::storeMadeIfMissing()
+{
+    if (!store_)
+        store_ = opened(storePath());
+    return store_;
+}
+
+const Project& Context::project()
+{
+    if (!project_) {
+        const std::vector<Project> projects = store()->projects();
+        project_ = common_.project ? projectNamed(projects, *common_.project)
+                                   : projectAround(projects, std::filesystem::current_path());
+    }
+    return *project_;
+}
+
+const Lab& Context::lab()
+{
+    if (!lab_) {
+        const Project& mine = project();
+        if (mine.folders.empty())
+            throw Refusal(
+                fmt::format("The project {} has no folder. Add its repository: veltry project add-folder.", mine.name));
+        if (!Files::isFolder(mine.folders.front()))
+            throw Refusal(fmt::format(
+                "The folder of the project {}, {}, is gone. Move it back; or register it where it is now: veltry init.",
+                mine.name, mine.folders.front().string()));
+        lab_.emplace(store(), mine, Lab::defaultRuns(), tools());
+    }
+    return *lab_;
+}
+
+Experiment Context::node(std::string_view given)
+{
+    if (given.starts_with('#'))
+        return store()->experiment(run(given).experimentID).value();
+    const std::vector<Experiment> all = store()->experiments(project().id);
+    std::vector<std::string> known;
+    std::vector<const Experiment*> found;
+    for (const Experiment& node : all) {
+        known.push_back(node.slug);
+        if (node.slug == given || node.branch == given || node.id.text() == given)
+            return node;
+        if (text::lowercased(node.title) == text::lowercased(given) || names(given, node.id))
+            found.push_back(&node);
+    }
+    if (found.size() == 1)
+        return *found.front();
+    if (found.size() > 1)
+        throw Refusal(fmt::format(
+            "{} nodes go by \"{}\". Name one by the end of its branch: {}, {}.", found.size(), given, found[0]->slug,
+            found[1]->slug));
+    throw Refusal(fmt::format("There is no node \"{}\".{} veltry tree lists them.", given, didYouMean(given, known)));
+}
+
+Run Context::run(std::string_view given)
+{
+    const std::string_view name = given.starts_with('#') ? given.substr(1) : given;
+    std::optional<Run> found;
+    if (const std::optional<std::int64_t> number = text::integer(name))
+        found = store()->run(*number, project().id);
+    if (const std::optional<UUID> id = UUID::parse(name); id && !found)
+        found = store()->run(*id);
+    if (found && found->projectID == project().id)
+        return std::move(*found);
+    if (name.size() >= shortestIDStart)
+        for (Run& run : store()->runs(project().id))
+            if (names(name, run.id))
+                return std::move(run);
+    throw Refusal(fmt::format("There is no run \"{}\". veltry list shows the runs with their numbers.", given));
+}
+
+std::filesystem::path Context::settingsPath()
+{
+    return std::filesystem::absolute(VeltrySettings::defaultPath());
+}
+
+VeltrySettings Context::settings()
+{
+    return VeltrySettings::load(settingsPath());
+}
+
+std::filesystem::path Context::tools()
+{
+    return ProcessFacts::executable().parent_path() / "veltry-tools";
+}
+
+} // namespace veltry

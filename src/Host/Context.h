@@ -1,0 +1,75 @@
+#pragma once
+
+#include "Base/JSONValue.h"
+#include "Config/VeltrySettings.h"
+#include "Experiments/Lab.h"
+#include "Host/Command.h"
+#include "Host/Refusal.h"
+#include "Host/Terminal/Terminal.h"
+#include "Projects/ProjectStore.h"
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace veltry {
+
+/// What a command works with: the common options, what they name, and where its words go. Everything is looked up when
+/// it is first asked for. Used by the main thread.
+class Context {
+public:
+    /// The values of --db, --project and --json.
+    struct Common {
+        std::optional<std::filesystem::path> database;
+        std::optional<std::string> project;
+        bool json = false;
+    };
+
+    Context(Common common, Terminal out, Terminal notes) : common_(std::move(common)), out_(out), notes_(notes) {}
+
+    /// Whether the command is to write JSON and nothing else.
+    [[nodiscard]] bool json() const { return common_.json; }
+    [[nodiscard]] const Terminal& out() const { return out_; }     ///< standard output
+    [[nodiscard]] const Terminal& notes() const { return notes_; } ///< standard error
+    void print(std::string_view text) const { out_.write(text); }
+    /// For --json: the document on several lines.
+    void printJSON(const JSONValue& document) const;
+    /// A line on standard error: what was done, apart from what was asked for.
+    void note(std::string_view line) const;
+
+    [[nodiscard]] std::filesystem::path storePath() const;
+    /// Throws Refusal if there is no store, or one that is damaged, newer than this program or busy.
+    [[nodiscard]] const std::shared_ptr<ProjectStore>& store();
+    /// The same, but one that isn't there is made: for `init` and `new`.
+    [[nodiscard]] const std::shared_ptr<ProjectStore>& storeMadeIfMissing();
+    /// The one that --project names by its name or id, else the one with a folder that holds the current directory.
+    /// Throws Refusal with the names that are near.
+    [[nodiscard]] const Project& project();
+    /// Throws Refusal as project() does, and if the project's repository isn't there any more.
+    [[nodiscard]] const Lab& lab();
+
+    /// The node of the project by its id or the start of one, its slug, its branch or its title; by "#3" the node of a
+    /// run. Throws Refusal with the names that are near.
+    [[nodiscard]] Experiment node(std::string_view given);
+    /// The run of the project by its number, with or without "#", or by its id or the start of one. Throws Refusal.
+    [[nodiscard]] Run run(std::string_view given);
+
+    [[nodiscard]] static std::filesystem::path settingsPath();
+    /// The defaults where the file isn't there or can't be read.
+    [[nodiscard]] static VeltrySettings settings();
+    /// The `veltry-tools` beside this program.
+    [[nodiscard]] static std::filesystem::path tools();
+
+private:
+    Common common_;
+    Terminal out_;
+    Terminal notes_;
+    std::shared_ptr<ProjectStore> store_;
+    std::optional<Project> project_;
+    std::optional<Lab> lab_;
+};
+
+} // namespace veltry

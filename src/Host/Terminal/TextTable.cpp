@@ -1,0 +1,85 @@
+#include "Host/Terminal/TextTable.h"
+
+#include "Base/Text.h"
+
+#include <algorithm>
+#include <numeric>
+
+namespace veltry {
+
+namespace {
+
+constexpr std::size_t gap = 2;
+constexpr std::size_t narrowest = 4; // of a column that is cut
+
+std::string padded(std::string text, std::size_t width, bool toTheRight)
+{
+    const std::size_t taken = text::columns(text);
+    const std::string blanks(width > taken ? width - taken : 0, ' ');
+    return toTheRight ? blanks + text : text + blanks;
+}
+
+} // namespace
+
+std::string fitted(std::string_view text, std::size_t columns, const Terminal& terminal)
+{
+    if (text::columns(text) <= columns)
+        return std::string(text);
+    const std::string_view mark = terminal.isUTF8() ? "…" : "...";
+    if (columns <= text::columns(mark))
+        return std::string(text::firstColumns(text, columns));
+    return std::string(text::firstColumns(text, columns - text::columns(mark))).append(mark);
+}
+
+std::vector<std::size_t> TextTable::widths(const Terminal& terminal) const
+{
+    std::vector<std::size_t> widths;
+    for (const Column& column : columns_)
+        widths.push_back(text::columns(column.heading));
+    for (const std::vector<Cell>& row : rows_)
+        for (std::size_t index = 0; index < row.size(); ++index)
+            widths[index] = std::max(widths[index], text::columns(text::oneLine(row[index].text)));
+    const std::optional<Terminal::Size> size = terminal.size();
+    if (!size)
+        return widths;
+    std::size_t total = std::accumulate(widths.begin(), widths.end(), gap * (widths.size() - 1));
+    const auto give = [&](std::size_t index) {
+        const std::size_t most = widths[index] > narrowest ? widths[index] - narrowest : 0;
+        const std::size_t given = std::min(most, total > size->columns ? total - size->columns : 0);
+        widths[index] -= given;
+        total -= given;
+    };
+    for (std::size_t index = columns_.size(); index-- > 0;)
+        if (columns_[index].mayBeCut)
+            give(index);
+    for (std::size_t index = columns_.size(); index-- > 0;)
+        give(index);
+    return widths;
+}
+
+std::string TextTable::text(const Terminal& terminal) const
+{
+    const std::vector<std::size_t> width = widths(terminal);
+    std::string text;
+    const auto addLine = [&](const auto& cellAt, std::size_t cells) {
+        std::string line;
+        for (std::size_t index = 0; index < cells; ++index) {
+            const Cell cell = cellAt(index);
+            std::string shown = fitted(text::oneLine(cell.text), width[index], terminal);
+            const bool isLast = index + 1 == cells;
+            if (!isLast || columns_[index].toTheRight)
+                shown = padded(std::move(shown), width[index], columns_[index].toTheRight);
+            line += terminal.styled(cell.style, shown);
+            if (!isLast)
+                line.append(gap, ' ');
+        }
+        text += line + '\n';
+    };
+    if (std::ranges::any_of(columns_, [](const Column& column) { return !column.heading.empty(); }))
+        addLine([&](std::size_t index) { return Cell{columns_[index].heading, Style::dim}; }, columns_.size());
+    for (const std::vector<Cell>& row : rows_)
+        addLine([&](std::size_t index) { return row[index]; }, row.size());
+    return text;
+}
+
+} // namespace veltry

@@ -1,0 +1,78 @@
+#include "Host/Terminal/Times.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <ctime>
+
+namespace veltry::Times {
+
+namespace {
+
+constexpr std::int64_t minute = 60;
+constexpr std::int64_t hour = 60 * minute;
+constexpr std::int64_t day = 24 * hour;
+
+std::tm localTime(Date moment)
+{
+    const auto seconds = static_cast<std::time_t>(std::floor(moment.secondsSince1970()));
+    std::tm parts{};
+    ::localtime_r(&seconds, &parts);
+    return parts;
+}
+
+std::string counted(std::int64_t count, std::string_view unit)
+{
+    return fmt::format("{} {}{} ago", count, unit, count == 1 ? "" : "s");
+}
+
+/// The larger unit, and the smaller one if there is any of it.
+std::string inUnits(
+    std::int64_t seconds, std::int64_t large, const char* largeName, std::int64_t small, const char* smallName)
+{
+    const std::int64_t rest = seconds % large / small;
+    std::string text = fmt::format("{} {}", seconds / large, largeName);
+    return rest == 0 ? text : text + fmt::format(" {} {}", rest, smallName);
+}
+
+} // namespace
+
+std::string ago(Date moment, Date now)
+{
+    const auto seconds = static_cast<std::int64_t>(std::max(0.0, now.secondsSince2001 - moment.secondsSince2001));
+    if (seconds < minute)
+        return "just now";
+    if (seconds < hour)
+        return counted(seconds / minute, "minute");
+    if (seconds < day)
+        return counted(seconds / hour, "hour");
+    if (seconds < 2 * day)
+        return "yesterday";
+    if (seconds < 14 * day)
+        return counted(seconds / day, "day");
+    return fmt::format("{:%Y-%m-%d}", localTime(moment));
+}
+
+std::string local(Date moment)
+{
+    return fmt::format("{:%Y-%m-%d %H:%M:%S}", localTime(moment));
+}
+
+std::string length(double seconds)
+{
+    seconds = std::max(0.0, seconds);
+    if (seconds < 10)
+        return fmt::format("{:.1f} s", seconds);
+    const auto whole = static_cast<std::int64_t>(std::round(seconds));
+    if (whole < minute)
+        return fmt::format("{} s", whole);
+    if (whole < hour)
+        return inUnits(whole, minute, "min", 1, "s");
+    if (whole < day)
+        return inUnits(whole, hour, "h", minute, "min");
+    return inUnits(whole, day, "d", hour, "h");
+}
+
+} // namespace veltry::Times
