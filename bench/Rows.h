@@ -25,6 +25,7 @@ namespace veltry::bench {
 [[nodiscard]] Measured telemetryLinesCounted(const Workplace& place);
 [[nodiscard]] Measured telemetryNewLine(const Workplace& place);
 [[nodiscard]] Measured telemetryMemory(const Workplace& place);
+[[nodiscard]] Measured telemetryCharts(const Workplace& place);
 
 // Literature/PaperRows.cpp
 [[nodiscard]] Measured searchAnswer(const Workplace& place);

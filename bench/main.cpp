@@ -42,6 +42,7 @@ constexpr std::array rows = {
     Row{"telemetry, one new line behind 100,000", "behind 10", 1.2, seconds, telemetryNewLine},
     Row{"telemetry, memory of the same lines", "doubles and 32-bit numbers", telemetryBytes / 2, bytes,
         telemetryMemory},
+    Row{"charts of 32 panels over 200,000 points", "50 ms", 1, seconds, telemetryCharts},
     Row{"first look of wait_for_runs, 100,000 runs", "10 runs", 0, seconds, firstLook},
     Row{"count of runs in flight at a launch, 100,000 runs", "10 runs", 0, seconds, runsOfAllProjects},
     Row{"a run by its number, 100,000 runs", "10 runs", 0, seconds, runByNumber},

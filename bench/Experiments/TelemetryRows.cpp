@@ -1,4 +1,5 @@
 #include "Experiments/Telemetry.h"
+#include "Experiments/TelemetryCharts.h"
 #include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
 #include "Platform/ProcessFacts.h"
@@ -164,6 +165,28 @@ Measured telemetryMemory(const Workplace& place)
     const double before = held();
     const Telemetry telemetry = ingested(file);
     return {.ours = held() - before, .limit = lineCount * numbersOfLine * bytesOfReading};
+}
+
+Measured telemetryCharts(const Workplace& /*place*/)
+{
+    constexpr int keyCount = 33; // a step, and as many panels as a layout may have
+    std::mt19937_64 random(7);
+    std::uniform_real_distribution<double> noise(0, 1);
+    Telemetry telemetry;
+    for (int line = 1; line <= lineCount; ++line) {
+        std::string text = fmt::format("{{\"step\":{}", line * 10);
+        for (int key = 1; key < keyCount; ++key)
+            fmt::format_to(std::back_inserter(text), ",\"key{}\":{:.4f}", key, noise(random));
+        telemetry.take(text + "}\n", false);
+    }
+    const auto ours = [&] {
+        return secondsOf([&] {
+            const TelemetryCharts charts(telemetry);
+            if (charts.series.size() != keyCount - 1 || charts.series.back().total != lineCount)
+                throw std::runtime_error("a line is missing");
+        });
+    };
+    return interleaved(15, ours, [] { return 0.05; });
 }
 
 } // namespace veltry::bench

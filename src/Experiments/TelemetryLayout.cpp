@@ -5,6 +5,7 @@
 #include "Experiments/TelemetryPath.h"
 #include "Platform/Files.h"
 #include "Platform/SystemError.h"
+#include "Projects/JSONFields.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -101,6 +102,12 @@ auto readChoice(const TOML::Table& table, std::string_view key, std::string_view
         words.push_back(word);
     }
     throw Layout::Invalid(fmt::format("{}: {} must be one of {}", label, key, fmt::join(words, ", ")));
+}
+
+template <typename Choices, typename Choice>
+std::string_view wordFor(const Choices& choices, Choice choice)
+{
+    return std::ranges::find(choices, choice, [](const auto& row) { return row.second; })->first;
 }
 
 std::optional<double> readNumber(const TOML::Table& table, std::string_view key, std::string_view label)
@@ -228,6 +235,30 @@ TelemetryLayout TelemetryLayout::standard(std::span<const std::string> keys)
             layout.panels.push_back({.title = key, .x = {}, .y = {key}, .min = {}, .max = {}, .rule = {}});
     }
     return layout;
+}
+
+std::string_view TelemetryLayout::text(Scale scale)
+{
+    return wordFor(scales, scale);
+}
+
+std::string_view TelemetryLayout::text(Reduce reduce)
+{
+    return wordFor(reduces, reduce);
+}
+
+JSONValue toJSON(const TelemetryLayout::Panel& panel)
+{
+    JSONFields fields;
+    fields.set("title", panel.title);
+    fields.set("x", panel.x);
+    fields.set("y", JSONValue::Array(panel.y.begin(), panel.y.end()));
+    fields.set("scale", TelemetryLayout::text(panel.scale));
+    fields.set("min", panel.min);
+    fields.set("max", panel.max);
+    fields.set("rule", panel.rule);
+    fields.set("wide", panel.wide);
+    return fields.take();
 }
 
 } // namespace veltry

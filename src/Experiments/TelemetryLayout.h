@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Base/Error.h"
+#include "Base/JSONValue.h"
 
 #include <cstddef>
 #include <filesystem>
@@ -77,6 +78,12 @@ struct TelemetryLayout {
     /// The layout where a project has no file: a panel for each of the first 32 keys, against `step` if a run reports
     /// it. `keys` are a run's, in the order in which it first reported them.
     [[nodiscard]] static TelemetryLayout standard(std::span<const std::string> keys);
+
+    /// The word for it in the file.
+    [[nodiscard]] static std::string_view text(Scale scale);
+    [[nodiscard]] static std::string_view text(Reduce reduce);
 };
+
+[[nodiscard]] JSONValue toJSON(const TelemetryLayout::Panel& panel);
 
 } // namespace veltry
