@@ -1,0 +1,62 @@
+#include "Experiments/Resources.h"
+
+#include "Platform/GPUFacts.h"
+#include "Platform/ProcessTable.h"
+#include "Projects/JSONFields.h"
+
+#include <algorithm>
+
+namespace veltry {
+
+JSONValue toJSON(const ResourceReading& reading)
+{
+    JSONFields fields;
+    fields.set("processes", reading.processes);
+    fields.set("cpuSeconds", reading.cpuSeconds);
+    fields.set("memory", reading.memory);
+    fields.set("gpu", reading.gpu);
+    return fields.take();
+}
+
+namespace Resources {
+
+std::optional<ResourceReading> read(std::int32_t group)
+{
+    if (group <= 0) // the kernel's own threads lie in group 0
+        return std::nullopt;
+    ResourceReading reading;
+    for (const pid_t process : ProcessTable::group(group)) {
+        const std::optional<ProcessTable::Usage> usage = ProcessTable::usage(process);
+        if (!usage)
+            continue; // it has just ended
+        ++reading.processes;
+        reading.cpuSeconds += usage->cpuSeconds;
+        reading.memory += usage->memory;
+    }
+    if (reading.processes == 0)
+        return std::nullopt;
+    reading.gpu = gpuUtilization();
+    return reading;
+}
+
+std::optional<double> gpuUtilization()
+{
+    return gpuUtilization(GPUFacts::utilizations());
+}
+
+std::optional<double> gpuUtilization(std::span<const double> percentages)
+{
+    if (percentages.empty())
+        return std::nullopt;
+    return std::min(std::ranges::max(percentages) / 100.0, 1.0);
+}
+
+double cores(const Moment& from, const Moment& to)
+{
+    const double elapsed = std::chrono::duration<double>(to.at - from.at).count();
+    return elapsed > 0 ? std::max(to.cpuSeconds - from.cpuSeconds, 0.0) / elapsed : 0.0;
+}
+
+} // namespace Resources
+
+} // namespace veltry
