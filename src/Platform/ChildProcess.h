@@ -5,6 +5,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -81,6 +82,9 @@ bool reapIfEnded(pid_t child) noexcept;
 void terminateGroup(pid_t leader) noexcept;
 /// The same with SIGKILL.
 void killGroup(pid_t leader) noexcept;
+/// Sends SIGTERM to that group and waits for its leader, a child of ours; sends SIGKILL once `grace` is over. Returns
+/// what wait() does.
+int endGroup(pid_t leader, std::chrono::milliseconds grace) noexcept;
 
 /// A descriptor that becomes readable when that child has ended; it can be waited for with poll(2) and its kind. Throws
 /// SystemError.

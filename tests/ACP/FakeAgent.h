@@ -32,8 +32,7 @@ public:
         if (status_)
             waiter->push(*status_);
         waiters_.push_back(waiter);
-        const std::optional<std::int32_t> status = co_await waiter->next();
-        co_return status.value_or(-1);
+        return statusFrom(waiter);
     }
 
     void exit(std::int32_t status)
@@ -53,6 +52,12 @@ public:
     std::shared_ptr<MemoryTransport> far;
 
 private:
+    static asio::awaitable<std::int32_t> statusFrom(std::shared_ptr<Mailbox<std::int32_t>> waiter)
+    {
+        const std::optional<std::int32_t> status = co_await waiter->next();
+        co_return status.value_or(-1);
+    }
+
     asio::any_io_executor executor_;
     std::shared_ptr<LineTransport> near_;
     std::optional<std::int32_t> status_;

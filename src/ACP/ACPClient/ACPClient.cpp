@@ -75,20 +75,26 @@ void ACPClient::start()
 {
     const std::weak_ptr<ACPClient> client = weak_from_this();
     const std::weak_ptr<JSONRPCConnection> connection = connection_;
+    const std::weak_ptr<Agent> agent = process_;
     connection_->start(
         [client](std::string method, JSONValue params) {
             return notified(client, std::move(method), std::move(params));
         },
         [client](std::string method, JSONValue params) { return asked(client, std::move(method), std::move(params)); },
-        [client, connection, agent = process_] { return failOnExit(client, connection, agent); });
+        [client, connection, agent] { return failOnExit(client, connection, agent); });
     // Also beside the end of input, which a child of the agent may put off.
-    asio::co_spawn(executor_, failOnExit(client, connection, process_), asio::detached);
+    asio::co_spawn(executor_, failOnExit(client, connection, agent), asio::detached);
 }
 
 asio::awaitable<void> ACPClient::failOnExit(
-    std::weak_ptr<ACPClient> client, std::weak_ptr<JSONRPCConnection> connection, std::shared_ptr<Agent> agent)
+    std::weak_ptr<ACPClient> client, std::weak_ptr<JSONRPCConnection> connection, std::weak_ptr<Agent> agent)
 {
-    const std::int32_t status = co_await agent->waitForExit();
+    asio::awaitable<std::int32_t> exit;
+    if (const auto running = agent.lock())
+        exit = running->waitForExit();
+    else
+        co_return;                                        // and nobody waits for an answer
+    const std::int32_t status = co_await std::move(exit); // without holding the agent, so that its owner can drop it
     if (const auto open = connection.lock())
         open->fail(ConnectionError::agentExited(status));
     if (const auto self = client.lock())

@@ -117,7 +117,7 @@ private:
     template <typename Result>
     [[nodiscard]] asio::awaitable<Result> request(const char* method, JSONValue params);
     [[nodiscard]] static asio::awaitable<void> failOnExit(
-        std::weak_ptr<ACPClient> client, std::weak_ptr<JSONRPCConnection> connection, std::shared_ptr<Agent> agent);
+        std::weak_ptr<ACPClient> client, std::weak_ptr<JSONRPCConnection> connection, std::weak_ptr<Agent> agent);
     [[nodiscard]] asio::awaitable<void> continueSession(const char* method, std::string sessionId, SessionSetup setup);
     void remember(const std::string& sessionId, SessionSetup setup, std::vector<ConfigOption> configOptions);
 

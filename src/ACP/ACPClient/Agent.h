@@ -20,6 +20,7 @@ public:
     [[nodiscard]] virtual std::shared_ptr<LineTransport> transport() = 0;
 
     /// Resumes with the exit status once the agent has ended, at once if it has; any number of callers may wait.
+    /// Who waits doesn't hold the agent, and need not.
     [[nodiscard]] virtual asio::awaitable<std::int32_t> waitForExit() = 0;
 };
 

@@ -71,11 +71,17 @@ bool PipeTransport::sendIfPossible(std::string& line)
 
 asio::awaitable<void> PipeTransport::close()
 {
-    lines_.finish();
-    if (readiness_)
-        readiness_->cancel(); // lets readLines() see it
-    writer_.stop();
+    closeNow();
     co_return;
+}
+
+void PipeTransport::closeNow() noexcept
+{
+    lines_.finish();
+    asio::error_code ignored;
+    if (readiness_)
+        readiness_->cancel(ignored); // lets readMore() see it
+    writer_.stop();
 }
 
 /// Waits for input and takes what is there.

@@ -31,6 +31,8 @@ public:
 
     /// The reading descriptor stays open until the transport goes.
     [[nodiscard]] asio::awaitable<void> close() override;
+    /// The same without a suspension, for a destructor.
+    void closeNow() noexcept;
 
 private:
     PipeTransport(const asio::any_io_executor& executor, FileDescriptor reading, FileDescriptor writing);

@@ -217,6 +217,20 @@ void killGroup(pid_t leader) noexcept
     ::kill(-leader, SIGKILL);
 }
 
+int endGroup(pid_t leader, std::chrono::milliseconds grace) noexcept
+{
+    terminateGroup(leader);
+    try {
+        const FileDescriptor event = exitEvent(leader);
+        pollfd polled{.fd = event.get(), .events = POLLIN, .revents = 0};
+        if (::poll(&polled, 1, static_cast<int>(grace.count())) == 1)
+            return wait(leader);
+    } catch (const SystemError&) { // without the means to wait there is no grace
+    }
+    killGroup(leader);
+    return wait(leader);
+}
+
 FileDescriptor exitEvent(pid_t child)
 {
     // By number, since glibc 2.36 declares pidfd_open without extern "C".
