@@ -17,7 +17,6 @@ using test::FakeDelegate;
 using test::LogLines;
 using test::runOnExecutor;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 /// What an operation ended with, as text.
 using Operation = asio::awaitable<std::string> (*)(std::shared_ptr<ACPClient> client);

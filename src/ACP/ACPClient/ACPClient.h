@@ -124,7 +124,7 @@ private:
     [[nodiscard]] static asio::awaitable<void> notified(
         std::weak_ptr<ACPClient> client, std::string method, JSONValue params);
     [[nodiscard]] static asio::awaitable<JSONValue> asked(
-        std::weak_ptr<ACPClient> client, std::string method, JSONValue params);
+        std::weak_ptr<ACPClient> client, const std::string& method, JSONValue params);
 
     [[nodiscard]] static asio::awaitable<JSONValue> requestPermission(
         std::weak_ptr<ACPClient> client, JSONValue params);

@@ -68,7 +68,8 @@ asio::awaitable<void> ACPClient::notified(std::weak_ptr<ACPClient> client, std::
         co_await delegate->receive(std::move(*notification));
 }
 
-asio::awaitable<JSONValue> ACPClient::asked(std::weak_ptr<ACPClient> client, std::string method, JSONValue params)
+asio::awaitable<JSONValue> ACPClient::asked(
+    std::weak_ptr<ACPClient> client, const std::string& method, JSONValue params)
 {
     present(client);
     const auto found = std::ranges::find(methods, method, &Method::name);

@@ -31,13 +31,13 @@ FileDescriptor walk(const FileDescriptor& start, const std::filesystem::path& pa
 {
     FileDescriptor folder = openAt(start, ".", folderFlags);
     for (const std::filesystem::path& part : path) {
+        if (!folder)
+            break;
         if (part == "..") {
             errno = EXDEV; // as the system says it
             return FileDescriptor();
         }
         folder = openAt(folder, part.string(), folderFlags);
-        if (!folder)
-            break;
     }
     return folder;
 }
