@@ -69,6 +69,16 @@ JSONValue of(const AgentQuestions& round)
     return fields.take();
 }
 
+JSONValue of(const Citation& citation)
+{
+    JSONFields fields;
+    fields.set("experimentID", citation.experimentID);
+    fields.set("paper", toJSON(citation.paper));
+    fields.set("reason", citation.reason);
+    fields.set("createdAt", text(citation.createdAt));
+    return fields.take();
+}
+
 JSONValue of(const Run& run)
 {
     JSONValue record = withDates(toJSON(run), {"createdAt", "endedAt"});

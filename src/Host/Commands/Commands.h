@@ -11,11 +11,12 @@ namespace veltry::Commands {
 using Family = std::span<const Command>;
 
 [[nodiscard]] Family projectCommands(); ///< init, projects, project …
+[[nodiscard]] Family showCommands();    ///< show
 
 /// All of them, in the order in which they are shown.
 [[nodiscard]] inline std::vector<Family> families()
 {
-    return {projectCommands()};
+    return {projectCommands(), showCommands()};
 }
 
 } // namespace veltry::Commands

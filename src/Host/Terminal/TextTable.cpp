@@ -73,6 +73,7 @@ std::string TextTable::text(const Terminal& terminal) const
             if (!isLast)
                 line.append(gap, ' ');
         }
+        line.erase(line.find_last_not_of(' ') + 1);
         text += line + '\n';
     };
     if (std::ranges::any_of(columns_, [](const Column& column) { return !column.heading.empty(); }))
