@@ -80,13 +80,8 @@ void ACPClient::start()
         [client](std::string method, JSONValue params) {
             return notified(client, std::move(method), std::move(params));
         },
-<<<<<<< Updated upstream
         [client](std::string method, JSONValue params) { return asked(client, std::move(method), std::move(params)); },
         [client, connection, agent] { return failOnExit(client, connection, agent); });
-=======
-        [client](const std::string& method, JSONValue params) { return asked(client, method, std::move(params)); },
-        [client, connection, agent = process_] { return failOnExit(client, connection, agent); });
->>>>>>> Stashed changes
     // Also beside the end of input, which a child of the agent may put off.
     asio::co_spawn(executor_, failOnExit(client, connection, agent), asio::detached);
 }
