@@ -80,7 +80,7 @@ void ACPClient::start()
         [client](std::string method, JSONValue params) {
             return notified(client, std::move(method), std::move(params));
         },
-        [client](std::string method, JSONValue params) { return asked(client, std::move(method), std::move(params)); },
+        [client](const std::string& method, JSONValue params) { return asked(client, method, std::move(params)); },
         [client, connection, agent] { return failOnExit(client, connection, agent); });
     // Also beside the end of input, which a child of the agent may put off.
     asio::co_spawn(executor_, failOnExit(client, connection, agent), asio::detached);
