@@ -1,7 +1,7 @@
 #include "Experiments/RunLog.h"
 
 #include "Base/Text.h"
-#include "Experiments/RunLogStamp.h"
+#include "Experiments/RunLogStampReader.h"
 #include "Experiments/RunLogStampWriter.h"
 #include "Platform/Files.h"
 #include "Platform/SystemError.h"
@@ -9,7 +9,6 @@
 #include <fcntl.h>
 
 #include <algorithm>
-#include <span>
 #include <string_view>
 
 namespace veltry::RunLog {
@@ -19,80 +18,6 @@ namespace {
 constexpr std::size_t pieceSize = 65536;
 constexpr std::uint64_t bytesForEachLine = 400;
 constexpr std::uint64_t bytesBesides = 4096;
-
-/// The records of a side file from the first one that may matter, read in pieces.
-class StampReader {
-public:
-    /// Finds the first record whose offset isn't below `first`, where `expected` records are thought to follow. A side
-    /// file that can't be read has no records.
-    StampReader(const std::filesystem::path& sideFile, std::uint64_t first, std::uint64_t expected)
-        : file_(Files::tryOpen(sideFile, O_RDONLY | O_NONBLOCK))
-    {
-        const auto isBefore = [&](std::uint64_t index) {
-            const std::optional<Stamp> stamp = Stamp::parse(read(index, 1));
-            return stamp && stamp->offset < first; // a damaged record is none to rely on: the search goes further back
-        };
-        const std::uint64_t count = Files::size(file_) / Stamp::length;
-        std::uint64_t low = 0;
-        std::uint64_t high = count;
-        // From the end backwards in growing steps, so that the cost doesn't grow with the file, and then by bisection.
-        for (std::uint64_t step = expected + 1; step < count; step *= 2) {
-            if (isBefore(count - step)) {
-                low = count - step + 1;
-                break;
-            }
-            high = count - step;
-        }
-        while (low < high) {
-            const std::uint64_t middle = low + (high - low) / 2;
-            if (isBefore(middle))
-                low = middle + 1;
-            else
-                high = middle;
-        }
-        next_ = low;
-    }
-
-    struct Numbered {
-        Stamp stamp;
-        std::int64_t number; ///< of the line, from 1: a damaged record counts too
-    };
-
-    /// The next record that isn't damaged; nothing at the end.
-    std::optional<Numbered> next()
-    {
-        while (true) {
-            if (piece_.size() - at_ < Stamp::length) {
-                piece_ = read(next_, recordsInPiece);
-                at_ = 0;
-                if (piece_.size() < Stamp::length)
-                    return std::nullopt;
-            }
-            const std::optional<Stamp> stamp = Stamp::parse(std::string_view(piece_).substr(at_, Stamp::length));
-            at_ += Stamp::length;
-            ++next_;
-            if (stamp)
-                return Numbered{.stamp = *stamp, .number = static_cast<std::int64_t>(next_)};
-        }
-    }
-
-private:
-    static constexpr std::size_t recordsInPiece = 500;
-
-    std::string read(std::uint64_t index, std::size_t count) const
-    {
-        try {
-            return Files::readAt(file_, index * Stamp::length, count * Stamp::length);
-        } catch (const SystemError&) {
-            return {}; // no side file, or a folder in its place: lines come without times
-        }
-    }
-
-    FileDescriptor file_;
-    std::uint64_t next_ = 0;
-    std::string piece_;
-    std::size_t at_ = 0;
-};
 
 /// Where the last `count` lines of a chunk begin. What stands before its first line feed is the rest of an earlier
 /// line, unless the chunk begins the log.

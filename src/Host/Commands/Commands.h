@@ -12,11 +12,12 @@ using Family = std::span<const Command>;
 
 [[nodiscard]] Family projectCommands(); ///< init, projects, project …
 [[nodiscard]] Family showCommands();    ///< show
+[[nodiscard]] Family logCommand();
 
 /// All of them, in the order in which they are shown.
 [[nodiscard]] inline std::vector<Family> families()
 {
-    return {projectCommands(), showCommands()};
+    return {projectCommands(), showCommands(), logCommand()};
 }
 
 } // namespace veltry::Commands

@@ -24,6 +24,7 @@ public:
     }
 
     [[nodiscard]] bool isTerminal() const { return isTerminal_; }
+    [[nodiscard]] bool hasColours() const { return hasColours_; }
     [[nodiscard]] bool isUTF8() const { return isUTF8_; }
 
     struct Size {

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "Projects/Run.h"
+
+#include <string>
+
+/// What commands say of runs.
+namespace veltry::RunWords {
+
+/// "Run #3 failed after 2 min 5 s, with exit code 1.", or that it is queued or runs and since when.
+[[nodiscard]] std::string state(const Run& run, Date now = Date::now());
+
+} // namespace veltry::RunWords
