@@ -19,6 +19,9 @@ namespace veltry::bench {
 [[nodiscard]] Measured logTail(const Workplace& place);
 [[nodiscard]] Measured stamper(const Workplace& place);
 
+// Experiments/ResourceRows.cpp
+[[nodiscard]] Measured resourceReading(const Workplace& place);
+
 // Experiments/TelemetryRows.cpp
 [[nodiscard]] Measured telemetryWalk(const Workplace& place);
 [[nodiscard]] Measured telemetryRate(const Workplace& place);

@@ -43,6 +43,7 @@ constexpr std::array rows = {
     Row{"telemetry, memory of the same lines", "doubles and 32-bit numbers", telemetryBytes / 2, bytes,
         telemetryMemory},
     Row{"charts of 32 panels over 200,000 points", "50 ms", 1, seconds, telemetryCharts},
+    Row{"resources of 21 processes among 2,000", "10 ms", 1, seconds, resourceReading},
     Row{"first look of wait_for_runs, 100,000 runs", "10 runs", 0, seconds, firstLook},
     Row{"count of runs in flight at a launch, 100,000 runs", "10 runs", 0, seconds, runsOfAllProjects},
     Row{"a run by its number, 100,000 runs", "10 runs", 0, seconds, runByNumber},

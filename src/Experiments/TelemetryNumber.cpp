@@ -62,12 +62,20 @@ struct Decimal {
 const char* readDigits(const char* at, const char* end, Decimal& decimal)
 {
     const char* const start = at;
-    for (std::uint64_t eight = 0; end - at >= 8 && readEight(at, eight); at += 8)
-        decimal.digits = decimal.digits * 100'000'000 + eight;
     for (; at != end && isDigit(*at); ++at)
         decimal.digits = decimal.digits * 10 + static_cast<std::uint64_t>(*at - '0');
     decimal.count += at - start;
     return at;
+}
+
+/// The same for where there are many.
+const char* readManyDigits(const char* at, const char* end, Decimal& decimal)
+{
+    for (std::uint64_t eight = 0; end - at >= 8 && readEight(at, eight); at += 8) {
+        decimal.digits = decimal.digits * 100'000'000 + eight;
+        decimal.count += 8;
+    }
+    return readDigits(at, end, decimal);
 }
 
 const char* readExponent(const char* at, const char* end, Decimal& decimal)
@@ -110,7 +118,7 @@ const char* readTelemetryNumber(const char* at, const char* end, double& value)
         return nullptr;
     if (at != end && *at == '.') {
         const char* const fraction = ++at;
-        at = readDigits(at, end, decimal);
+        at = readManyDigits(at, end, decimal);
         if (at == fraction)
             return nullptr;
         decimal.exponent = fraction - at;
