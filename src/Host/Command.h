@@ -46,6 +46,7 @@ struct Command {
     std::string_view example; ///< a whole command line; several stand on lines of their own
     Scope scope = Scope::project;
     bool hasJSON = false; ///< shows something, and so takes --json
+    bool hidden = false;  ///< for programs alone: no help, manual page or completion names it
     std::span<const Option> options;
     void (*run)(Context& context, const Arguments& arguments);
 };

@@ -38,9 +38,9 @@ void declare(Parser& parser, const Option& option)
     declared->type_name(std::string(option.value));
     const bool isMany = option.count == Option::Count::many || option.count == Option::Count::oneOrMore;
     if (!isMany)
-        declared->expected(1);
+        declared->expected(1)->allow_extra_args(false); // else the first argument takes the second one's value as well
     if (!option.isArgument()) // of one that may stand once the last counts; one that may stand often has one value each
-        declared->expected(1)->multi_option_policy(
+        declared->expected(1)->allow_extra_args(false)->multi_option_policy(
             isMany ? CLI::MultiOptionPolicy::TakeAll : CLI::MultiOptionPolicy::TakeLast);
     if (option.count == Option::Count::required || option.count == Option::Count::oneOrMore)
         declared->required();
@@ -92,6 +92,8 @@ private:
         }
         Parser& parser = parsers_[std::string(command.name)];
         parser.app = parent->add_subcommand(word, std::string(command.summary));
+        if (command.hidden)
+            parser.app->group("");
         groups_.emplace(command.name, parser.app); // `papers` lists, `papers show` is another command
         for (const Option& option : command.options)
             declare(parser, option);

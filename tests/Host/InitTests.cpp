@@ -111,7 +111,7 @@ TEST_F(InitTest, RefusesInOneLineAndMakesNothing)
         {{node},
          1,
          "veltry: " + node + " is the worktree of an experiment. Its project is " + repository.path().string() + ".\n"},
-        {{"a", "b"}, 2, "veltry: FOLDER: At Most 1 required but received 2. Try veltry init --help.\n"},
+        {{"a", "b"}, 2, "veltry: The following argument was not expected: b. Try veltry init --help.\n"},
         {{"--nme", "x"}, 2, "veltry: "},
     };
 

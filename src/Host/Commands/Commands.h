@@ -13,11 +13,17 @@ using Family = std::span<const Command>;
 [[nodiscard]] Family projectCommands(); ///< init, projects, project …
 [[nodiscard]] Family showCommands();    ///< show
 [[nodiscard]] Family logCommand();
+[[nodiscard]] Family completeCommand(); ///< complete, for the shells
 
 /// All of them, in the order in which they are shown.
 [[nodiscard]] inline std::vector<Family> families()
 {
-    return {projectCommands(), showCommands(), logCommand()};
+    return {
+        projectCommands(),
+        showCommands(),
+        logCommand(),
+        completeCommand(),
+    };
 }
 
 } // namespace veltry::Commands
