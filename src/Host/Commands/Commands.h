@@ -11,6 +11,7 @@ namespace veltry::Commands {
 using Family = std::span<const Command>;
 
 [[nodiscard]] Family projectCommands(); ///< init, projects, project …
+[[nodiscard]] Family treeCommands();    ///< tree
 [[nodiscard]] Family showCommands();    ///< show
 [[nodiscard]] Family logCommand();
 [[nodiscard]] Family completeCommand(); ///< complete, for the shells
@@ -20,6 +21,7 @@ using Family = std::span<const Command>;
 {
     return {
         projectCommands(),
+        treeCommands(),
         showCommands(),
         logCommand(),
         completeCommand(),

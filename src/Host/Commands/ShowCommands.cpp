@@ -4,6 +4,7 @@
 #include "Host/Context.h"
 #include "Host/NodeView.h"
 #include "Host/RecordJSON.h"
+#include "Host/Terminal/Harmless.h"
 #include "Host/Terminal/Times.h"
 
 #include <fmt/format.h>
@@ -188,7 +189,7 @@ std::string logEnd(const Terminal& terminal, const Run& run)
     std::string text;
     if (run.status != Run::Status::succeeded)
         for (const RunLog::Line& line : RunLog::tail(run.log(), shownLogLines))
-            text += "  " + text::oneLine(line.text) + "\n";
+            text += "  " + harmless(line.text, terminal.hasColours()) + "\n";
     return text.empty() ? text : heading(terminal, "The log's end") + text;
 }
 

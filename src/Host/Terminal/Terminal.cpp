@@ -36,11 +36,16 @@ bool isUTF8Locale()
     return false;
 }
 
+bool knowsSequences()
+{
+    const std::string kind = variable("TERM");
+    return !kind.empty() && kind != "dumb";
+}
+
 Terminal terminalAt(int descriptor)
 {
     const bool isTerminal = ::isatty(descriptor) != 0;
-    const std::string kind = variable("TERM");
-    const bool hasColours = isTerminal && variable("NO_COLOR").empty() && !kind.empty() && kind != "dumb";
+    const bool hasColours = isTerminal && variable("NO_COLOR").empty() && knowsSequences();
     return {descriptor, isTerminal, hasColours, isUTF8Locale()};
 }
 
@@ -54,6 +59,11 @@ Terminal Terminal::standardOutput()
 Terminal Terminal::standardError()
 {
     return terminalAt(STDERR_FILENO);
+}
+
+bool Terminal::canRedraw() const
+{
+    return isTerminal_ && knowsSequences();
 }
 
 std::optional<Terminal::Size> Terminal::size() const

@@ -26,9 +26,12 @@ public:
     [[nodiscard]] bool isTerminal() const { return isTerminal_; }
     [[nodiscard]] bool hasColours() const { return hasColours_; }
     [[nodiscard]] bool isUTF8() const { return isUTF8_; }
+    /// Whether what was written can be written over.
+    [[nodiscard]] bool canRedraw() const;
 
     struct Size {
         std::size_t columns, rows;
+        friend bool operator==(const Size&, const Size&) = default;
     };
 
     /// As it is now; nothing if this isn't a terminal.

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "Host/Terminal/Interruption.h"
+#include "Host/Terminal/Terminal.h"
+
+#include <optional>
+#include <string_view>
+
+namespace veltry {
+
+/// Shows one view after another in the same place, for commands that watch. On a terminal it works on the second
+/// screen, so that what stood there before comes back at the end, also after Ctrl-C. Anywhere else each view follows
+/// the one before, after an empty line.
+class Screen {
+public:
+    explicit Screen(const Terminal& terminal);
+
+    /// Lines, each with its line feed, no wider than the terminal. Of more than it has rows the rest is counted.
+    void show(std::string_view view);
+
+private:
+    const Terminal* terminal_;
+    bool isFirst_ = true;
+    std::optional<Interruption::Undo> undo_;
+};
+
+} // namespace veltry
