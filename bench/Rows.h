@@ -30,6 +30,12 @@ namespace veltry::bench {
 [[nodiscard]] Measured telemetryMemory(const Workplace& place);
 [[nodiscard]] Measured telemetryCharts(const Workplace& place);
 
+// Host/CommandRows.cpp
+[[nodiscard]] Measured treeCommand(const Workplace& place);
+[[nodiscard]] Measured listCommand(const Workplace& place);
+[[nodiscard]] Measured showCommand(const Workplace& place);
+[[nodiscard]] Measured showRunCommand(const Workplace& place);
+
 // Literature/PaperRows.cpp
 [[nodiscard]] Measured searchAnswer(const Workplace& place);
 [[nodiscard]] Measured paperOfLibrary(const Workplace& place);

@@ -15,6 +15,12 @@ constexpr char32_t replacement = 0xFFFD;
 constexpr char32_t zeroWidthJoiner = 0x200D; // binds what is shown as one sign
 constexpr std::string_view replacementBytes = "\xEF\xBF\xBD";
 
+/// Printable ASCII alone: one column a byte, and nothing to look up.
+bool isPlain(std::string_view text)
+{
+    return std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
+}
+
 struct Decoded {
     char32_t scalar;    ///< U+FFFD for a malformed sequence
     std::size_t length; ///< bytes taken, at least 1
@@ -278,6 +284,8 @@ std::string_view firstCharacters(std::string_view text, std::size_t count)
 
 std::size_t columns(std::string_view text)
 {
+    if (isPlain(text))
+        return text.size();
     std::size_t columns = 0;
     for (Characters characters(text); characters.next();)
         columns += characters.width();
@@ -294,6 +302,8 @@ std::string_view firstColumns(std::string_view text, std::size_t count)
 
 std::string oneLine(std::string_view text)
 {
+    if (isPlain(text))
+        return std::string(text);
     std::u32string line = scalars(text);
     for (char32_t& scalar : line) {
         if (isWhiteSpace(scalar))

@@ -24,7 +24,7 @@ std::filesystem::path lockFile(const Run& run)
 ChildProcess::Environment environment(const Run& run)
 {
     ChildProcess::Environment variables = ProcessFacts::environment();
-    variables["HARROWICK_RESULT_PATH"] = run.resultFile().string();
+    variables[resultVariable] = run.resultFile().string();
     variables["HARROWICK_TELEMETRY_PATH"] = run.telemetryFile().string();
     variables["HARROWICK_RUN"] = std::to_string(run.number);
     return variables;

@@ -13,6 +13,9 @@
 /// asked for it. docs/run-folder.md tells what it leaves on disk.
 namespace veltry::Supervisor {
 
+/// Tells a run's processes, in their environment, where its result file belongs; so it also tells them apart.
+inline constexpr const char* resultVariable = "HARROWICK_RESULT_PATH";
+
 /// Bytes that a run's `result.json` may have.
 inline constexpr std::size_t resultLimit = 65536;
 

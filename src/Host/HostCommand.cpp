@@ -2,6 +2,7 @@
 
 #include "Base/Error.h"
 #include "Base/Text.h"
+#include "Experiments/LabError.h"
 #include "Host/CommandTable.h"
 #include "Host/Context.h"
 #include "Host/Nearest.h"
@@ -10,6 +11,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <array>
 #include <csignal>
 #include <map>
 
@@ -133,6 +135,23 @@ void checkCommand(const std::vector<std::string>& arguments)
             fmt::format("There is no command {}.{} veltry --help lists them.", given, didYouMean(given, known)));
 }
 
+/// The lab's sentences name the tools by which an agent would go on; a person goes on by commands.
+std::string forPerson(std::string sentence)
+{
+    static constexpr std::array<std::array<std::string_view, 2>, 7> phrases = {{
+        {"Call experiment_tree for the ids", "veltry tree lists them"},
+        {"with wait_for_runs", "with veltry wait"},
+        {"with cancel_run", "with veltry cancel"},
+        {"with create_experiment", "with veltry create"},
+        {"call run_experiment again", "call veltry run again"},
+        {"Pass run_command", "Pass --command"},
+        {"Leave run_command out", "Leave --command out"},
+    }};
+    for (const auto& [tool, command] : phrases)
+        sentence = text::replacingAll(sentence, tool, command);
+    return sentence;
+}
+
 /// In one line, as every error is told.
 int told(const Terminal& notes, const std::string& what, int status)
 {
@@ -180,6 +199,8 @@ int main(const std::vector<std::string>& arguments)
         return 0;
     } catch (const UsageError& error) {
         return told(notes, error.description(), usageError);
+    } catch (const LabError& error) {
+        return told(notes, forPerson(error.message), failure);
     } catch (const std::exception& error) {
         return told(notes, describe(error), failure);
     }

@@ -3,7 +3,9 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <string>
 #include <vector>
 
 /// The machine's processes, as far as this one may see them, looked at anew at each call. May be called from any
@@ -12,6 +14,18 @@ namespace veltry::ProcessTable {
 
 /// The ids of all processes of a process group, ended ones that nobody has waited for included; in no order.
 [[nodiscard]] std::vector<pid_t> group(pid_t group);
+
+/// The ids of all processes whose environment, as it was when their program began, has that variable with that value;
+/// in no order. The environments of other users' processes can't be read.
+[[nodiscard]] std::vector<pid_t> carriers(const std::string& variable, const std::string& value);
+/// Whether that one does.
+[[nodiscard]] bool carries(pid_t process, const std::string& variable, const std::string& value);
+/// Whether it is of that process group.
+[[nodiscard]] bool isInGroup(pid_t process, pid_t group);
+
+/// Ends the process with that id by SIGKILL if `isMeant` says so of it, and returns whether it did. The system may give
+/// an id to another process as soon as the first is gone; only the one that was asked about is ever hit.
+bool kill(pid_t process, const std::function<bool(pid_t process)>& isMeant);
 
 /// What a process uses.
 struct Usage {

@@ -51,7 +51,7 @@ TEST(Tree, ShowsStatesTheSharedNumberAndTheBest)
     static_cast<void>(lab.child(lab.baseline, "Fresh"));
     const Experiment other = lab.TestLab::baseline("true", "Second");
     EXPECT_EQ(
-        lab.words({"tree", "--best", "min"}), "node state loss runs\n"
+        lab.words({"tree", "--best", "min"}), "node state loss runs papers\n"
                                               "● Baseline frozen 1.5 1\n"
                                               "├─● Warm-up \xEF\xBF\xBD[2J frozen 1.25 2\n"
                                               "│ ● Leaf frozen 1 ★ 1\n"
@@ -65,7 +65,7 @@ TEST(Tree, ShowsStatesTheSharedNumberAndTheBest)
     lab.lab.setArchived(lab.node.id.text(), true);
     lab.lab.setArchived(other.id.text(), true);
     EXPECT_EQ(
-        lab.words({"tree"}), "node state loss runs\n"
+        lab.words({"tree"}), "node state loss runs papers\n"
                              "● Baseline frozen 1.5 1\n○ Fresh new\n\n● Leaf frozen 1 1\n");
     EXPECT_THAT(lab.words({"tree", "--all"}), HasSubstr("frozen, archived"));
 

@@ -59,7 +59,7 @@ public:
     Run third = answered(node, R"({"loss": 1.25, "name": "b, \"c\""})");
     Run fourth = answered(leaf, R"({"loss": 1, "eval": {"extra": 2}})");
 
-    [[nodiscard]] Run answered(const Experiment& of, const std::string& result) const
+    Run answered(const Experiment& of, const std::string& result) const
     {
         return insertFinished(of, Run::Status::succeeded, 0, result);
     }

@@ -12,7 +12,10 @@ using Family = std::span<const Command>;
 
 [[nodiscard]] Family projectCommands(); ///< init, projects, project …
 [[nodiscard]] Family treeCommands();    ///< tree
+[[nodiscard]] Family listCommands();    ///< list
 [[nodiscard]] Family showCommands();    ///< show
+[[nodiscard]] Family runCommands();     ///< run, cancel, wait
+[[nodiscard]] Family nodeCommands();    ///< create, notes, archive
 [[nodiscard]] Family logCommand();
 [[nodiscard]] Family completeCommand(); ///< complete, for the shells
 
@@ -22,7 +25,10 @@ using Family = std::span<const Command>;
     return {
         projectCommands(),
         treeCommands(),
+        listCommands(),
         showCommands(),
+        runCommands(),
+        nodeCommands(),
         logCommand(),
         completeCommand(),
     };

@@ -3,7 +3,6 @@
 #include "Base/Text.h"
 
 #include <algorithm>
-#include <numeric>
 
 namespace veltry {
 
@@ -31,22 +30,31 @@ std::string fitted(std::string_view text, std::size_t columns, const Terminal& t
     return std::string(text::firstColumns(text, columns - text::columns(mark))).append(mark);
 }
 
-std::vector<std::size_t> TextTable::widths(const Terminal& terminal) const
+std::vector<std::optional<std::size_t>> TextTable::widths(const Terminal& terminal) const
 {
-    std::vector<std::size_t> widths;
+    std::vector<std::optional<std::size_t>> widths;
     for (const Column& column : columns_)
-        widths.push_back(text::columns(column.heading));
+        widths.emplace_back(text::columns(column.heading));
     for (const std::vector<Cell>& row : rows_)
         for (std::size_t index = 0; index < row.size(); ++index)
-            widths[index] = std::max(widths[index], text::columns(text::oneLine(row[index].text)));
+            widths[index] = std::max(*widths[index], text::columns(text::oneLine(row[index].text)));
     const std::optional<Terminal::Size> size = terminal.size();
     if (!size)
         return widths;
-    std::size_t total = std::accumulate(widths.begin(), widths.end(), gap * (widths.size() - 1));
+    std::size_t total = gap * (widths.size() - 1);
+    for (const std::optional<std::size_t>& width : widths)
+        total += *width;
+    for (std::size_t index = columns_.size(); index-- > 0 && total > size->columns;)
+        if (columns_[index].mayBeLeftOut) {
+            total -= *widths[index] + gap;
+            widths[index].reset();
+        }
     const auto give = [&](std::size_t index) {
-        const std::size_t most = widths[index] > narrowest ? widths[index] - narrowest : 0;
+        if (!widths[index])
+            return;
+        const std::size_t most = *widths[index] > narrowest ? *widths[index] - narrowest : 0;
         const std::size_t given = std::min(most, total > size->columns ? total - size->columns : 0);
-        widths[index] -= given;
+        *widths[index] -= given;
         total -= given;
     };
     for (std::size_t index = columns_.size(); index-- > 0;)
@@ -57,18 +65,23 @@ std::vector<std::size_t> TextTable::widths(const Terminal& terminal) const
     return widths;
 }
 
-std::string TextTable::text(const Terminal& terminal) const
+std::string TextTable::text(const Terminal& terminal, std::vector<std::string>* leftOut) const
 {
-    const std::vector<std::size_t> width = widths(terminal);
+    const std::vector<std::optional<std::size_t>> width = widths(terminal);
+    for (std::size_t index = 0; index < columns_.size(); ++index)
+        if (!width[index] && leftOut)
+            leftOut->push_back(columns_[index].heading);
     std::string text;
     const auto addLine = [&](const auto& cellAt, std::size_t cells) {
         std::string line;
         for (std::size_t index = 0; index < cells; ++index) {
+            if (!width[index])
+                continue;
             const Cell cell = cellAt(index);
-            std::string shown = fitted(text::oneLine(cell.text), width[index], terminal);
+            std::string shown = fitted(text::oneLine(cell.text), *width[index], terminal);
             const bool isLast = index + 1 == cells;
             if (!isLast || columns_[index].toTheRight)
-                shown = padded(std::move(shown), width[index], columns_[index].toTheRight);
+                shown = padded(std::move(shown), *width[index], columns_[index].toTheRight);
             line += terminal.styled(cell.style, shown);
             if (!isLast)
                 line.append(gap, ' ');

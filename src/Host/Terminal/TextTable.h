@@ -2,6 +2,7 @@
 
 #include "Host/Terminal/Terminal.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,9 +13,10 @@ namespace veltry {
 class TextTable {
 public:
     struct Column {
-        std::string heading;     ///< no line of headings is made where all are empty
-        bool toTheRight = false; ///< numbers
-        bool mayBeCut = false;   ///< gives way, ending in "…", where the terminal is too narrow; else the last does
+        std::string heading;       ///< no line of headings is made where all are empty
+        bool toTheRight = false;   ///< numbers
+        bool mayBeCut = false;     ///< gives way, ending in "…", where the terminal is too narrow; else the last does
+        bool mayBeLeftOut = false; ///< before any is cut, the last of these go as a whole
     };
 
     struct Cell {
@@ -29,11 +31,13 @@ public:
 
     [[nodiscard]] bool isEmpty() const { return rows_.empty(); }
 
-    /// The lines, each with its line feed; cut to the terminal's width where it is one.
-    [[nodiscard]] std::string text(const Terminal& terminal) const;
+    /// The lines, each with its line feed; cut to the terminal's width where it is one. The headings of columns that
+    /// were left out are added to `leftOut`.
+    [[nodiscard]] std::string text(const Terminal& terminal, std::vector<std::string>* leftOut = nullptr) const;
 
 private:
-    [[nodiscard]] std::vector<std::size_t> widths(const Terminal& terminal) const;
+    /// Of each column; nothing for one that is left out.
+    [[nodiscard]] std::vector<std::optional<std::size_t>> widths(const Terminal& terminal) const;
 
     std::vector<Column> columns_;
     std::vector<std::vector<Cell>> rows_;

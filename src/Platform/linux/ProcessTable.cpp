@@ -1,15 +1,20 @@
 #include "Platform/ProcessTable.h"
 
 #include "Base/Text.h"
+#include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
+#include "Platform/SystemError.h"
 
 #include <fmt/format.h>
 
 #include <dirent.h>
+#include <poll.h>
+#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <charconv>
+#include <csignal>
 #include <memory>
 #include <string_view>
 
@@ -54,16 +59,64 @@ std::uint64_t bytes(std::string_view kibibytes)
     return 1024 * static_cast<std::uint64_t>(text::integer(kibibytes.substr(0, kibibytes.find(' '))).value_or(0));
 }
 
+template <typename Predicate>
+std::vector<pid_t> processes(Predicate isWanted)
+{
+    std::vector<pid_t> found;
+    const std::unique_ptr<DIR, CloseFolder> folder(::opendir("/proc"));
+    while (const dirent* entry = folder ? ::readdir(folder.get()) : nullptr)
+        if (const pid_t process = processOf(entry->d_name); process > 0 && isWanted(process))
+            found.push_back(process);
+    return found;
+}
+
+bool hasInEnvironment(pid_t process, std::string_view assignment)
+{
+    const std::optional<std::string> variables = Files::readIfPossible(fmt::format("/proc/{}/environ", process));
+    if (!variables)
+        return false;
+    for (const std::string_view variable : text::split(*variables, '\0'))
+        if (variable == assignment)
+            return true;
+    return false;
+}
+
 } // namespace
 
 std::vector<pid_t> group(pid_t group)
 {
-    std::vector<pid_t> processes;
-    const std::unique_ptr<DIR, CloseFolder> folder(::opendir("/proc"));
-    while (const dirent* entry = folder ? ::readdir(folder.get()) : nullptr)
-        if (const pid_t process = processOf(entry->d_name); process > 0 && ::getpgid(process) == group)
-            processes.push_back(process);
-    return processes;
+    return processes([group](pid_t process) { return isInGroup(process, group); });
+}
+
+std::vector<pid_t> carriers(const std::string& variable, const std::string& value)
+{
+    const std::string assignment = fmt::format("{}={}", variable, value);
+    return processes([&](pid_t process) { return hasInEnvironment(process, assignment); });
+}
+
+bool carries(pid_t process, const std::string& variable, const std::string& value)
+{
+    return hasInEnvironment(process, fmt::format("{}={}", variable, value));
+}
+
+bool isInGroup(pid_t process, pid_t group)
+{
+    return ::getpgid(process) == group;
+}
+
+bool kill(pid_t process, const std::function<bool(pid_t process)>& isMeant)
+{
+    try {
+        // A hold on the process that has the id now. If that one is still there after the question, the question was
+        // about it.
+        const FileDescriptor hold = ChildProcess::exitEvent(process);
+        if (!isMeant(process))
+            return false;
+        pollfd ended{.fd = hold.get(), .events = POLLIN, .revents = 0};
+        return ::poll(&ended, 1, 0) == 0 && ::syscall(SYS_pidfd_send_signal, hold.get(), SIGKILL, nullptr, 0) == 0;
+    } catch (const SystemError&) {
+        return false; // it has ended
+    }
 }
 
 std::optional<Usage> usage(pid_t process)

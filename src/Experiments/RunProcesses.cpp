@@ -1,0 +1,62 @@
+#include "Experiments/RunProcesses.h"
+
+#include "Experiments/Supervisor.h"
+#include "Platform/ProcessTable.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+namespace veltry {
+
+namespace {
+
+constexpr int rounds = 50;
+constexpr std::chrono::milliseconds betweenRounds(20);
+
+} // namespace
+
+RunProcesses::RunProcesses(const Run& run)
+{
+    static_cast<void>(look(run));
+}
+
+const std::set<pid_t>& RunProcesses::look(const Run& run)
+{
+    processes_.clear();
+    const auto add = [this](const std::vector<pid_t>& found) {
+        for (const pid_t process : found)
+            if (process != ::getpid() && ProcessTable::usage(process))
+                processes_.insert(process);
+    };
+    if (group_ == 0 && !groupIsOver_ && !run.isFinished())
+        group_ = run.pid.value_or(0);
+    if (group_ > 0)
+        add(ProcessTable::group(group_));
+    if (group_ > 0 && processes_.empty()) {
+        group_ = 0;
+        groupIsOver_ = true;
+    }
+    add(ProcessTable::carriers(Supervisor::resultVariable, run.resultFile().string()));
+    return processes_;
+}
+
+std::size_t RunProcesses::kill(const Run& run)
+{
+    std::size_t killed = 0;
+    for (int round = 0; round < rounds && !look(run).empty(); ++round) {
+        for (const pid_t process : std::set<pid_t>(processes_))
+            killed += ProcessTable::kill(process, [&](pid_t found) { return isOfRun(run, found); }) ? 1 : 0;
+        std::this_thread::sleep_for(betweenRounds);
+    }
+    return killed;
+}
+
+bool RunProcesses::isOfRun(const Run& run, pid_t process) const
+{
+    return (group_ > 0 && ProcessTable::isInGroup(process, group_)) ||
+           ProcessTable::carries(process, Supervisor::resultVariable, run.resultFile().string());
+}
+
+} // namespace veltry

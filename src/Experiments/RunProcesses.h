@@ -1,0 +1,35 @@
+#pragma once
+
+#include "Projects/Run.h"
+
+#include <sys/types.h>
+
+#include <set>
+
+namespace veltry {
+
+/// The processes of a run, wherever they went: those of its group, and all that carry its result path in their
+/// environment, as daemons do that left the group. This process and those that have ended don't count.
+///
+/// The group has its number from the run's shell, and the system may give that number away once the group is empty. So
+/// it counts from a look at the run in flight, until it was seen empty. A value for one thread.
+class RunProcesses {
+public:
+    /// Takes the first look.
+    explicit RunProcesses(const Run& run);
+
+    /// Looks again. `run` is its fresh row.
+    [[nodiscard]] const std::set<pid_t>& look(const Run& run);
+
+    /// Ends each of them by SIGKILL, and those that they start meanwhile. Returns how many it ended.
+    std::size_t kill(const Run& run);
+
+private:
+    [[nodiscard]] bool isOfRun(const Run& run, pid_t process) const;
+
+    pid_t group_ = 0; ///< 0 while it isn't known, and when it has gone
+    bool groupIsOver_ = false;
+    std::set<pid_t> processes_;
+};
+
+} // namespace veltry

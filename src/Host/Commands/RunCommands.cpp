@@ -1,0 +1,232 @@
+#include "Experiments/RunProcesses.h"
+#include "Experiments/RunWatch.h"
+#include "Host/Commands/Commands.h"
+#include "Host/Context.h"
+#include "Host/LiveRun.h"
+#include "Host/RecordJSON.h"
+#include "Host/RunWords.h"
+#include "Host/Terminal/Progress.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <chrono>
+#include <thread>
+
+namespace veltry::Commands {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Count = Option::Count;
+using Completion = Option::Completion;
+
+constexpr std::chrono::milliseconds betweenLooks(100);
+constexpr std::size_t shownCommit = 12;
+
+void tell(const Context& context, const Run& run)
+{
+    context.json() ? context.printJSON(RecordJSON::of(run)) : context.print(RunWords::state(run) + "\n");
+}
+
+/// For the exit status and what to do about it.
+void refuseUnlessSucceeded(const Run& run)
+{
+    if (run.status != Run::Status::succeeded)
+        throw Refusal(fmt::format(
+            "Run #{} {}. veltry log {} shows what it printed.", run.number,
+            run.status == Run::Status::failed ? "failed" : "was cancelled", run.number));
+}
+
+Clock::time_point deadlineOf(const Arguments& arguments)
+{
+    const std::optional<double> seconds = arguments.number("--timeout");
+    if (seconds && !(*seconds >= 0 && *seconds < 1e9))
+        throw UsageError(fmt::format("--timeout {} is no length of time. Give seconds.", *seconds));
+    return seconds ? Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*seconds))
+                   : Clock::time_point::max();
+}
+
+/// Looks until the run has ended. `eachLook` is called in between, and may throw.
+template <typename Work>
+Run ended(Context& context, const Run& run, Work eachLook)
+{
+    LiveRun live(context, run);
+    const Progress progress(context.notes(), fmt::format("Waiting for run #{}", run.number));
+    while (!live.look().isFinished()) {
+        eachLook(live.run());
+        std::this_thread::sleep_for(betweenLooks);
+    }
+    return live.run();
+}
+
+void start(Context& context, const Arguments& arguments)
+{
+    const Experiment node = context.node(arguments.required("NODE"));
+    Lab lab = context.lab();
+    pid_t supervisor = 0; // it outlives us, but while we wait we are its parent
+    lab.adopt = [&](pid_t started) { supervisor = started; };
+    const Run run = [&] {
+        const Progress progress(context.notes(), "Making the run's copy of the code");
+        return lab.launch(node.id.text(), Context::settings().maxRuns);
+    }();
+    const bool waits = arguments.has("--wait");
+    if (!waits)
+        return context.json() ? context.printJSON(RecordJSON::of(run))
+                              : context.print(fmt::format(
+                                    "Run #{} of {} began, at {}. veltry log {} -f follows it.\n", run.number, node.slug,
+                                    run.commit.substr(0, shownCommit), run.number));
+    context.note(fmt::format("Run #{} of {} began, at {}.", run.number, node.slug, run.commit.substr(0, shownCommit)));
+    const Run last = ended(context, run, [&](const Run&) {
+        if (supervisor > 0 && ChildProcess::reapIfEnded(supervisor))
+            supervisor = 0;
+    });
+    tell(context, last);
+    refuseUnlessSucceeded(last);
+}
+
+void waitForOne(Context& context, const Run& run, Clock::time_point deadline)
+{
+    const Run last = ended(context, run, [&](const Run& now) {
+        if (Clock::now() >= deadline)
+            throw Refusal(RunWords::state(now) + " It was not waited for any longer.");
+    });
+    tell(context, last);
+    refuseUnlessSucceeded(last);
+}
+
+void waitForAll(Context& context, bool forAnyOne, Clock::time_point deadline)
+{
+    const Lab& lab = context.lab();
+    RunWatch watch(lab);
+    if (watch.waiting() == 0)
+        return context.json() ? context.printJSON(JSONValue::Array()) : context.note("No run is in flight.");
+    JSONValue::Array records;
+    std::string unsuccessful;
+    bool isEnough = false;
+    while (!isEnough) {
+        std::vector<Run> finished;
+        {
+            const Progress progress(context.notes(), fmt::format("Waiting for runs, {} in flight", watch.waiting()));
+            while ((finished = watch.finishedSince()).empty() && Clock::now() < deadline)
+                std::this_thread::sleep_for(betweenLooks);
+        }
+        for (const Run& run : finished) {
+            context.json() ? records.push_back(RecordJSON::of(run)) : context.print(RunWords::state(run) + "\n");
+            if (run.status != Run::Status::succeeded)
+                unsuccessful += fmt::format("{}#{}", unsuccessful.empty() ? "" : ", ", run.number);
+        }
+        isEnough = finished.empty() || watch.waiting() == 0 || forAnyOne;
+        if (isEnough && context.json())
+            context.printJSON(std::move(records));
+        if (finished.empty())
+            throw Refusal(fmt::format("{} runs still go. They were not waited for any longer.", watch.waiting()));
+    }
+    if (!unsuccessful.empty())
+        throw Refusal(fmt::format("These runs did not succeed: {}.", unsuccessful));
+}
+
+void wait(Context& context, const Arguments& arguments)
+{
+    const Clock::time_point deadline = deadlineOf(arguments);
+    if (const std::optional<std::string> given = arguments.text("RUN"))
+        return waitForOne(context, context.run(*given), deadline);
+    waitForAll(context, arguments.has("--any"), deadline);
+}
+
+/// Asks it to stop, and waits until it has; and with a grace, until none of its processes is left.
+void stopAndWait(Context& context, const Run& given, std::optional<double> grace)
+{
+    const Lab& lab = context.lab();
+    RunProcesses processes(given);
+    Run run = lab.cancel(given.id.text());
+    bool wasAsked = run.pid.has_value(); // one that is still queued has nobody who could be told
+    const Clock::time_point begin = Clock::now();
+    LiveRun live(context, run);
+    std::size_t killed = 0;
+    const auto isOver = [&] {
+        run = live.look();
+        return run.isFinished() && (!grace || processes.look(run).empty());
+    };
+    {
+        const Progress progress(context.notes(), fmt::format("Waiting for run #{} to stop", run.number));
+        while (!isOver()) {
+            if (!wasAsked && run.pid && !run.isFinished()) {
+                static_cast<void>(lab.cancel(run.id.text()));
+                wasAsked = true;
+            }
+            if (grace && std::chrono::duration<double>(Clock::now() - begin).count() >= *grace)
+                killed += processes.kill(run);
+            std::this_thread::sleep_for(betweenLooks);
+        }
+    }
+    if (killed > 0)
+        context.note(fmt::format("{} {} ended by force.", killed, killed == 1 ? "process was" : "processes were"));
+    tell(context, run);
+}
+
+void cancel(Context& context, const Arguments& arguments)
+{
+    const std::optional<double> grace = arguments.number("--kill-after");
+    if (grace && !(*grace >= 0 && *grace < 1e9))
+        throw UsageError(fmt::format("--kill-after {} is no length of time. Give seconds.", *grace));
+    const Run run = context.run(arguments.required("RUN"));
+    if (arguments.has("--wait") || grace)
+        return stopAndWait(context, run, grace);
+    const Run now = context.lab().cancel(run.id.text());
+    if (context.json())
+        return context.printJSON(RecordJSON::of(now));
+    if (now.isFinished())
+        return context.note(RunWords::state(now) + " There was nothing to stop.");
+    context.note(fmt::format("Asked run #{} to stop.", now.number));
+}
+
+constexpr std::array startOptions = {
+    Option{"NODE", "", "The node to run", Count::required, Completion::node},
+    Option{"--wait", "", "Wait until it has ended; the exit status is 1 if it did not succeed"},
+};
+constexpr std::array cancelOptions = {
+    Option{"RUN", "", "The run's number or id", Count::required, Completion::run},
+    Option{"--wait", "", "Wait until it has ended"},
+    Option{
+        "--kill-after", "SECONDS",
+        "Wait, and after this time end by force whatever is left of it, daemons that it started too"},
+};
+constexpr std::array waitOptions = {
+    Option{"RUN", "", "This run alone; all runs in flight where none is given", Count::optional, Completion::run},
+    Option{"--any", "", "Of several, only until the first has ended"},
+    Option{"--timeout", "SECONDS", "Give up after this time, with exit status 1"},
+};
+
+constexpr std::array table = {
+    Command{
+        .name = "run",
+        .summary = "Run a node: commit what is pending in its worktree and start its command",
+        .example = "veltry run lr-3e-5",
+        .hasJSON = true,
+        .options = startOptions,
+        .run = &start},
+    Command{
+        .name = "cancel",
+        .summary = "Ask a run to stop",
+        .example = "veltry cancel 7 --kill-after 10",
+        .hasJSON = true,
+        .options = cancelOptions,
+        .run = &cancel},
+    Command{
+        .name = "wait",
+        .summary = "Wait for runs to end; the exit status is 1 if one did not succeed",
+        .example = "veltry wait 7 --timeout 3600",
+        .hasJSON = true,
+        .options = waitOptions,
+        .run = &wait},
+};
+
+} // namespace
+
+Family runCommands()
+{
+    return table;
+}
+
+} // namespace veltry::Commands
