@@ -48,15 +48,6 @@ std::string stripped(std::string_view output)
     return std::string(text::trimmed(text::repaired(output)));
 }
 
-bool hasIdentity(const Git& git, const std::filesystem::path& in)
-{
-    try {
-        return !git.run({"config", "user.email"}, in).empty();
-    } catch (const Git::Failure&) {
-        return false; // no value is an exit status of 1
-    }
-}
-
 } // namespace
 
 std::string Git::Failure::description() const
@@ -129,6 +120,15 @@ void Git::excludePrivately(std::string_view entry) const
     Files::writeAtomically(file, lines.append(entry) + '\n');
 }
 
+bool Git::hasIdentity(const std::filesystem::path& in) const
+{
+    try {
+        return !run({"config", "user.email"}, in).empty();
+    } catch (const Error&) {
+        return false; // no value is an exit status of 1
+    }
+}
+
 bool Git::hasChanges(const std::filesystem::path& in) const
 {
     return !run({"status", "--porcelain"}, in).empty();
@@ -138,7 +138,7 @@ void Git::commitAll(const std::filesystem::path& in, const std::string& message)
 {
     run({"add", "--all"}, in);
     Arguments arguments;
-    if (!hasIdentity(*this, in))
+    if (!hasIdentity(in))
         arguments = {"-c", fallbackName, "-c", fallbackEmail};
     for (const char* argument : {"commit", "--quiet", "--no-verify", "-m"})
         arguments.emplace_back(argument);

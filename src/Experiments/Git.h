@@ -61,6 +61,8 @@ public:
     /// From a linked work tree it reaches the file that all its siblings share.
     void excludePrivately(std::string_view entry) const;
 
+    /// Whether commits made in `in` bear the person's own name; else they bear one of ours. False for any failure.
+    [[nodiscard]] bool hasIdentity(const std::filesystem::path& in) const;
     /// True if the work tree `in` differs from its commit; files that git ignores don't count.
     [[nodiscard]] bool hasChanges(const std::filesystem::path& in) const;
     /// Commits all that hasChanges() sees, under the person's identity or, if none is configured, under one of ours.

@@ -3,8 +3,10 @@
 #include "Config/VeltrySettings.h"
 #include "Experiments/Git.h"
 #include "Experiments/Lab.h"
+#include "Host/ClientConfiguration.h"
 #include "Host/Context.h"
 #include "Platform/Files.h"
+#include "Platform/ProcessFacts.h"
 #include "Projects/ProjectStore.h"
 
 #include <fmt/format.h>
@@ -14,9 +16,6 @@
 namespace veltry::Init {
 
 namespace {
-
-/// How the conversation of attached clients is found again.
-constexpr std::string_view conversationTitle = "Attached clients";
 
 std::filesystem::path existingFolder(const std::filesystem::path& folder)
 {
@@ -65,38 +64,32 @@ Project findOrCreate(
     return project;
 }
 
-std::filesystem::path settingsFile(const Context& context)
+void writeSettings(const Context& context)
 {
     const std::filesystem::path path = Context::settingsPath();
-    if (!Files::exists(path)) {
-        Files::createFolders(path.parent_path());
-        Files::writeAtomically(path, VeltrySettings::templateText(VeltrySettings()));
-        context.note(fmt::format("Wrote the settings to {}.", path.string()));
-    }
-    return path;
+    if (Files::exists(path))
+        return;
+    Files::createFolders(path.parent_path());
+    Files::writeAtomically(path, VeltrySettings::templateText(VeltrySettings()));
+    context.note(fmt::format("Wrote the settings to {}.", path.string()));
 }
 
 Conversation findOrCreateConversation(ProjectStore& store, const Project& project, const std::string& harness)
 {
-    for (Conversation& conversation : store.conversations(project.id))
-        if (conversation.title == conversationTitle)
-            return std::move(conversation);
+    if (std::optional<Conversation> found = conversationOfClients(store, project))
+        return std::move(*found);
     return store.createConversation(project.id, conversationTitle, harness);
 }
 
-/// What an MCP client wants to know of a server. As JSON, since the default paths hold a blank.
-JSONValue clientConfiguration(
-    const ProjectStore& store, const Project& project, const Conversation& conversation,
-    const std::filesystem::path& settings)
-{
-    const JSONValue arguments = JSONValue::array(
-        {"mcp", "--db", store.path().string(), "--project", project.id.text(), "--runs", Lab::defaultRuns().string(),
-         "--settings", settings.string(), "--conversation", conversation.id.text()});
-    const JSONValue server = JSONValue::object({{"command", Context::tools().string()}, {"args", arguments}});
-    return JSONValue::object({{"mcpServers", JSONValue::object({{"veltry", server}})}});
-}
-
 } // namespace
+
+std::optional<Conversation> conversationOfClients(const ProjectStore& store, const Project& project)
+{
+    for (Conversation& conversation : store.conversations(project.id))
+        if (conversation.title == conversationTitle)
+            return std::move(conversation);
+    return std::nullopt;
+}
 
 void run(Context& context, const Options& options)
 {
@@ -108,10 +101,14 @@ void run(Context& context, const Options& options)
             top.string()));
     ProjectStore& store = *context.storeMadeIfMissing();
     const Project project = findOrCreate(store, top, options.name, context);
-    const std::filesystem::path settings = settingsFile(context);
+    writeSettings(context);
     const Conversation conversation = findOrCreateConversation(store, project, Context::settings().defaultAgent);
+    const ClientConfiguration client =
+        ClientConfiguration::of(store, project, conversation, ProcessFacts::environment());
     context.note("Give this to your MCP client:");
-    context.printJSON(clientConfiguration(store, project, conversation, settings));
+    context.print(client.text(options.client));
+    for (const std::string& line : client.notes(options.client))
+        context.note(line);
 }
 
 } // namespace veltry::Init

@@ -1,25 +1,37 @@
 #pragma once
 
+#include "Projects/Conversation.h"
+#include "Projects/Project.h"
+
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace veltry {
 
 class Context;
+class ProjectStore;
 
 /// `veltry init`: makes a project of a git repository and says how an agent is attached to it.
 namespace Init {
 
+/// The title of the conversation that attached clients share, by which it is found again.
+constexpr std::string_view conversationTitle = "Attached clients";
+
 struct Options {
     std::filesystem::path folder = ".";
     std::optional<std::string> name; ///< the folder's own name where there is none
+    std::string client = "common";   ///< one of ClientConfiguration::forms
 };
 
 /// Registers the repository's top, unless it is there, writes `settings.toml` where there is none, and finds or makes
 /// the conversation that attached clients share. Prints the configuration block of an MCP client and notes what it did.
 /// Throws Refusal for a folder that can't become a project, and what the store and the file system meet.
 void run(Context& context, const Options& options);
+
+/// The conversation that run() made for that project, if it did.
+[[nodiscard]] std::optional<Conversation> conversationOfClients(const ProjectStore& store, const Project& project);
 
 } // namespace Init
 

@@ -153,4 +153,17 @@ std::int64_t ProjectStore::dataVersion() const
     });
 }
 
+std::vector<std::string> ProjectStore::integrityProblems() const
+{
+    return database_->read([](Connection& connection) {
+        std::vector<std::string> lines = connection.texts("PRAGMA integrity_check");
+        if (lines.size() == 1 && lines.front() == "ok")
+            lines.clear();
+        for (Statement row = connection.query("PRAGMA foreign_key_check"); row.step();)
+            lines.push_back(
+                fmt::format("a row of {} refers to a row of {} that isn't there", row.string(0), row.string(2)));
+        return lines;
+    });
+}
+
 } // namespace veltry

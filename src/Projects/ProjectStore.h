@@ -90,6 +90,10 @@ public:
     /// the file's header. Not to be compared across handles.
     [[nodiscard]] std::int64_t dataVersion() const;
 
+    /// What SQLite finds wrong with the file's pages, indices and keys, a line each; nothing where it is sound. Reads
+    /// the whole file.
+    [[nodiscard]] std::vector<std::string> integrityProblems() const;
+
     // Projects. Folders are made absolute and free of ".", ".." and doubled separators.
 
     /// The oldest first, each with its folders in order.

@@ -12,6 +12,7 @@ namespace {
 
 using test::Repository;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 /// `veltry init` with an application-support folder of its own.
@@ -75,6 +76,32 @@ TEST_F(InitTest, ASecondCallFindsEverythingAgainAndKeepsWhatThePersonWrote)
 
     EXPECT_EQ(init({repository.path().string(), "--db", (data_ / "new/other.sqlite").string()}).exitNumber, 0);
     EXPECT_EQ(ProjectStore(data_ / "new/other.sqlite").projects().size(), 1u);
+}
+
+TEST_F(InitTest, PassesOnWhatAClientWouldKeepAndLetsAWaitOfHalfAnHourThrough)
+{
+    const Repository repository;
+    const auto block = [&](const std::string& client, const std::string& key) {
+        const ChildProcess::Output output = test::runProgram(
+            test::hostProgram(), {"init", "--client", client, repository.path().string()},
+            {{"XDG_DATA_HOME", data_.path().string()}, {"OPENALEX_API_KEY", key}}, "/");
+        EXPECT_THAT(
+            output.error, HasSubstr(key.empty() ? "OPENALEX_API_KEY isn't set here" : "holds your OPENALEX_API_KEY"));
+        return output.output;
+    };
+    const JSONValue common = *JSONValue::parse(block("common", "a \"key\"")).find("mcpServers")->find("veltry");
+    EXPECT_EQ(*common.find("env")->find("OPENALEX_API_KEY")->string(), "a \"key\"");
+    EXPECT_GT(*common.find("timeout")->number(), 1'800'000);
+    EXPECT_THAT(block("common", ""), Not(HasSubstr("OPENALEX_API_KEY")));
+
+    const std::string codex = block("codex", "a \"key\"");
+    EXPECT_THAT(codex, StartsWith("[mcp_servers.veltry]\ncommand = \"" + test::toolsProgram().string()));
+    EXPECT_THAT(codex, HasSubstr("\ntool_timeout_sec = 1860\n"));
+    EXPECT_THAT(codex, HasSubstr("[mcp_servers.veltry.env]\nOPENALEX_API_KEY = \"a \\\"key\\\"\"\n"));
+
+    const JSONValue other = *JSONValue::parse(block("opencode", "k")).find("mcp")->find("veltry");
+    EXPECT_EQ(*other.find("environment")->find("OPENALEX_API_KEY")->string(), "k");
+    EXPECT_EQ(*other.find("command")->array()->front().string(), test::toolsProgram().string());
 }
 
 TEST_F(InitTest, SaysThatThereIsNoCommitYet)

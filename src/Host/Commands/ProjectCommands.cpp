@@ -1,4 +1,5 @@
 #include "Base/Text.h"
+#include "Host/ClientConfiguration.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
 #include "Host/Init.h"
@@ -20,7 +21,10 @@ using Scope = Command::Scope;
 
 void init(Context& context, const Arguments& arguments)
 {
-    Init::run(context, {.folder = arguments.text("FOLDER").value_or("."), .name = arguments.text("--name")});
+    Init::run(
+        context, {.folder = arguments.text("FOLDER").value_or("."),
+                  .name = arguments.text("--name"),
+                  .client = arguments.text("--client").value_or("common")});
 }
 
 void projects(Context& context, const Arguments& /*arguments*/)
@@ -62,6 +66,9 @@ constexpr std::array initOptions = {
         "FOLDER", "", "A folder of the repository; the project is the repository's top", Count::optional,
         Completion::folder},
     Option{"--name", "NAME", "The project's name; the folder's own by default"},
+    Option{
+        "--client", "CLIENT", "The client in whose form the block is written", Count::optional, Completion::none,
+        ClientConfiguration::forms},
 };
 constexpr std::array renameOptions = {
     Option{"NAME", "", "The new name", Count::required},

@@ -1,0 +1,90 @@
+#include "Host/Doctor/Finding.h"
+
+#include "Base/Text.h"
+
+#include <algorithm>
+#include <array>
+
+namespace veltry {
+
+namespace {
+
+constexpr std::size_t widestLine = 110; // longer lines are hard to read
+
+struct Mark {
+    Finding::Level level;
+    std::string_view word;
+    std::string_view sign;
+    std::string_view plain;
+    Style style;
+};
+
+constexpr std::array marks = {
+    Mark{Finding::Level::good, "good", "\u2713", "+", Style::green},
+    Mark{Finding::Level::absent, "absent", "-", "-", Style::dim},
+    Mark{Finding::Level::advice, "advice", "!", "!", Style::yellow},
+    Mark{Finding::Level::wrong, "wrong", "\u2717", "x", Style::red},
+};
+
+const Mark& markOf(Finding::Level level)
+{
+    return *std::ranges::find(marks, level, &Mark::level);
+}
+
+/// The words on lines of at most `width` columns, all but the first indented. A longer word gets a line of its own.
+std::string wrapped(std::string_view words, std::size_t width, std::size_t indent)
+{
+    std::string result;
+    std::size_t used = 0;
+    const std::string line = text::oneLine(words);
+    for (const std::string_view word : text::split(line, ' ')) {
+        const std::size_t columns = text::columns(word);
+        if (used > 0 && used + 1 + columns > width) {
+            result.append("\n").append(indent, ' ');
+            used = 0;
+        } else if (used > 0) {
+            result += ' ';
+            ++used;
+        }
+        result += word;
+        used += columns;
+    }
+    return result;
+}
+
+} // namespace
+
+std::string drawn(std::span<const Finding> findings, const Terminal& terminal)
+{
+    std::size_t widest = 0;
+    for (const Finding& finding : findings)
+        widest = std::max(widest, text::columns(finding.subject));
+    const std::size_t indent = 2 + widest + 2;
+    std::size_t columns = widestLine;
+    if (const std::optional<Terminal::Size> size = terminal.size())
+        columns = std::min(columns, size->columns);
+    const std::size_t width = columns > indent + 20 ? columns - indent : 20;
+    std::string result;
+    for (const Finding& finding : findings) {
+        const Mark& mark = markOf(finding.level);
+        const std::string blanks(widest - text::columns(finding.subject) + 2, ' ');
+        result += terminal.styled(mark.style, terminal.isUTF8() ? mark.sign : mark.plain) + " " +
+                  terminal.styled(Style::bold, finding.subject) + blanks + wrapped(finding.text, width, indent) + "\n";
+        if (!finding.advice.empty())
+            result.append(indent, ' ')
+                .append(terminal.styled(Style::cyan, wrapped(finding.advice, width, indent)))
+                .append("\n");
+    }
+    return result;
+}
+
+JSONValue toJSON(const Finding& finding)
+{
+    JSONValue::Object members{
+        {"subject", finding.subject}, {"level", markOf(finding.level).word}, {"text", finding.text}};
+    if (!finding.advice.empty())
+        members.emplace("advice", finding.advice);
+    return members;
+}
+
+} // namespace veltry

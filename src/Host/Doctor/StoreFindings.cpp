@@ -1,0 +1,165 @@
+#include "Host/Doctor/StoreFindings.h"
+
+#include "Base/Text.h"
+#include "Config/VeltrySettings.h"
+#include "Platform/FileSystemFacts.h"
+#include "Platform/Files.h"
+#include "Projects/ProjectStore.h"
+
+#include <fmt/format.h>
+
+namespace veltry::StoreFindings {
+
+namespace {
+
+using Level = Finding::Level;
+using State = Store::State;
+
+constexpr std::uint64_t gibibyte = std::uint64_t{1} << 30U;
+constexpr std::size_t problemsTold = 3;
+
+Store ill(const std::filesystem::path& path, const std::string& problems, std::shared_ptr<ProjectStore> store)
+{
+    return {
+        State::ill,
+        {"store", Level::wrong, fmt::format("{} isn't whole: {}.", path.string(), problems),
+         "Copy it first. Then take out what can be read: sqlite3 FILE .recover | sqlite3 NEWFILE."},
+        std::move(store)};
+}
+
+Store read(const std::filesystem::path& path, std::shared_ptr<ProjectStore> store)
+{
+    std::vector<std::string> problems;
+    try {
+        problems = store->integrityProblems();
+    } catch (const DatabaseError& error) {
+        if (!error.isDamage())
+            throw;
+        problems = {error.message};
+    }
+    if (problems.empty())
+        return {State::sound, {"store", Level::good, path.string()}, std::move(store)};
+    const std::size_t more = problems.size() > problemsTold ? problems.size() - problemsTold : 0;
+    problems.resize(problems.size() - more);
+    std::string told = text::oneLine(text::joined(problems, "; "));
+    if (more > 0)
+        told += fmt::format("; and {} more", more);
+    return ill(path, told, std::move(store));
+}
+
+Finding place(const std::string& what, const FileSystemFacts::FileSystem& system, bool holdsStore)
+{
+    const std::string subject = "disk of " + what;
+    const std::string type = system.type.empty() ? "An unknown file system" : system.type;
+    if (!system.isNetwork)
+        return {subject, Level::good, type + ", on this machine"};
+    if (holdsStore)
+        return {
+            subject, Level::wrong,
+            type + " is a network file system. SQLite's shared memory doesn't span machines, and locks may not hold: "
+                   "two machines at once damage the store.",
+            "Put the store on a disk of this machine (VELTRY_DATABASE_PATH, XDG_DATA_HOME), or use it from one "
+            "machine alone."};
+    return {
+        subject, Level::advice,
+        type +
+            " is a network file system. It doesn't tell when a log grows, so lines get their times once a second, and "
+            "a lock may not show that a run's supervisor lives.",
+        "Put the runs on a disk of this machine (XDG_DATA_HOME)."};
+}
+
+} // namespace
+
+Store store(const std::filesystem::path& path)
+{
+    if (!Files::exists(path))
+        return {
+            State::absent,
+            {"store", Level::advice, fmt::format("There is none at {} yet.", path.string()),
+             "Register a project: veltry init, in the folder of your code."},
+            nullptr};
+    const auto wrong = [&](State state, const std::string& text, const std::string& advice) {
+        return Store{state, {"store", Level::wrong, fmt::format("{} {}", path.string(), text), advice}, nullptr};
+    };
+    try {
+        return read(path, std::make_shared<ProjectStore>(path));
+    } catch (const ProjectStoreError&) {
+        return wrong(State::newer, "was made by a newer Veltry.", "Use the newer program; this one changes nothing.");
+    } catch (const DatabaseError& error) {
+        if (error.isDamage())
+            return wrong(
+                State::damaged, fmt::format("is damaged: {}.", error.message),
+                "Take what can be read out of a copy: sqlite3 COPY .recover | sqlite3 NEWFILE. Or set it aside and "
+                "begin "
+                "anew: veltry doctor --set-aside.");
+        if (error.isBusy())
+            return wrong(
+                State::busy, "is busy: another program has been writing to it for ten seconds.",
+                "Try again, or find the program: fuser FILE.");
+        return wrong(
+            State::refused, fmt::format("can't be opened: {}.", error.message),
+            "Is the path right, and may you write there?");
+    } catch (const Error& error) {
+        return wrong(
+            State::refused, fmt::format("can't be opened: {}.", error.description()),
+            "Is the path right, and may you write there?");
+    }
+}
+
+Finding freeDisk(std::uint64_t freeBytes)
+{
+    const double free = static_cast<double>(freeBytes) / static_cast<double>(gibibyte);
+    Finding finding{"free disk", Level::good, fmt::format("{:.1f} GiB", free)};
+    if (freeBytes < 10 * gibibyte) {
+        finding.level = freeBytes < gibibyte ? Level::wrong : Level::advice;
+        finding.text = fmt::format("Only {:.1f} GiB are free where runs write.", free);
+        finding.advice = "See what weighs: veltry disk --all; give back what git has: veltry disk --free.";
+    }
+    return finding;
+}
+
+std::vector<Finding> places(const std::filesystem::path& store, const std::filesystem::path& runs)
+{
+    std::vector<Finding> findings;
+    if (const auto system = FileSystemFacts::of(store))
+        findings.push_back(place("store", *system, true));
+    if (const auto system = FileSystemFacts::of(runs)) {
+        findings.push_back(place("runs", *system, false));
+        findings.push_back(freeDisk(system->freeBytes));
+    }
+    return findings;
+}
+
+std::vector<Finding> projects(const ProjectStore& store)
+{
+    std::vector<Finding> findings;
+    for (const Project& project : store.projects())
+        if (!project.folders.empty() && !Files::isFolder(project.folders.front()))
+            findings.push_back(
+                {project.name, Level::advice, fmt::format("Its folder {} is gone.", project.folders.front().string()),
+                 "Move it back; or register it where it is now: veltry init."});
+    return findings;
+}
+
+std::vector<Finding> settings(const std::filesystem::path& file)
+{
+    const std::optional<std::string> text = Files::readIfPossible(file);
+    if (!text)
+        return {{"settings", Level::good, fmt::format("There is no {}, so the defaults hold.", file.string())}};
+    try {
+        std::vector<Finding> findings;
+        for (const std::string& warning : VeltrySettings::read(*text).warnings)
+            findings.push_back(
+                {"settings", Level::advice, warning + ".", fmt::format("Mend it in {}.", file.string())});
+        if (findings.empty())
+            findings.push_back({"settings", Level::good, file.string()});
+        return findings;
+    } catch (const TOML::Failure& failure) {
+        return {
+            {"settings", Level::wrong,
+             fmt::format("{} can't be read, so the defaults hold: {}.", file.string(), failure.description()),
+             "Mend the line."}};
+    }
+}
+
+} // namespace veltry::StoreFindings

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "Host/Doctor/Finding.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace veltry {
+
+class ProjectStore;
+
+/// The store, where it lies, and the settings.
+namespace StoreFindings {
+
+struct Store {
+    enum class State {
+        absent,
+        sound,
+        ill,     ///< it opens, but not all of it is whole
+        damaged, ///< it can't be read; it may be set aside
+        newer,   ///< a newer version's
+        busy,
+        refused, ///< may not be opened
+    };
+    State state = State::absent;
+    Finding finding;
+    std::shared_ptr<ProjectStore> store; ///< where it could be opened
+};
+
+/// Opens it, unless it isn't there, and reads all of it.
+[[nodiscard]] Store store(const std::filesystem::path& path);
+
+/// The file systems of the store and of the runs, and what is free there.
+[[nodiscard]] std::vector<Finding> places(const std::filesystem::path& store, const std::filesystem::path& runs);
+/// Pure: of what is free there. Nothing where there is enough.
+[[nodiscard]] Finding freeDisk(std::uint64_t freeBytes);
+
+/// Projects whose folder is gone.
+[[nodiscard]] std::vector<Finding> projects(const ProjectStore& store);
+
+/// The settings file's warnings, a finding each; or that all is well.
+[[nodiscard]] std::vector<Finding> settings(const std::filesystem::path& file);
+
+} // namespace StoreFindings
+
+} // namespace veltry

@@ -1,0 +1,64 @@
+#include "Platform/FileSystemFacts.h"
+
+#include "Base/Text.h"
+#include "Platform/Files.h"
+
+#include <fmt/format.h>
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/sysmacros.h>
+
+#include <algorithm>
+#include <array>
+
+namespace veltry::FileSystemFacts {
+
+namespace {
+
+constexpr std::array<std::string_view, 14> networkTypes = {
+    "nfs", "nfs4", "cifs",   "smb3",   "smbfs",     "afs",   "ceph",
+    "9p",  "gfs2", "lustre", "beegfs", "glusterfs", "ocfs2", "virtiofs",
+};
+
+/// mountinfo(5): "36 35 98:0 /root /mount/point options [more]... - type source options".
+std::string typeOfDevice(dev_t device)
+{
+    const std::string wanted = fmt::format("{}:{}", major(device), minor(device));
+    std::string type;
+    const std::string table = Files::readIfPossible("/proc/self/mountinfo").value_or("");
+    for (const std::string_view line : text::split(table, '\n')) {
+        const std::vector<std::string_view> fields = text::split(line, ' ');
+        const auto hyphen = std::ranges::find(fields, "-");
+        if (fields.size() > 2 && fields[2] == wanted && fields.end() - hyphen > 1)
+            type = hyphen[1];
+    }
+    return type;
+}
+
+} // namespace
+
+bool isNetworkType(std::string_view type)
+{
+    const std::string_view plain = type.starts_with("fuse.") ? type.substr(5) : type;
+    return std::ranges::find(networkTypes, plain) != networkTypes.end() || plain == "sshfs" || plain == "rclone" ||
+           plain == "s3fs";
+}
+
+std::optional<FileSystem> of(const std::filesystem::path& path)
+{
+    std::filesystem::path there = path;
+    while (!Files::exists(there) && there.has_relative_path())
+        there = there.parent_path();
+    struct stat status{};
+    struct statvfs space{};
+    if (::stat(there.c_str(), &status) != 0 || ::statvfs(there.c_str(), &space) != 0)
+        return std::nullopt;
+    FileSystem system{.type = typeOfDevice(status.st_dev)};
+    system.isNetwork = isNetworkType(system.type);
+    system.freeBytes = std::uint64_t{space.f_bavail} * space.f_frsize;
+    system.totalBytes = std::uint64_t{space.f_blocks} * space.f_frsize;
+    return system;
+}
+
+} // namespace veltry::FileSystemFacts
