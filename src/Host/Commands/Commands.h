@@ -14,6 +14,7 @@ using Family = std::span<const Command>;
 [[nodiscard]] Family treeCommands();    ///< tree
 [[nodiscard]] Family listCommands();    ///< list
 [[nodiscard]] Family showCommands();    ///< show
+[[nodiscard]] Family compareCommands(); ///< compare
 [[nodiscard]] Family runCommands();     ///< run, cancel, wait
 [[nodiscard]] Family nodeCommands();    ///< create, notes, archive
 [[nodiscard]] Family logCommand();
@@ -28,6 +29,7 @@ using Family = std::span<const Command>;
         treeCommands(),
         listCommands(),
         showCommands(),
+        compareCommands(),
         runCommands(),
         nodeCommands(),
         logCommand(),

@@ -30,6 +30,13 @@ std::string fitted(std::string_view text, std::size_t columns, const Terminal& t
     return std::string(text::firstColumns(text, columns - text::columns(mark))).append(mark);
 }
 
+void TextTable::add(std::vector<Cell> row)
+{
+    for (Cell& cell : row)
+        cell.text = text::oneLine(cell.text);
+    rows_.push_back(std::move(row));
+}
+
 std::vector<std::optional<std::size_t>> TextTable::widths(const Terminal& terminal) const
 {
     std::vector<std::optional<std::size_t>> widths;
@@ -37,7 +44,7 @@ std::vector<std::optional<std::size_t>> TextTable::widths(const Terminal& termin
         widths.emplace_back(text::columns(column.heading));
     for (const std::vector<Cell>& row : rows_)
         for (std::size_t index = 0; index < row.size(); ++index)
-            widths[index] = std::max(*widths[index], text::columns(text::oneLine(row[index].text)));
+            widths[index] = std::max(*widths[index], text::columns(row[index].text));
     const std::optional<Terminal::Size> size = terminal.size();
     if (!size)
         return widths;
@@ -77,8 +84,8 @@ std::string TextTable::text(const Terminal& terminal, std::vector<std::string>* 
         for (std::size_t index = 0; index < cells; ++index) {
             if (!width[index])
                 continue;
-            const Cell cell = cellAt(index);
-            std::string shown = fitted(text::oneLine(cell.text), *width[index], terminal);
+            const Cell& cell = cellAt(index);
+            std::string shown = fitted(cell.text, *width[index], terminal);
             const bool isLast = index + 1 == cells;
             if (!isLast || columns_[index].toTheRight)
                 shown = padded(std::move(shown), *width[index], columns_[index].toTheRight);
@@ -90,9 +97,11 @@ std::string TextTable::text(const Terminal& terminal, std::vector<std::string>* 
         text += line + '\n';
     };
     if (std::ranges::any_of(columns_, [](const Column& column) { return !column.heading.empty(); }))
-        addLine([&](std::size_t index) { return Cell{columns_[index].heading, Style::dim}; }, columns_.size());
+        addLine(
+            [&](std::size_t index) { return Cell{text::oneLine(columns_[index].heading), Style::dim}; },
+            columns_.size());
     for (const std::vector<Cell>& row : rows_)
-        addLine([&](std::size_t index) { return row[index]; }, row.size());
+        addLine([&](std::size_t index) -> const Cell& { return row[index]; }, row.size());
     return text;
 }
 

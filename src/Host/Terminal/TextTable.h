@@ -27,7 +27,7 @@ public:
     explicit TextTable(std::vector<Column> columns) : columns_(std::move(columns)) {}
 
     /// One cell for each column; missing ones are empty.
-    void add(std::vector<Cell> row) { rows_.push_back(std::move(row)); }
+    void add(std::vector<Cell> row);
 
     [[nodiscard]] bool isEmpty() const { return rows_.empty(); }
 

@@ -1,0 +1,71 @@
+#include "Host/Terminal/SideBySide.h"
+
+#include "Base/Text.h"
+#include "Host/Terminal/TextTable.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace veltry {
+
+namespace {
+
+constexpr std::size_t pageColumns = 100;
+constexpr std::size_t gap = 2;
+constexpr std::size_t fewestColumns = 8;
+
+/// One line's words, put into as many lines as they take.
+void wrapLine(std::string_view line, std::size_t columns, std::vector<std::string>& lines)
+{
+    std::string current;
+    for (std::string_view word : text::split(line, ' ')) {
+        if (!current.empty() && text::columns(current) + 1 + text::columns(word) > columns)
+            lines.push_back(std::exchange(current, ""));
+        while (text::columns(word) > columns) {
+            const std::string_view part = text::firstColumns(word, columns);
+            if (part.empty())
+                break; // a sign wider than the column
+            lines.emplace_back(part);
+            word.remove_prefix(part.size());
+        }
+        current += (current.empty() ? "" : " ") + std::string(word);
+    }
+    lines.push_back(std::move(current));
+}
+
+} // namespace
+
+std::vector<std::string> wrapped(std::string_view text, std::size_t columns)
+{
+    std::vector<std::string> lines;
+    if (text.empty())
+        return lines;
+    for (const std::string_view line : text::split(text, '\n'))
+        wrapLine(text::oneLine(line), columns, lines);
+    return lines;
+}
+
+std::string sideBySide(
+    const std::vector<std::string>& headings, const std::vector<std::string>& texts, const Terminal& terminal)
+{
+    const std::size_t width = terminal.size() ? terminal.size()->columns : pageColumns;
+    const std::size_t each = std::max(fewestColumns, (width + gap) / std::max<std::size_t>(texts.size(), 1) - gap);
+    std::vector<TextTable::Column> columns;
+    std::vector<std::vector<std::string>> lines;
+    std::size_t most = 0;
+    for (std::size_t index = 0; index < texts.size(); ++index) {
+        columns.push_back({.heading = fitted(text::oneLine(headings[index]), each, terminal)});
+        lines.push_back(wrapped(texts[index], each));
+        most = std::max(most, lines.back().size());
+    }
+    TextTable table(std::move(columns));
+    for (std::size_t row = 0; row < most; ++row) {
+        std::vector<TextTable::Cell> cells;
+        for (const std::vector<std::string>& column : lines)
+            cells.push_back({row < column.size() ? column[row] : ""});
+        table.add(std::move(cells));
+    }
+    return table.text(terminal);
+}
+
+} // namespace veltry
