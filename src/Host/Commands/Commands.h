@@ -30,6 +30,12 @@ using Family = std::span<const Command>;
 [[nodiscard]] Family doctorCommand();
 /// questions, answer, dismiss
 [[nodiscard]] Family questionCommands();
+/// settings …
+[[nodiscard]] Family settingsCommands();
+/// conversations …, said
+[[nodiscard]] Family conversationCommands();
+/// papers …
+[[nodiscard]] Family paperCommands();
 /// complete, for the shells
 [[nodiscard]] Family completeCommand();
 
@@ -37,8 +43,9 @@ using Family = std::span<const Command>;
 [[nodiscard]] inline std::vector<Family> families()
 {
     return {
-        projectCommands(), treeCommands(), listCommands(),  showCommands(),     runCommands(),
-        nodeCommands(),    logCommand(),   doctorCommand(), questionCommands(), completeCommand(),
+        projectCommands(),      treeCommands(),  listCommands(),    showCommands(),     runCommands(),
+        nodeCommands(),         logCommand(),    doctorCommand(),   questionCommands(), settingsCommands(),
+        conversationCommands(), paperCommands(), completeCommand(),
     };
 }
 
