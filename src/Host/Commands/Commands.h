@@ -17,9 +17,34 @@ using Family = std::span<const Command>;
 [[nodiscard]] Family compareCommands(); ///< compare
 [[nodiscard]] Family runCommands();     ///< run, cancel, wait
 [[nodiscard]] Family nodeCommands();    ///< create, notes, archive
+// One a line and its words above it, so that families can be added side by side.
+
+/// init, projects, project …
+[[nodiscard]] Family projectCommands();
+/// tree
+[[nodiscard]] Family treeCommands();
+/// list
+[[nodiscard]] Family listCommands();
+/// show
+[[nodiscard]] Family showCommands();
+/// run, cancel, wait
+[[nodiscard]] Family runCommands();
+/// create, notes, archive
+[[nodiscard]] Family nodeCommands();
+/// log
 [[nodiscard]] Family logCommand();
-[[nodiscard]] Family doctorCommand();   ///< doctor
-[[nodiscard]] Family completeCommand(); ///< complete, for the shells
+/// doctor
+[[nodiscard]] Family doctorCommand();
+/// questions, answer, dismiss
+[[nodiscard]] Family questionCommands();
+/// settings …
+[[nodiscard]] Family settingsCommands();
+/// conversations …, said
+[[nodiscard]] Family conversationCommands();
+/// papers …
+[[nodiscard]] Family paperCommands();
+/// complete, for the shells
+[[nodiscard]] Family completeCommand();
 
 /// All of them, in the order in which they are shown.
 [[nodiscard]] inline std::vector<Family> families()
@@ -35,6 +60,9 @@ using Family = std::span<const Command>;
         logCommand(),
         doctorCommand(),
         completeCommand(),
+        projectCommands(),      treeCommands(),  listCommands(),    showCommands(),     runCommands(),
+        nodeCommands(),         logCommand(),    doctorCommand(),   questionCommands(), settingsCommands(),
+        conversationCommands(), paperCommands(), completeCommand(),
     };
 }
 
