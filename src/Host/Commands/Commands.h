@@ -17,6 +17,8 @@ using Family = std::span<const Command>;
 [[nodiscard]] Family runCommands();     ///< run, cancel, wait
 [[nodiscard]] Family nodeCommands();    ///< create, notes, archive
 [[nodiscard]] Family logCommand();
+[[nodiscard]] Family chartCommand();
+[[nodiscard]] Family topCommand();
 [[nodiscard]] Family completeCommand(); ///< complete, for the shells
 
 /// All of them, in the order in which they are shown.
@@ -30,6 +32,8 @@ using Family = std::span<const Command>;
         runCommands(),
         nodeCommands(),
         logCommand(),
+        chartCommand(),
+        topCommand(),
         completeCommand(),
     };
 }
