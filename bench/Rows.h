@@ -42,6 +42,7 @@ namespace veltry::bench {
 [[nodiscard]] Measured questionsCommand(const Workplace& place);
 [[nodiscard]] Measured conversationsCommand(const Workplace& place);
 [[nodiscard]] Measured settingsCommand(const Workplace& place);
+[[nodiscard]] Measured logCommand(const Workplace& place);
 
 // Literature/PaperRows.cpp
 [[nodiscard]] Measured searchAnswer(const Workplace& place);

@@ -51,6 +51,7 @@ constexpr std::array rows = {
     Row{"veltry questions, 1,000 rounds, 100 open", "50 ms", 1, seconds, questionsCommand},
     Row{"veltry conversations, 100 of them", "50 ms", 1, seconds, conversationsCommand},
     Row{"veltry settings", "50 ms", 1, seconds, settingsCommand},
+    Row{"veltry log -n 100 of 100,000 lines, in the same", "50 ms", 1, seconds, logCommand},
     Row{"first look of wait_for_runs, 100,000 runs", "10 runs", 0, seconds, firstLook},
     Row{"count of runs in flight at a launch, 100,000 runs", "10 runs", 0, seconds, runsOfAllProjects},
     Row{"a run by its number, 100,000 runs", "10 runs", 0, seconds, runByNumber},

@@ -1,4 +1,5 @@
 #include "Config/VeltrySettings.h"
+#include "Experiments/RunLog.h"
 #include "History.h"
 #include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
@@ -116,6 +117,19 @@ Measured settingsCommand(const Workplace& place)
 {
     Files::writeAtomically(place.folder / "settings.toml", VeltrySettings::templateText({}));
     return timed(place, {"settings"}, 0.050);
+}
+
+Measured logCommand(const Workplace& place)
+{
+    const History history(place.folder, "store", usual);
+    const Run run = history.store().run(9000, history.project()).value();
+    Files::createFolders(run.directory);
+    std::string lines;
+    for (int line = 0; line < 100'000; ++line)
+        lines += fmt::format("step {} loss 1.0123 at the length that such lines usually have\n", line);
+    Files::writeAtomically(run.log(), lines);
+    RunLog::stampWhole(run.log(), Date::now(), 0.01);
+    return timed(place, {"log", "9000", "-n", "100"}, history, 0.050);
 }
 
 } // namespace veltry::bench

@@ -45,6 +45,9 @@ using Family = std::span<const Command>;
 [[nodiscard]] Family paperCommands();
 /// complete, for the shells
 [[nodiscard]] Family completeCommand();
+[[nodiscard]] Family chartCommand();
+[[nodiscard]] Family topCommand();
+[[nodiscard]] Family completeCommand(); ///< complete, for the shells
 
 /// All of them, in the order in which they are shown.
 [[nodiscard]] inline std::vector<Family> families()
@@ -59,6 +62,8 @@ using Family = std::span<const Command>;
         nodeCommands(),
         logCommand(),
         doctorCommand(),
+        chartCommand(),
+        topCommand(),
         completeCommand(),
         projectCommands(),      treeCommands(),  listCommands(),    showCommands(),     runCommands(),
         nodeCommands(),         logCommand(),    doctorCommand(),   questionCommands(), settingsCommands(),
