@@ -186,6 +186,18 @@ Run Context::run(std::string_view given)
     throw Refusal(fmt::format("There is no run \"{}\". veltry list shows the runs with their numbers.", given));
 }
 
+Conversation Context::conversation(std::string_view given)
+{
+    std::vector<std::string> known;
+    for (Conversation& conversation : store()->conversations(project().id)) {
+        if (conversation.title == given || names(given, conversation.id))
+            return std::move(conversation);
+        known.push_back(conversation.title);
+    }
+    throw Refusal(fmt::format(
+        "There is no conversation \"{}\".{} veltry conversations lists them.", given, didYouMean(given, known)));
+}
+
 std::filesystem::path Context::settingsPath()
 {
     return std::filesystem::absolute(VeltrySettings::defaultPath());

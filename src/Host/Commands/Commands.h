@@ -10,6 +10,7 @@ namespace veltry::Commands {
 
 using Family = std::span<const Command>;
 
+[[nodiscard]] Family agentCommands();   ///< agent
 [[nodiscard]] Family projectCommands(); ///< init, projects, project …
 [[nodiscard]] Family treeCommands();    ///< tree
 [[nodiscard]] Family listCommands();    ///< list
@@ -30,6 +31,7 @@ using Family = std::span<const Command>;
         runCommands(),
         nodeCommands(),
         logCommand(),
+        agentCommands(),
         completeCommand(),
     };
 }
