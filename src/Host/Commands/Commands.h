@@ -10,44 +10,40 @@ namespace veltry::Commands {
 
 using Family = std::span<const Command>;
 
-[[nodiscard]] Family projectCommands(); ///< init, projects, project …
-[[nodiscard]] Family treeCommands();    ///< tree
-[[nodiscard]] Family listCommands();    ///< list
-[[nodiscard]] Family showCommands();    ///< show
-[[nodiscard]] Family compareCommands(); ///< compare
-[[nodiscard]] Family runCommands();     ///< run, cancel, wait
-[[nodiscard]] Family nodeCommands();    ///< create, notes, archive
-// One a line and its words above it, so that families can be added side by side.
-
 /// init, projects, project …
 [[nodiscard]] Family projectCommands();
 /// tree
 [[nodiscard]] Family treeCommands();
 /// list
 [[nodiscard]] Family listCommands();
+/// compare
+[[nodiscard]] Family compareCommands();
 /// show
 [[nodiscard]] Family showCommands();
+/// log
+[[nodiscard]] Family logCommand();
+/// charts
+[[nodiscard]] Family chartCommand();
+/// top
+[[nodiscard]] Family topCommand();
 /// run, cancel, wait
 [[nodiscard]] Family runCommands();
 /// create, notes, archive
 [[nodiscard]] Family nodeCommands();
-/// log
-[[nodiscard]] Family logCommand();
-/// doctor
-[[nodiscard]] Family doctorCommand();
 /// questions, answer, dismiss
 [[nodiscard]] Family questionCommands();
-/// settings …
-[[nodiscard]] Family settingsCommands();
+/// agent, import
+[[nodiscard]] Family agentCommands();
 /// conversations …, said
 [[nodiscard]] Family conversationCommands();
 /// papers …
 [[nodiscard]] Family paperCommands();
+/// settings …
+[[nodiscard]] Family settingsCommands();
+/// doctor
+[[nodiscard]] Family doctorCommand();
 /// complete, for the shells
 [[nodiscard]] Family completeCommand();
-[[nodiscard]] Family chartCommand();
-[[nodiscard]] Family topCommand();
-[[nodiscard]] Family completeCommand(); ///< complete, for the shells
 
 /// All of them, in the order in which they are shown.
 [[nodiscard]] inline std::vector<Family> families()
@@ -56,18 +52,20 @@ using Family = std::span<const Command>;
         projectCommands(),
         treeCommands(),
         listCommands(),
-        showCommands(),
         compareCommands(),
-        runCommands(),
-        nodeCommands(),
+        showCommands(),
         logCommand(),
-        doctorCommand(),
         chartCommand(),
         topCommand(),
+        runCommands(),
+        nodeCommands(),
+        questionCommands(),
+        agentCommands(),
+        conversationCommands(),
+        paperCommands(),
+        settingsCommands(),
+        doctorCommand(),
         completeCommand(),
-        projectCommands(),      treeCommands(),  listCommands(),    showCommands(),     runCommands(),
-        nodeCommands(),         logCommand(),    doctorCommand(),   questionCommands(), settingsCommands(),
-        conversationCommands(), paperCommands(), completeCommand(),
     };
 }
 

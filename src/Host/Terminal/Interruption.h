@@ -6,6 +6,9 @@
 /// Ctrl-C. A command that doesn't handle it by itself ends at once with status 130, and the terminal as it was.
 namespace veltry::Interruption {
 
+/// Thrown by a command that handled the interrupt itself and has ended: exit status 130.
+struct Interrupted {};
+
 /// From here on an interrupt (also a hang-up and a request to end) writes what undo() holds and ends the process with
 /// 128 and the signal's number. Called once, by the main thread.
 void install();

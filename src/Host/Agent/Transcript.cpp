@@ -1,0 +1,87 @@
+#include "Host/Agent/Transcript.h"
+
+#include "ACP/ACPClient/WireRecord.h"
+#include "Base/UUID.h"
+
+namespace veltry {
+
+Transcript::Transcript(std::string_view stored)
+{
+    JSONValue document = JSONValue::parse(stored);
+    if (!document.array())
+        throw JSONValue::Failure("the stored transcript is no JSON array");
+    items_ = std::move(*document.array());
+}
+
+void Transcript::userSaid(std::string text)
+{
+    append("user", std::move(text));
+    open_.reset();
+}
+
+void Transcript::endTurn()
+{
+    open_.reset();
+    calls_.clear();
+}
+
+void Transcript::add(const SessionUpdate& update)
+{
+    if (const auto* said = std::get_if<SessionUpdate::AgentMessageChunk>(&update.value))
+        addChunk("agent", *said);
+    else if (const auto* thought = std::get_if<SessionUpdate::AgentThoughtChunk>(&update.value))
+        addChunk("thought", *thought);
+    else if (const auto* asked = std::get_if<SessionUpdate::UserMessageChunk>(&update.value))
+        addChunk("user", *asked); // of a session's history
+    else if (const auto* call = std::get_if<ToolCall>(&update.value))
+        addCall({call->toolCallId, call->title, call->kind, call->status, std::nullopt, std::nullopt});
+    else if (const auto* change = std::get_if<ToolCallUpdate>(&update.value))
+        addCall(*change);
+}
+
+std::string Transcript::textOf(const ContentBlock& block)
+{
+    if (const auto* text = std::get_if<ContentBlock::Text>(&block.value))
+        return text->text;
+    if (const auto* link = std::get_if<ContentBlock::ResourceLink>(&block.value))
+        return link->name + " <" + link->uri + ">";
+    return "[" + std::get<ContentBlock::Other>(block.value).type + "]";
+}
+
+void Transcript::addChunk(const char* kind, const ContentChunk& chunk)
+{
+    const bool goesOn = open_ && open_->kind == kind && open_->messageID == chunk.messageId;
+    if (!goesOn) {
+        append(kind, std::string());
+        open_ = OpenMessage{.kind = kind, .messageID = chunk.messageId};
+    }
+    JSONValue& payload = (*(*(*items_.back().object())["kind"].object())[kind].object())["_0"];
+    payload.string()->append(textOf(chunk.content));
+}
+
+void Transcript::addCall(const ToolCallUpdate& call)
+{
+    open_.reset();
+    const auto known = calls_.find(call.toolCallId);
+    JSONValue::Object changed = *encoded(call).object();
+    changed.erase("content"); // may be whole files
+    changed.erase("locations");
+    if (known == calls_.end()) {
+        calls_[call.toolCallId] = items_.size();
+        append("tool", std::move(changed));
+        return;
+    }
+    JSONValue& payload = (*(*(*items_[known->second].object())["kind"].object())["tool"].object())["_0"];
+    for (auto& [key, value] : changed)
+        payload.object()->insert_or_assign(key, std::move(value));
+}
+
+JSONValue& Transcript::append(const char* kind, JSONValue payload)
+{
+    JSONValue body = JSONValue::object({{"_0", std::move(payload)}});
+    JSONValue::Object kinds;
+    kinds.emplace(kind, std::move(body));
+    return items_.emplace_back(JSONValue::object({{"id", UUID::random().text()}, {"kind", std::move(kinds)}}));
+}
+
+} // namespace veltry

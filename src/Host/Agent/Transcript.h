@@ -1,0 +1,51 @@
+#pragma once
+
+#include "ACP/ACPClient/SessionUpdates.h"
+#include "Base/JSONValue.h"
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace veltry {
+
+/// What was said and done in a conversation, in the form that the store keeps and searches: an array of items, each
+/// with an `id` and a `kind`, {"user": {"_0": TEXT}}, {"agent": {"_0": TEXT}}, {"thought": {"_0": TEXT}} or
+/// {"tool": {"_0": CALL}} with the call's last known title, kind and status. Items of other kinds stay as they are.
+class Transcript {
+public:
+    Transcript() = default;
+    /// Goes on with a stored one. Throws JSONValue::Failure if that isn't an array: it must not be written over.
+    explicit Transcript(std::string_view stored);
+
+    void userSaid(std::string text);
+    /// Takes in what the agent tells; pieces of one message become one item.
+    void add(const SessionUpdate& update);
+    /// What comes next is no part of the message before, and agents may give later calls the same ids again.
+    void endTurn();
+
+    /// What is shown and kept of a block: its text, or where it leads.
+    [[nodiscard]] static std::string textOf(const ContentBlock& block);
+
+    [[nodiscard]] bool isEmpty() const { return items_.empty(); }
+    [[nodiscard]] std::string text() const { return JSONValue(items_).text(); }
+
+private:
+    void addChunk(const char* kind, const ContentChunk& chunk);
+    void addCall(const ToolCallUpdate& call);
+    JSONValue& append(const char* kind, JSONValue payload);
+
+    /// The message whose pieces are coming in.
+    struct OpenMessage {
+        std::string kind;
+        std::optional<std::string> messageID;
+    };
+
+    JSONValue::Array items_;
+    std::optional<OpenMessage> open_;          // the last item
+    std::map<std::string, std::size_t> calls_; // to the index of their items
+};
+
+} // namespace veltry

@@ -1,0 +1,173 @@
+#include "Base/Text.h"
+#include "Host/Agent/AgentConversation.h"
+#include "Host/Agent/AgentLaunch.h"
+#include "Host/Agent/PastSessions.h"
+#include "Host/Commands/Commands.h"
+#include "Host/Context.h"
+#include "Host/Terminal/Interruption.h"
+#include "Host/Terminal/TextTable.h"
+#include "Host/Terminal/Times.h"
+#include "Platform/Files.h"
+
+#include <asio/co_spawn.hpp>
+#include <asio/io_context.hpp>
+#include <fmt/format.h>
+
+#include <unistd.h>
+
+#include <array>
+
+namespace veltry::Commands {
+
+namespace {
+
+using Count = Option::Count;
+using Completion = Option::Completion;
+
+/// Runs the work on an executor of its own until it has ended.
+template <typename Result>
+Result runToEnd(asio::io_context& executor, asio::awaitable<Result> work)
+{
+    std::exception_ptr failure;
+    std::optional<Result> result;
+    asio::co_spawn(executor, std::move(work), [&](std::exception_ptr thrown, Result value) {
+        failure = std::move(thrown);
+        result = std::move(value);
+        executor.stop();
+    });
+    executor.run();
+    if (failure)
+        std::rethrow_exception(failure);
+    return std::move(*result);
+}
+
+/// The one to go on with. One that is had with another agent from now on forgets its session.
+std::optional<Conversation> conversationFor(Context& context, const Arguments& arguments, const Harness& harness)
+{
+    const std::optional<std::string> named = arguments.text("--conversation");
+    if (!named)
+        return std::nullopt;
+    Conversation conversation = context.conversation(*named);
+    if (conversation.harness != harness.name) {
+        context.store()->setHarness(conversation.id, harness.name);
+        conversation.agentSessionID.reset();
+    }
+    return conversation;
+}
+
+/// The prompt of the command line, or of a standard input that is no terminal.
+std::optional<std::string> promptOf(const Arguments& arguments)
+{
+    const std::vector<std::string> words = arguments.all("PROMPT");
+    if (!words.empty())
+        return text::joined(words, " ");
+    if (canAsk())
+        return std::nullopt;
+    std::string prompt = Files::read(FileDescriptor(::dup(STDIN_FILENO)), "standard input");
+    if (text::isBlank(prompt))
+        throw UsageError("There is no prompt: give it on the command line, on standard input, or call veltry agent on "
+                         "a terminal.");
+    return prompt;
+}
+
+/// The one that is named; else the one that the conversation was had with, else the usual one.
+Harness harnessOf(Context& context, const Arguments& arguments)
+{
+    const std::optional<std::string> name = arguments.text("--harness");
+    const std::optional<std::string> command = arguments.text("--command");
+    std::string usual = Context::settings().defaultAgent;
+    if (const std::optional<std::string> named = arguments.text("--conversation")) {
+        usual = context.conversation(*named).harness;
+        if (!name && !command && Harness::named(usual).name != usual)
+            throw Refusal(fmt::format(
+                "That conversation was had with {}. Name its program with --command, or another agent with --harness.",
+                usual));
+    }
+    return AgentLaunch::harnessFor(name, command, usual);
+}
+
+void agent(Context& context, const Arguments& arguments)
+{
+    const Harness harness = harnessOf(context, arguments);
+    static_cast<void>(context.lab()); // refuses a project whose folder is gone
+    std::optional<std::string> prompt = promptOf(arguments);
+    asio::io_context executor(1);
+    const auto talk = std::make_shared<AgentConversation>(
+        context,
+        AgentConversation::Setup{
+            .harness = harness,
+            .conversation = conversationFor(context, arguments, harness),
+            .prompt = std::move(prompt),
+            .allowsAll = arguments.has("--allow-all"),
+        },
+        executor.get_executor());
+    const bool isBrokenOff = runToEnd(executor, talk->run(talk));
+    if (const std::optional<Conversation>& had = talk->conversation())
+        context.note(fmt::format("To go on: veltry agent --conversation {}", had->id.text().substr(0, 8)));
+    if (isBrokenOff)
+        throw Interruption::Interrupted();
+}
+
+void import(Context& context, const Arguments& arguments)
+{
+    if (arguments.has("--dismiss")) {
+        context.store()->dismissImport(context.project().id);
+        return context.note("Noted: sessions of the past are not offered for this project.");
+    }
+    const Harness harness = harnessOf(context, arguments);
+    asio::io_context executor(1);
+    const std::vector<PastConversation> past =
+        runToEnd(executor, PastSessions::found(context, harness, executor.get_executor()));
+    if (past.empty())
+        return context.note(fmt::format("{} remembers nothing of this folder that isn't here already.", harness.name));
+    TextTable table({{.heading = "session", .mayBeCut = true}, {.heading = "last used"}});
+    for (const PastConversation& session : past)
+        table.add({{session.title}, {Times::ago(session.createdAt), Style::dim}});
+    context.print(table.text(context.out()));
+    if (arguments.has("--list"))
+        return;
+    context.store()->importConversations(past, context.project().id, harness.name);
+    context.note(fmt::format(
+        "{} session{} of {} can be gone on with: veltry conversations.", past.size(), past.size() == 1 ? "" : "s",
+        harness.name));
+}
+
+constexpr std::array agentOptions = {
+    Option{"--harness", "NAME", "The agent: Claude Code, Codex or OpenCode; by default the setting agents.default"},
+    Option{"--command", "LINE", "Any program that speaks ACP on its pipes, with its arguments, in place of a harness"},
+    Option{
+        "--conversation", "ID", "Go on with this one; a new one by default", Count::optional, Completion::conversation},
+    Option{"--allow-all", "", "Permit whatever the agent asks for, without asking you"},
+    Option{"PROMPT", "", "One turn with this prompt; without it you are asked for prompts", Count::many},
+};
+
+constexpr std::array importOptions = {
+    Option{"--harness", "NAME", "The agent: Claude Code, Codex or OpenCode; by default the setting agents.default"},
+    Option{"--command", "LINE", "Any program that speaks ACP on its pipes, with its arguments, in place of a harness"},
+    Option{"--list", "", "Show what there is, and import nothing"},
+    Option{"--dismiss", "", "Don't offer this for the project any more"},
+};
+
+constexpr std::array table = {
+    Command{
+        .name = "agent",
+        .summary = "Talk to a coding agent in the project, which gets the experiment tools",
+        .example = "veltry agent\nveltry agent --harness Codex \"Try a smaller learning rate\"",
+        .options = agentOptions,
+        .run = &agent},
+    Command{
+        .name = "import",
+        .summary = "Take up an agent's own past sessions in this folder as conversations",
+        .example = "veltry import --harness Codex",
+        .options = importOptions,
+        .run = &import},
+};
+
+} // namespace
+
+Family agentCommands()
+{
+    return table;
+}
+
+} // namespace veltry::Commands
