@@ -17,6 +17,7 @@ using Family = std::span<const Command>;
 [[nodiscard]] Family runCommands();     ///< run, cancel, wait
 [[nodiscard]] Family nodeCommands();    ///< create, notes, archive
 [[nodiscard]] Family logCommand();
+[[nodiscard]] Family diskCommand();     ///< disk
 [[nodiscard]] Family doctorCommand();   ///< doctor
 [[nodiscard]] Family completeCommand(); ///< complete, for the shells
 
@@ -31,6 +32,7 @@ using Family = std::span<const Command>;
         runCommands(),
         nodeCommands(),
         logCommand(),
+        diskCommand(),
         doctorCommand(),
         completeCommand(),
     };
