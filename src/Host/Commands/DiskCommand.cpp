@@ -2,6 +2,7 @@
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
 #include "Host/DiskUse.h"
+#include "Host/Terminal/Progress.h"
 #include "Host/Terminal/Prompt.h"
 #include "Host/Terminal/TextTable.h"
 #include "Literature/PaperFiles.h"
@@ -10,6 +11,7 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <optional>
 
 namespace veltry::Commands {
 
@@ -30,6 +32,7 @@ std::vector<Lab> labs(Context& context, bool all)
 
 void weigh(Context& context, const std::vector<Lab>& projects)
 {
+    std::optional<Progress> progress(std::in_place, context.notes(), "Weighing");
     const std::uint64_t papers = DiskUse::weight(PaperFiles::beside(context.storePath()).folder);
     JSONValue::Array rows;
     TextTable table(
@@ -51,6 +54,7 @@ void weigh(Context& context, const std::vector<Lab>& projects)
              {DiskUse::size(use.records)},
              {DiskUse::size(use.worktrees)}});
     }
+    progress.reset();
     if (context.json())
         return context.printJSON(JSONValue::object({{"projects", std::move(rows)}, {"papers", papers}}));
     context.print(table.text(context.out()));
@@ -74,7 +78,9 @@ struct Candidate {
 
 std::vector<Candidate> candidates(const Context& context, const std::vector<Lab>& projects)
 {
+    std::optional<Progress> progress(std::in_place, context.notes(), "Comparing with the commits");
     std::vector<Candidate> found;
+    std::vector<std::string> left;
     for (const Lab& lab : projects)
         for (Run& run : lab.store->runs(lab.project.id))
             try {
@@ -82,10 +88,13 @@ std::vector<Candidate> candidates(const Context& context, const std::vector<Lab>
                 if (!snapshot.committed.empty() || !snapshot.own.empty())
                     found.push_back({&lab, std::move(run), std::move(snapshot)});
             } catch (const Error& error) { // its commit is gone, or the whole repository
-                context.note(fmt::format(
+                left.push_back(fmt::format(
                     "Run {} of {} is left as it is: {}", run.number, lab.project.name,
                     text::oneLine(error.description())));
             }
+    progress.reset();
+    for (const std::string& line : left)
+        context.note(line);
     return found;
 }
 
