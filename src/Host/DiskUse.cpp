@@ -93,7 +93,9 @@ Snapshot snapshot(const Lab& lab, const Run& run)
         const fs::path below = path.lexically_relative(run.source());
         (same.contains(below) ? result.committed : result.own).push_back({below, bytesOf(status)});
     });
-    std::ranges::stable_sort(result.own, std::ranges::greater(), &Snapshot::File::bytes);
+    std::ranges::sort(result.own, [](const Snapshot::File& left, const Snapshot::File& right) {
+        return left.bytes != right.bytes ? left.bytes > right.bytes : left.path < right.path;
+    });
     return result;
 }
 
