@@ -44,6 +44,9 @@ using Family = std::span<const Command>;
 [[nodiscard]] Family doctorCommand();
 /// complete, for the shells
 [[nodiscard]] Family completeCommand();
+[[nodiscard]] Family diskCommand();     ///< disk
+[[nodiscard]] Family doctorCommand();   ///< doctor
+[[nodiscard]] Family completeCommand(); ///< complete, for the shells
 
 /// All of them, in the order in which they are shown.
 [[nodiscard]] inline std::vector<Family> families()
@@ -64,6 +67,8 @@ using Family = std::span<const Command>;
         conversationCommands(),
         paperCommands(),
         settingsCommands(),
+        logCommand(),
+        diskCommand(),
         doctorCommand(),
         completeCommand(),
     };

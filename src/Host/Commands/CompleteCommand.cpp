@@ -35,11 +35,12 @@ Values projects(Context& context)
 /// Archived ones, which are seldom meant, last.
 Values nodes(Context& context)
 {
-    std::vector<Experiment> all = context.store()->experiments(context.project().id);
-    std::ranges::stable_partition(all, [](const Experiment& node) { return !node.archived; });
+    const std::vector<Experiment> all = context.store()->experiments(context.project().id);
     Values values;
-    for (const Experiment& node : all)
-        values.push_back({node.slug, node.title});
+    for (const bool archived : {false, true})
+        for (const Experiment& node : all)
+            if (node.archived == archived)
+                values.push_back({node.slug, node.title});
     return values;
 }
 

@@ -21,19 +21,33 @@ constexpr std::array<std::string_view, 14> networkTypes = {
     "9p",  "gfs2", "lustre", "beegfs", "glusterfs", "ocfs2", "virtiofs",
 };
 
-/// mountinfo(5): "36 35 98:0 /root /mount/point options [more]... - type source options".
-std::string typeOfDevice(dev_t device)
+bool holds(std::string_view mountPoint, std::string_view path)
+{
+    return path.starts_with(mountPoint) &&
+           (mountPoint == "/" || path.size() == mountPoint.size() || path[mountPoint.size()] == '/');
+}
+
+/// mountinfo(5): "36 35 98:0 /root /mount/point options [more]... - type source options". Of a file system with several
+/// volumes files have other devices than its mounts, so the innermost mount point around `path` counts then.
+std::string typeOf(const std::filesystem::path& path, dev_t device)
 {
     const std::string wanted = fmt::format("{}:{}", major(device), minor(device));
-    std::string type;
+    std::string around;
+    std::size_t longest = 0;
     const std::string table = Files::readIfPossible("/proc/self/mountinfo").value_or("");
     for (const std::string_view line : text::split(table, '\n')) {
         const std::vector<std::string_view> fields = text::split(line, ' ');
         const auto hyphen = std::ranges::find(fields, "-");
-        if (fields.size() > 2 && fields[2] == wanted && fields.end() - hyphen > 1)
-            type = hyphen[1];
+        if (fields.size() < 5 || fields.end() - hyphen < 2)
+            continue;
+        if (fields[2] == wanted)
+            return std::string(hyphen[1]);
+        if (fields[4].size() >= longest && holds(fields[4], path.native())) {
+            longest = fields[4].size();
+            around = hyphen[1];
+        }
     }
-    return type;
+    return around;
 }
 
 } // namespace
@@ -50,11 +64,12 @@ std::optional<FileSystem> of(const std::filesystem::path& path)
     std::filesystem::path there = path;
     while (!Files::exists(there) && there.has_relative_path())
         there = there.parent_path();
+    std::error_code unknown;
     struct stat status{};
     struct statvfs space{};
     if (::stat(there.c_str(), &status) != 0 || ::statvfs(there.c_str(), &space) != 0)
         return std::nullopt;
-    FileSystem system{.type = typeOfDevice(status.st_dev)};
+    FileSystem system{.type = typeOf(std::filesystem::weakly_canonical(there, unknown), status.st_dev)};
     system.isNetwork = isNetworkType(system.type);
     system.freeBytes = std::uint64_t{space.f_bavail} * space.f_frsize;
     system.totalBytes = std::uint64_t{space.f_blocks} * space.f_frsize;

@@ -1,0 +1,97 @@
+#include "Host/DiskUse.h"
+#include "Platform/Files.h"
+#include "Support/HostLab.h"
+
+#include <gmock/gmock.h>
+
+namespace veltry {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+TEST(DiskUse, WritesSizes)
+{
+    const std::pair<std::uint64_t, const char*> cases[] = {{0, "0 B"},          {999, "999 B"},
+                                                           {1000, "1.0 kB"},    {999'949, "999.9 kB"},
+                                                           {999'950, "1.0 MB"}, {5'000'000'000'000, "5.0 TB"}};
+    for (const auto& [bytes, text] : cases)
+        EXPECT_EQ(DiskUse::size(bytes), text);
+}
+
+/// What lies below a folder, without folders that hold something.
+std::vector<std::string> below(const fs::path& folder)
+{
+    std::vector<std::string> names;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder))
+        if (entry.is_symlink() || !entry.is_directory() || fs::is_empty(entry))
+            names.push_back(entry.path().lexically_relative(folder).string());
+    std::ranges::sort(names);
+    return names;
+}
+
+TEST(Disk, GivesBackOnlyWhatGitHasByteForByte)
+{
+    const test::HostLab lab;
+    const Experiment node = lab.baseline(
+        "mkdir out; echo weights > out/best.pt; echo mine > edited.txt; chmod +x mode.sh; ln -sf /else link2; "
+        "rm -r moved; mkdir $HOME/outside; cp deep/in/a.txt $HOME/outside/x.txt; ln -s $HOME/outside moved; mkdir "
+        "empty; "
+        "mkdir -p \"$OWN/cache\"; echo big > \"$OWN/cache/model.bin\"");
+    const fs::path worktree = lab.lab.worktree(node);
+    for (const char* folder : {"deep/in", "moved"})
+        Files::createFolders(worktree / folder);
+    const std::pair<const char*, const char*> files[] = {
+        {".gitignore", "cache\n"},   {"edited.txt", "as committed\n"}, {"mode.sh", "true\n"},
+        {"deep/in/a.txt", "same\n"}, {"moved/x.txt", "same\n"},        {" odd \"name\"\n\\.txt", "odd\n"},
+        {"\xC3\xA9.txt", ""},
+    };
+    for (const auto& [name, contents] : files)
+        lab.write(node, name, contents);
+    fs::create_symlink("deep/in/a.txt", worktree / "link1");
+    fs::create_symlink("deep/in/a.txt", worktree / "link2");
+    ::setenv("OWN", worktree.c_str(), 1); // a run that writes into an ignored folder of its worktree
+    ::setenv("HOME", (lab / "").c_str(), 1);
+    const veltry::Run run = lab.finished(lab.lab.launch(node.id.text(), 0).id);
+    ASSERT_EQ(run.exitCode, 0) << Files::read(run.log());
+    const std::vector<std::string> own = {"edited.txt", "empty", "link2", "mode.sh", "moved", "out/best.pt"};
+    const std::vector<std::string> before = below(run.source());
+    const std::string log = Files::read(run.log());
+
+    const ChildProcess::Output unasked = lab.veltry({"disk", "--free"});
+    EXPECT_EQ(unasked.exitNumber, 0);
+    EXPECT_THAT(unasked.error, HasSubstr("Nothing was removed."));
+    EXPECT_THAT(unasked.output, HasSubstr("out/best.pt"));
+    EXPECT_EQ(below(run.source()), before);
+    EXPECT_EQ(lab.veltry({"disk", "--free", "--yes"}).exitNumber, 0);
+
+    EXPECT_EQ(below(run.source()), own);
+    EXPECT_EQ(Files::read(run.source() / "out/best.pt"), "weights\n");
+    EXPECT_EQ(Files::read(worktree / "cache/model.bin"), "big\n");
+    EXPECT_TRUE(Files::exists(worktree / "deep/in/a.txt"));
+    EXPECT_EQ(Files::read(lab / "outside/x.txt"), "same\n");
+    EXPECT_EQ(Files::read(run.log()), log);
+    EXPECT_THAT(lab.veltry({"disk", "--free", "--yes"}).error, HasSubstr("There is nothing to give back."));
+}
+
+TEST(Disk, WeighsAndLeavesRunsInFlightAndLostCommitsAlone)
+{
+    const test::HostLab lab;
+    const Experiment node = lab.baseline("sleep 100");
+    const veltry::Run running = lab.lab.launch(node.id.text(), 0);
+    Files::createFolders(running.source() / "more");
+    const JSONValue use = lab.json({"disk", "--all"});
+    EXPECT_GT(*use.find("projects")->array()->front().find("snapshots")->number(), 0);
+    EXPECT_GT(*use.find("projects")->array()->front().find("worktrees")->number(), 0);
+    const std::vector<std::string> before = below(running.source());
+    EXPECT_THAT(lab.veltry({"disk", "--free", "--yes"}).error, HasSubstr("There is nothing to give back."));
+    EXPECT_EQ(below(running.source()), before);
+    const veltry::Run lost = lab.insertFinished(node);
+    Files::createFolders(lost.source());
+    Files::writeAtomically(lost.source() / "README.md", "x");
+    const ChildProcess::Output said = lab.veltry({"disk", "--free", "--yes"});
+    EXPECT_TRUE(Files::exists(lost.source() / "README.md"));
+}
+
+} // namespace
+} // namespace veltry
