@@ -186,6 +186,39 @@ Run Context::run(std::string_view given)
     throw Refusal(fmt::format("There is no run \"{}\". veltry list shows the runs with their numbers.", given));
 }
 
+Conversation Context::conversation(std::string_view given)
+{
+    std::vector<std::string> known;
+    for (Conversation& conversation : store()->conversations(project().id)) {
+        if (conversation.title == given || names(given, conversation.id))
+            return std::move(conversation);
+        known.push_back(conversation.title);
+    }
+    throw Refusal(fmt::format(
+        "There is no conversation \"{}\".{} veltry conversations lists them.", given, didYouMean(given, known)));
+}
+
+AgentQuestions Context::round(std::string_view given)
+{
+    if (const std::optional<UUID> id = UUID::parse(given))
+        if (std::optional<AgentQuestions> round = store()->questions(*id)) {
+            if (round->status != AgentQuestions::Status::open)
+                throw Refusal(fmt::format(
+                    "The round {} is closed: it was {}.", given, AgentQuestions::statusText(round->status)));
+            return std::move(*round);
+        }
+    std::vector<AgentQuestions> open = store()->openRounds(project().id);
+    if (const std::optional<std::int64_t> place = text::integer(given); place && *place >= 1)
+        if (const auto index = static_cast<std::size_t>(*place - 1); index < open.size())
+            return std::move(open[index]);
+    for (AgentQuestions& round : open)
+        if (names(given, round.id))
+            return std::move(round);
+    throw Refusal(
+        open.empty() ? fmt::format("There is no round \"{}\": no agent of the project asks anything.", given)
+                     : fmt::format("There is no round \"{}\". veltry questions lists the open ones.", given));
+}
+
 std::filesystem::path Context::settingsPath()
 {
     return std::filesystem::absolute(VeltrySettings::defaultPath());

@@ -57,6 +57,12 @@ public:
     /// The run of the project by its number, with or without "#", or by its id or the start of one. Throws Refusal.
     [[nodiscard]] Run run(std::string_view given);
 
+    /// The conversation of the project by its id or the start of one, or by its title. Throws Refusal.
+    [[nodiscard]] Conversation conversation(std::string_view given);
+    /// The open round of questions by its place in `questions`, from 1, or by its id or the start of one; by a whole id
+    /// that of any project. Throws Refusal, also for one that was closed.
+    [[nodiscard]] AgentQuestions round(std::string_view given);
+
     [[nodiscard]] static std::filesystem::path settingsPath();
     /// The defaults where the file isn't there or can't be read.
     [[nodiscard]] static VeltrySettings settings();

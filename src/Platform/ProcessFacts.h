@@ -17,4 +17,7 @@ namespace veltry::ProcessFacts {
 /// One variable, or nothing if it isn't set. An empty one is set.
 [[nodiscard]] std::optional<std::string> variable(const std::string& name);
 
+/// The executable of that name in the first folder of PATH that has one; nothing if none has.
+[[nodiscard]] std::optional<std::filesystem::path> program(const std::string& name);
+
 } // namespace veltry::ProcessFacts

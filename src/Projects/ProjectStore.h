@@ -193,6 +193,8 @@ public:
     [[nodiscard]] std::optional<AgentQuestions> questions(const UUID& id) const;
     /// The oldest first.
     [[nodiscard]] std::vector<AgentQuestions> openQuestions(const UUID& conversationID) const;
+    /// The open rounds of the project, or of all projects if none is given; the oldest first.
+    [[nodiscard]] std::vector<AgentQuestions> openRounds(const std::optional<UUID>& projectID = std::nullopt) const;
     /// Closes an open round, with one answer for each question. The first to close a round wins: for a closed one this
     /// and the next do nothing. Throws JSONValue::Failure.
     void answer(const UUID& id, const std::vector<Answer>& answers);

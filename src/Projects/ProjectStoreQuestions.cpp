@@ -110,6 +110,17 @@ ORDER BY created_at, rowid)",
     });
 }
 
+std::vector<AgentQuestions> ProjectStore::openRounds(const std::optional<UUID>& projectID) const
+{
+    return database_->read([&](Connection& connection) {
+        return decodeAll<RoundRow>(connection.query(
+            R"(SELECT question.* FROM question JOIN conversation ON conversation.id = question.conversation_id
+WHERE question.status = 'open' AND (?1 IS NULL OR conversation.project_id = ?1)
+ORDER BY question.created_at, question.rowid)",
+            projectID));
+    });
+}
+
 void ProjectStore::answer(const UUID& id, const std::vector<Answer>& answers)
 {
     close(*database_, id, AgentQuestions::Status::answered, stored(answers));

@@ -10,31 +10,37 @@ namespace veltry::Commands {
 
 using Family = std::span<const Command>;
 
-[[nodiscard]] Family projectCommands(); ///< init, projects, project …
-[[nodiscard]] Family treeCommands();    ///< tree
-[[nodiscard]] Family listCommands();    ///< list
-[[nodiscard]] Family showCommands();    ///< show
-[[nodiscard]] Family runCommands();     ///< run, cancel, wait
-[[nodiscard]] Family nodeCommands();    ///< create, notes, archive
+// One a line and its words above it, so that families can be added side by side.
+
+/// init, projects, project …
+[[nodiscard]] Family projectCommands();
+/// tree
+[[nodiscard]] Family treeCommands();
+/// list
+[[nodiscard]] Family listCommands();
+/// show
+[[nodiscard]] Family showCommands();
+/// run, cancel, wait
+[[nodiscard]] Family runCommands();
+/// create, notes, archive
+[[nodiscard]] Family nodeCommands();
+/// log
 [[nodiscard]] Family logCommand();
-[[nodiscard]] Family diskCommand();     ///< disk
-[[nodiscard]] Family doctorCommand();   ///< doctor
-[[nodiscard]] Family completeCommand(); ///< complete, for the shells
+/// disk
+[[nodiscard]] Family diskCommand();
+/// doctor
+[[nodiscard]] Family doctorCommand();
+/// questions, answer, dismiss
+[[nodiscard]] Family questionCommands();
+/// complete, for the shells
+[[nodiscard]] Family completeCommand();
 
 /// All of them, in the order in which they are shown.
 [[nodiscard]] inline std::vector<Family> families()
 {
     return {
-        projectCommands(),
-        treeCommands(),
-        listCommands(),
-        showCommands(),
-        runCommands(),
-        nodeCommands(),
-        logCommand(),
-        diskCommand(),
-        doctorCommand(),
-        completeCommand(),
+        projectCommands(), treeCommands(), listCommands(),  showCommands(),     runCommands(),     nodeCommands(),
+        logCommand(),      diskCommand(),  doctorCommand(), questionCommands(), completeCommand(),
     };
 }
 

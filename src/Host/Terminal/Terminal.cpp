@@ -100,6 +100,13 @@ void Terminal::write(std::string_view text) const
     }
 }
 
+void Terminal::rest(std::chrono::milliseconds time) const
+{
+    pollfd reader{.fd = descriptor_, .events = 0, .revents = 0};
+    if (::poll(&reader, 1, static_cast<int>(time.count())) > 0)
+        throw Closed();
+}
+
 bool canAsk()
 {
     return ::isatty(STDIN_FILENO) != 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -45,6 +46,10 @@ public:
     void write(std::string_view text) const;
 
     struct Closed {};
+
+    /// Lets the time pass, between two looks of a command that follows something. Throws Closed as soon as nobody reads
+    /// any more.
+    void rest(std::chrono::milliseconds time) const;
 
 private:
     int descriptor_;

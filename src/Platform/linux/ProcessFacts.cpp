@@ -1,5 +1,8 @@
 #include "Platform/ProcessFacts.h"
 
+#include "Base/Text.h"
+#include "Platform/Files.h"
+
 #include <unistd.h>
 
 #include <cerrno>
@@ -30,6 +33,16 @@ std::optional<std::string> variable(const std::string& name)
 {
     const char* value = std::getenv(name.c_str());
     return value ? std::optional<std::string>(value) : std::nullopt;
+}
+
+std::optional<std::filesystem::path> program(const std::string& name)
+{
+    const std::string path = variable("PATH").value_or("");
+    for (const std::string_view folder : text::split(path, ':'))
+        if (std::filesystem::path file = std::filesystem::path(folder) / name;
+            file.is_absolute() && Files::isExecutable(file) && !Files::isFolder(file))
+            return file;
+    return std::nullopt;
 }
 
 } // namespace veltry::ProcessFacts
