@@ -35,6 +35,9 @@ namespace veltry::bench {
 [[nodiscard]] Measured listCommand(const Workplace& place);
 [[nodiscard]] Measured showCommand(const Workplace& place);
 [[nodiscard]] Measured showRunCommand(const Workplace& place);
+[[nodiscard]] Measured questionsCommand(const Workplace& place);
+[[nodiscard]] Measured conversationsCommand(const Workplace& place);
+[[nodiscard]] Measured settingsCommand(const Workplace& place);
 
 // Literature/PaperRows.cpp
 [[nodiscard]] Measured searchAnswer(const Workplace& place);

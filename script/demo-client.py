@@ -6,13 +6,11 @@ answer, and ends with status 1 and one line at the first that is off.
 """
 
 import argparse
-import contextlib
 import json
 import os
 import queue
 import re
 import shlex
-import sqlite3
 import subprocess
 import sys
 import threading
@@ -21,7 +19,6 @@ from dataclasses import dataclass
 from pathlib import Path
 
 PROTOCOL = "2025-06-18"
-SECONDS_TO_2001 = 978307200  # dates in the store count from 2001
 ANSWER_SECONDS = 60  # how long an answer may take; a progress notice begins the time anew
 STAMP_BYTES = 30  # the width of a record of log.times
 
@@ -138,37 +135,31 @@ class Server:
 
 
 class Person:
-    """Plays the person of a conversation: finds the agent's questions in the store, and leaves the answers there."""
+    """Plays the person at a terminal: finds the agent's questions and answers them with `veltry`."""
 
-    def __init__(self, store, conversation):
-        self.store = store
-        self.conversation = conversation
+    def __init__(self, veltry, store, project):
+        self.veltry = veltry
+        self.common = ["--db", store, "--project", project]
 
-    def _open(self):
-        return contextlib.closing(sqlite3.connect(self.store, timeout=10, isolation_level="IMMEDIATE"))
+    def _call(self, *arguments):
+        done = subprocess.run([self.veltry, *arguments, *self.common], capture_output=True, text=True, check=False)
+        if done.returncode != 0:
+            raise Failure(done.stderr.strip())
+        return done
 
     def find(self):
-        """Gives id and questions of the round that is open, once there is one."""
+        """Gives the id of the round that is open, and how `veltry questions` shows it, once there is one."""
         deadline = time.monotonic() + ANSWER_SECONDS
-        statement = "SELECT id, questions FROM question WHERE conversation_id = ? AND status = 'open'"
-        with self._open() as store:
-            while time.monotonic() < deadline:
-                if row := store.execute(statement, (self.conversation,)).fetchone():
-                    return row[0], json.loads(row[1])
-                time.sleep(0.1)
-        raise Failure("the questions do not reach the store")
+        while time.monotonic() < deadline:
+            if rounds := json.loads(self._call("questions", "--json").stdout):
+                return rounds[0]["id"], self._call("questions").stdout.rstrip("\n")
+            time.sleep(0.1)
+        raise Failure("the questions do not reach the person")
 
-    def answer(self, round_id, answers):
-        """Closes an open round; gives the statement that did it."""
-        statement = (
-            "UPDATE question SET status = 'answered', answers = ?, answered_at = ?\n"
-            "WHERE id = ? AND status = 'open'"
-        )
-        text = json.dumps(answers, separators=(",", ":")).replace("/", "\\/")
-        with self._open() as store, store:
-            store.execute("PRAGMA foreign_keys = ON")
-            store.execute(statement, (text, time.time() - SECONDS_TO_2001, round_id))
-        return statement.replace("answers = ?", f"answers = '{text}'", 1)
+    def answer(self, round_id, *options):
+        """Closes an open round; gives what the person typed, and what was said to it."""
+        done = self._call("answer", round_id, *options)
+        return shlex.join(["veltry", "answer", round_id[:8], *options]) + "\n" + done.stderr.rstrip("\n")
 
 
 # What the answers hold
@@ -292,15 +283,12 @@ class Demo:
         asked("Asking the person, and waiting for the answers", "ask_user")
         self.server.send_call("ask_user", questions=[{"question": which, "options": options}, {"question": tie}])
 
-        say("\nMeanwhile the person finds the questions in the store:")
         round_id, questions = self.person.find()
-        for question in questions:
-            show(question["question"])
-            for option in question["options"]:
-                show(f"  - {option['label']}: {option['description']}")
-        say("\nand answers there, with a line of SQL:")
+        say("\nMeanwhile the person sees, by veltry questions:")
+        show(questions)
+        say("\nand answers with the same words as a script would (veltry answer 1 asks one after the other):")
         words = "Then the one with the lower loss."
-        show(self.person.answer(round_id, [{"chosen": ["test_accuracy"]}, {"chosen": [], "other": words}]))
+        show(self.person.answer(round_id, "--choose", "1:test_accuracy", "--other", f"2:{words}"))
 
         say("\nThe agent's call ends with")
         text = self.server.text()
@@ -461,9 +449,10 @@ def main():
             raise Failure("the server serves no conversation, so nobody can be asked")
         say(styled("2", "$ " + shlex.join([command, *arguments])))
         server = Server(command, arguments)
-        Demo(server, Person(named["--db"], named["--conversation"])).play()
+        person = Person(Path(command).with_name("veltry"), named["--db"], named["--project"])
+        Demo(server, person).play()
         server.close()
-    except (Failure, OSError, sqlite3.Error) as problem:
+    except (Failure, OSError) as problem:
         sys.stdout.flush()
         print(f"demo: {problem}", file=sys.stderr)
         if server:

@@ -1,9 +1,9 @@
 #include "Base/JSONValue.h"
 #include "Literature/OpenAlexAnswer.h"
+#include "Literature/PaperTexts.h"
 #include "Platform/Files.h"
 #include "Projects/ProjectStore.h"
 #include "Rows.h"
-#include "VeltryTools/PaperTexts.h"
 
 #include <fmt/format.h>
 

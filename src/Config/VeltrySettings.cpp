@@ -257,6 +257,28 @@ Place find(Key key, const std::vector<std::string_view>& lines)
     return {.line = {}, .behind = lastKey ? lastKey : header};
 }
 
+/// The line that keeps the setting from being written, as an index. In the table: where its place is inside a value of
+/// several lines. Else one that uses the table's name otherwise.
+std::optional<std::size_t> obstacle(Key key, const std::vector<std::string_view>& lines)
+{
+    const Place place = find(key, lines);
+    if (place.line || place.behind)
+        return place.line ? place.line : place.behind;
+    for (std::size_t index = 0; index < lines.size(); ++index) {
+        const std::string_view line = trimmedBlanks(lines[index]);
+        const std::string_view name = line.starts_with("[[") ? bareName(line.substr(2, line.find(']') - 2))
+                                                             : bareName(line.substr(0, line.find('=')));
+        if (name == key.table)
+            return index;
+    }
+    return std::nullopt;
+}
+
+const Field& field(Key key)
+{
+    return *std::ranges::find(fields, key, &Field::key); // every key has one
+}
+
 std::string withNewTable(std::string_view text, Key key, const Value& value)
 {
     const bool endsInside = !text.empty() && !text.ends_with('\n');
@@ -314,6 +336,62 @@ std::string VeltrySettings::templateText(const VeltrySettings& settings)
         text += fmt::format("# {}\n{}\n", field.comment, assignment(field.key, field.value(settings)));
     }
     return text;
+}
+
+std::vector<Key> VeltrySettings::keys()
+{
+    std::vector<Key> keys;
+    for (const Field& each : fields)
+        keys.push_back(each.key);
+    return keys;
+}
+
+std::string_view VeltrySettings::explanation(Key key)
+{
+    return field(key).comment;
+}
+
+Value VeltrySettings::value(Key key) const
+{
+    return field(key).value(*this);
+}
+
+std::expected<Value, std::string> VeltrySettings::valueFromWord(Key key, std::string_view word)
+{
+    const Field& its = field(key);
+    VeltrySettings settings;
+    const Value usual = its.value(settings);
+    TOML given{std::string(word)};
+    if (std::holds_alternative<bool>(usual) && (word == "true" || word == "false"))
+        given = TOML(word == "true");
+    if (const std::optional<std::int64_t> number = text::integer(word);
+        number && std::holds_alternative<std::int64_t>(usual))
+        given = TOML(*number);
+    if (Problem problem = its.read(settings, given))
+        return std::unexpected(std::move(*problem));
+    return its.value(settings);
+}
+
+std::string VeltrySettings::Refused::description() const
+{
+    return fmt::format("Line {} of the file stands in the way: {}", line, text);
+}
+
+std::string VeltrySettings::settingInReadable(Key key, const Value& value, std::string_view text)
+{
+    const VeltrySettings before = read(text).settings;
+    std::string changed = setting(key, value, text);
+    try {
+        const VeltrySettings after = read(changed).settings;
+        if (after.value(key) == value && std::ranges::all_of(fields, [&](const Field& each) {
+                return each.key == key || each.value(after) == each.value(before);
+            }))
+            return changed;
+    } catch (const TOML::Failure&) { // told below, by the line that the person has, not by one of the new text
+    }
+    const std::vector<std::string_view> lines = text::split(text, '\n');
+    const std::size_t line = obstacle(key, lines).value_or(lines.size() - 1);
+    throw Refused(line + 1, std::string(trimmedBlanks(lines[line])));
 }
 
 std::string VeltrySettings::setting(Key key, const Value& value, std::string_view text)

@@ -1,11 +1,14 @@
 #pragma once
 
+#include "Base/Error.h"
 #include "Config/TOML.h"
 
 #include <compare>
 #include <cstdint>
+#include <expected>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -84,6 +87,16 @@ struct VeltrySettings {
     using Value = std::variant<std::string, bool, std::int64_t>;
 
     struct Reading;
+    struct Refused;
+
+    /// All settings in the order of the file.
+    [[nodiscard]] static std::vector<Key> keys();
+    /// The comment that explains the setting in a file.
+    [[nodiscard]] static std::string_view explanation(Key key);
+    [[nodiscard]] Value value(Key key) const;
+    /// What a person's word for the setting stands for, held against the rules of read(); the error tells what it must
+    /// be, as a warning does behind the key.
+    [[nodiscard]] static std::expected<Value, std::string> valueFromWord(Key key, std::string_view word);
 
     /// The environment's VELTRY_SETTINGS_PATH if it isn't empty, else "Harrowick Veltry/settings.toml" in the
     /// application-support folder. Looks at no file.
@@ -104,11 +117,24 @@ struct VeltrySettings {
     /// at the end. Everything else stays byte for byte, also in a text that can't be read as TOML. `value` is not
     /// checked, and a line feed in it doesn't read back. Touches no file.
     [[nodiscard]] static std::string setting(Key key, const Value& value, std::string_view text);
+
+    /// The same for a text that can be read, which then can be read still and has the setting. Throws Refused where
+    /// something stands in the way: a `[[name]]` list, or a value that goes over several lines. For a text that can't
+    /// be read as it is, throws the TOML::Failure of read().
+    [[nodiscard]] static std::string settingInReadable(Key key, const Value& value, std::string_view text);
 };
 
 struct VeltrySettings::Reading {
     VeltrySettings settings;
     std::vector<std::string> warnings; ///< whole sentences without a full stop, such as "x is not a setting"
+};
+
+/// A setting can't be written without harm to the file; the person has to mend a line of it first.
+struct VeltrySettings::Refused : Error {
+    Refused(std::size_t number, std::string content) : line(number), text(std::move(content)) {}
+    [[nodiscard]] std::string description() const override;
+    std::size_t line; ///< in the text as it was; the first is 1
+    std::string text; ///< of that line
 };
 
 inline constexpr VeltrySettings::Key VeltrySettings::Key::send{"composer", "send"};

@@ -2,8 +2,8 @@
 
 #include "Base/Text.h"
 #include "Literature/OpenAlex.h"
+#include "Literature/PaperTexts.h"
 #include "VeltryTools/LabTools.h"
-#include "VeltryTools/PaperTexts.h"
 
 #include <asio/use_awaitable.hpp>
 #include <fmt/format.h>

@@ -179,5 +179,35 @@ TEST(VeltrySettings, FindsItsFile)
     ::unsetenv("VELTRY_SETTINGS_PATH");
 }
 
+TEST(VeltrySettings, SetsOnlyWhatReadsBack)
+{
+    const VeltrySettings::Value four = std::int64_t{4};
+    const struct {
+        std::string_view text;
+        std::size_t line; ///< that is in the way; 0 for none
+    } cases[] = {
+        {"", 0},
+        {"[experiments] # c\n  max_runs  =  3 # d\n", 0},
+        {"[[other]]\nmax_runs = 1\n", 0},
+        {"[experiments]\nx = [1, 2]\n", 0},
+        {"\n[[experiments]]\nmax_runs = 3\n", 2},
+        {"x = 1\n'experiments' = 2\n", 2},
+        {"[experiments]\n# c\nmax_runs = [\n1,\n2]\n", 3},
+        {"[experiments]\nx = [\n1]\n[power]\n", 2},
+        {"[experiments]\nx = [\n\"a = b\",\n]\n", 3},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        try {
+            const std::string changed = VeltrySettings::settingInReadable(Key::maxRuns, four, c.text);
+            EXPECT_EQ(c.line, 0u);
+            EXPECT_EQ(changed, VeltrySettings::setting(Key::maxRuns, four, c.text));
+        } catch (const VeltrySettings::Refused& refused) {
+            EXPECT_EQ(refused.line, c.line);
+        }
+    }
+    EXPECT_THROW(static_cast<void>(VeltrySettings::settingInReadable(Key::maxRuns, four, "x")), TOML::Failure);
+}
+
 } // namespace
 } // namespace veltry

@@ -27,7 +27,7 @@ std::string text(const Answer& answer)
     return chosen + (answer.other ? "|" + *answer.other : "");
 }
 
-TEST(RoundAnswersTest, ReadsWhatIsTyped)
+TEST(RoundAnswers, ReadsWhatIsTyped)
 {
     const Question one = makeQuestion({"AdamW", "SGD", "3"});
     const Question several = makeQuestion({"AdamW", "SGD", "C"}, true);
@@ -65,7 +65,7 @@ TEST(RoundAnswersTest, ReadsWhatIsTyped)
     }
 }
 
-TEST(RoundAnswersTest, ReadsTheOptionsOfAScript)
+TEST(RoundAnswers, ReadsTheOptionsOfAScript)
 {
     const std::vector<Question> one = {makeQuestion({"AdamW", "SGD", "1:x"})};
     const std::vector<Question> two = {makeQuestion({"AdamW", "SGD"}), makeQuestion({"SGD", "Lion", "2"}, true)};
@@ -102,7 +102,7 @@ TEST(RoundAnswersTest, ReadsTheOptionsOfAScript)
     }
 }
 
-TEST(RoundAnswersTest, ShowsTheAgentsWordsInTheirLinesAndHarmless)
+TEST(RoundAnswers, ShowsTheAgentsWordsInTheirLinesAndHarmless)
 {
     Question question = makeQuestion({"A\x1b[2J", "B"});
     question.question = "Which\n  of both?\n";

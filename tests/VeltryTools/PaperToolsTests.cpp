@@ -1,11 +1,11 @@
 #include "Literature/OpenAlex.h"
 #include "Literature/OpenAlexAnswer.h"
+#include "Literature/PaperTexts.h"
 #include "Platform/Files.h"
 #include "Support/Eventually.h"
 #include "Support/FakeOpenAlex.h"
 #include "Support/RunOnExecutor.h"
 #include "Support/TestLab.h"
-#include "VeltryTools/PaperTexts.h"
 #include "VeltryTools/PaperTools.h"
 
 #include <gmock/gmock.h>

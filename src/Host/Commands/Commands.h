@@ -32,6 +32,12 @@ using Family = std::span<const Command>;
 [[nodiscard]] Family doctorCommand();
 /// questions, answer, dismiss
 [[nodiscard]] Family questionCommands();
+/// settings …
+[[nodiscard]] Family settingsCommands();
+/// conversations …, said
+[[nodiscard]] Family conversationCommands();
+/// papers …
+[[nodiscard]] Family paperCommands();
 /// complete, for the shells
 [[nodiscard]] Family completeCommand();
 
@@ -39,8 +45,9 @@ using Family = std::span<const Command>;
 [[nodiscard]] inline std::vector<Family> families()
 {
     return {
-        projectCommands(), treeCommands(), listCommands(),  showCommands(),     runCommands(),     nodeCommands(),
-        logCommand(),      diskCommand(),  doctorCommand(), questionCommands(), completeCommand(),
+        projectCommands(),  treeCommands(),         listCommands(),  showCommands(),    runCommands(),
+        nodeCommands(),     logCommand(),           diskCommand(),   doctorCommand(),   questionCommands(),
+        settingsCommands(), conversationCommands(), paperCommands(), completeCommand(),
     };
 }
 

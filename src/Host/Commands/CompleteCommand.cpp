@@ -61,9 +61,8 @@ Values runs(Context& context)
 Values rounds(Context& context)
 {
     Values values;
-    for (const Conversation& conversation : context.store()->conversations(context.project().id))
-        for (const AgentQuestions& round : context.store()->openQuestions(conversation.id))
-            values.push_back({round.id.text(), round.questions.empty() ? "" : round.questions.front().question});
+    for (const AgentQuestions& round : context.store()->openRounds(context.project().id))
+        values.push_back({round.id.text(), round.questions.empty() ? "" : round.questions.front().question});
     return values;
 }
 
@@ -77,12 +76,8 @@ Values conversations(Context& context)
 
 Values settings(Context& /*context*/)
 {
-    using Key = VeltrySettings::Key;
     Values values;
-    for (const Key& key :
-         {Key::send, Key::notifyTurns, Key::notifyRuns, Key::sound, Key::stayAwake, Key::theme, Key::transcriptSize,
-          Key::codeFont, Key::defaultAgent, Key::startInAuto, Key::passAPIKeys, Key::maxRuns, Key::tree,
-          Key::logAgentTraffic})
+    for (const VeltrySettings::Key& key : VeltrySettings::keys())
         values.push_back({key.text(), ""});
     return values;
 }

@@ -4,11 +4,14 @@
 #include "Host/Context.h"
 #include "Host/Init.h"
 #include "Host/RecordJSON.h"
+#include "Host/Terminal/Prompt.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/Times.h"
+#include "Platform/Files.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 
 namespace veltry::Commands {
@@ -27,6 +30,25 @@ void init(Context& context, const Arguments& arguments)
                   .client = arguments.text("--client").value_or("common")});
 }
 
+/// The newest below their project.
+void addConversations(TextTable& table, std::vector<Conversation> all, const Terminal& terminal)
+{
+    constexpr std::size_t most = 3;
+    std::erase_if(all, [](const Conversation& each) { return each.archivedAt.has_value(); });
+    const std::string mark = terminal.isUTF8() ? "└ " : "- ";
+    for (std::size_t shown = 0; shown < std::min(most, all.size()); ++shown) {
+        const Conversation& conversation = all[all.size() - 1 - shown];
+        table.add({
+            {mark + conversation.title},
+            {conversation.harness, Style::dim},
+            {Times::ago(conversation.createdAt)},
+            {conversation.id.text(), Style::dim},
+        });
+    }
+    if (all.size() > most)
+        table.add({{fmt::format("{}{} more: veltry conversations", mark, all.size() - most), Style::dim}});
+}
+
 void projects(Context& context, const Arguments& /*arguments*/)
 {
     const std::vector<Project> all = context.store()->projects();
@@ -38,13 +60,16 @@ void projects(Context& context, const Arguments& /*arguments*/)
     }
     TextTable table(
         {{.heading = "project"}, {.heading = "folder", .mayBeCut = true}, {.heading = "since"}, {.heading = "id"}});
-    for (const Project& project : all)
+    for (const Project& project : all) {
         table.add({
             {project.name, Style::bold},
             {project.folders.empty() ? "" : project.folders.front().string()},
             {Times::ago(project.createdAt)},
             {project.id.text(), Style::dim},
         });
+        if (!project.collapsed)
+            addConversations(table, context.store()->conversations(project.id), context.out());
+    }
     if (table.isEmpty())
         return context.note("No project is registered yet. Go to the folder of your code and call veltry init.");
     context.print(table.text(context.out()));
@@ -61,6 +86,85 @@ void renameProject(Context& context, const Arguments& arguments)
     context.note(fmt::format("{} is now called {}.", project.name, name));
 }
 
+void addFolder(Context& context, const Arguments& arguments)
+{
+    const Project project = context.project();
+    const std::filesystem::path given = arguments.required("FOLDER");
+    std::error_code error;
+    const std::filesystem::path folder = std::filesystem::canonical(given, error);
+    if (error || !Files::isFolder(folder))
+        throw Refusal(fmt::format("There is no folder {}.", given.string()));
+    if (std::ranges::find(project.folders, folder) != project.folders.end())
+        return context.note(fmt::format("{} has the folder {} already.", project.name, folder.string()));
+    context.store()->addFolder(folder, project.id);
+    context.note(fmt::format("{} has the folder {} too.", project.name, folder.string()));
+}
+
+std::string counted(std::size_t count, std::string_view one, std::string_view many)
+{
+    return fmt::format("{} {}", count, count == 1 ? one : many);
+}
+
+/// What a removal takes and what it leaves, which nothing removes by itself.
+std::string removalText(const ProjectStore& store, const Project& project)
+{
+    const std::vector<Run> runs = store.runs(project.id);
+    std::string text = fmt::format(
+        "Removing {} takes {}, {} and {} out of the store, for good.\nWhat stays:", project.name,
+        counted(store.experiments(project.id).size(), "node", "nodes"), counted(runs.size(), "run", "runs"),
+        counted(store.conversations(project.id).size(), "conversation", "conversations"));
+    for (const std::filesystem::path& folder : project.folders)
+        text += fmt::format("\n  {}", folder.string());
+    if (!project.folders.empty())
+        text += fmt::format(
+            "\n  the branches veltry/... in it, and the worktrees in {}",
+            (project.folders.front() / Lab::worktrees).string());
+    if (!runs.empty())
+        text += fmt::format(
+            "\n  {} with what the runs made, below {}", counted(runs.size(), "folder", "folders"),
+            runs.front().directory.parent_path().string());
+    return text;
+}
+
+void removeProject(Context& context, const Arguments& arguments)
+{
+    const Project project = context.project();
+    ProjectStore& store = *context.store();
+    if (!project.folders.empty()) // also if it has moved: a dead supervisor's run must not be in the way
+        Lab(context.store(), project, Lab::defaultRuns(), Context::tools()).reconcile();
+    if (const std::size_t inFlight = store.runsInFlight(project.id).runs.size(); inFlight > 0)
+        throw Refusal(fmt::format(
+            "{} of {} {} still going. Wait for the end, or cancel first.", counted(inFlight, "run", "runs"),
+            project.name, inFlight == 1 ? "is" : "are"));
+    context.note(removalText(store, project));
+    if (!arguments.has("--yes")) {
+        if (!canAsk())
+            throw Refusal("Nothing was removed: nobody is there to be asked. Say it with --yes.");
+        if (!Prompt::confirms(context.notes(), fmt::format("Remove {}?", project.name)))
+            throw Refusal("Nothing was removed.");
+    }
+    store.removeProject(project.id);
+    context.note(fmt::format("Removed {}.", project.name));
+}
+
+void setCollapsed(Context& context, bool collapsed)
+{
+    const Project project = context.project();
+    context.store()->setCollapsed(project.id, collapsed);
+    context.note(
+        fmt::format("veltry projects shows {} {} its conversations.", project.name, collapsed ? "without" : "with"));
+}
+
+void collapse(Context& context, const Arguments& /*arguments*/)
+{
+    setCollapsed(context, true);
+}
+
+void expand(Context& context, const Arguments& /*arguments*/)
+{
+    setCollapsed(context, false);
+}
+
 constexpr std::array initOptions = {
     Option{
         "FOLDER", "", "A folder of the repository; the project is the repository's top", Count::optional,
@@ -72,6 +176,13 @@ constexpr std::array initOptions = {
 };
 constexpr std::array renameOptions = {
     Option{"NAME", "", "The new name", Count::required},
+};
+
+constexpr std::array addFolderOptions = {
+    Option{"FOLDER", "", "Another folder of the project", Count::required, Completion::folder},
+};
+constexpr std::array removeOptions = {
+    Option{"--yes", "", "Don't ask"},
 };
 
 constexpr std::array table = {
@@ -96,6 +207,30 @@ constexpr std::array table = {
         .example = "veltry project rename \"Digits, second try\"",
         .options = renameOptions,
         .run = &renameProject},
+    Command{
+        .name = "project add-folder",
+        .summary = "Add a folder to a project, behind the others",
+        .example = "veltry project add-folder ~/data/digits",
+        .options = addFolderOptions,
+        .run = &addFolder},
+    Command{
+        .name = "project remove",
+        .summary = "Take a project out of the store, after a yes; nothing on the disk is touched",
+        .example = "veltry project remove --project Digits",
+        .options = removeOptions,
+        .run = &removeProject},
+    Command{
+        .name = "projects collapse",
+        .summary = "List the project without its conversations",
+        .example = "veltry projects collapse --project Digits",
+        .options = {},
+        .run = &collapse},
+    Command{
+        .name = "projects expand",
+        .summary = "List the project with its conversations",
+        .example = "veltry projects expand --project Digits",
+        .options = {},
+        .run = &expand},
 };
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "Host/LiveRun.h"
 #include "Host/RecordJSON.h"
 #include "Host/RunWords.h"
+#include "Host/Terminal/Notices.h"
 #include "Host/Terminal/Progress.h"
 
 #include <fmt/format.h>
@@ -85,12 +86,21 @@ void start(Context& context, const Arguments& arguments)
     refuseUnlessSucceeded(last);
 }
 
+/// To a person who looks elsewhere while a terminal waits.
+void notify(const Context& context, const Run& run)
+{
+    if (context.notes().isTerminal())
+        Notices(context.notes())
+            .tell(Notices::Subject::run, Context::settings(), fmt::format("Run #{}", run.number), RunWords::state(run));
+}
+
 void waitForOne(Context& context, const Run& run, Clock::time_point deadline)
 {
     const Run last = ended(context, run, [&](const Run& now) {
         if (Clock::now() >= deadline)
             throw Refusal(RunWords::state(now) + " It was not waited for any longer.");
     });
+    notify(context, last);
     tell(context, last);
     refuseUnlessSucceeded(last);
 }
@@ -112,6 +122,7 @@ void waitForAll(Context& context, bool forAnyOne, Clock::time_point deadline)
                 std::this_thread::sleep_for(betweenLooks);
         }
         for (const Run& run : finished) {
+            notify(context, run);
             context.json() ? records.push_back(RecordJSON::of(run)) : context.print(RunWords::state(run) + "\n");
             if (run.status != Run::Status::succeeded)
                 unsuccessful += fmt::format("{}#{}", unsuccessful.empty() ? "" : ", ", run.number);

@@ -29,7 +29,7 @@ Notices::~Notices()
 
 void Notices::tell(Subject subject, const VeltrySettings& settings, std::string_view title, std::string_view body)
 {
-    if (terminal_.isTerminal() && settings.sound != "none")
+    if (subject == Subject::turn && terminal_.isTerminal() && settings.sound != "none")
         terminal_.write("\a");
     std::erase_if(senders_, &ChildProcess::reapIfEnded);
     if (!(subject == Subject::turn ? settings.notifyTurns : settings.notifyRuns))

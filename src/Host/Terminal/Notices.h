@@ -10,8 +10,8 @@
 
 namespace veltry {
 
-/// Calls a person who looks elsewhere: by the terminal's bell, unless `notifications.sound` is "none", and by a notice
-/// on the desktop, where the program `notify-send` is there. Used by one thread.
+/// Calls a person who looks elsewhere: by a notice on the desktop, where the program `notify-send` is there, and where
+/// an agent waits by the terminal's bell, unless `notifications.sound` is "none". Used by one thread.
 class Notices {
 public:
     /// The bell goes to `terminal`, if it is one.

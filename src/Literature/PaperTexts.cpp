@@ -1,4 +1,4 @@
-#include "VeltryTools/PaperTexts.h"
+#include "Literature/PaperTexts.h"
 
 #include "Base/Text.h"
 

@@ -1,0 +1,190 @@
+#include "Base/Text.h"
+#include "Host/Commands/Commands.h"
+#include "Host/Context.h"
+#include "Host/RecordJSON.h"
+#include "Host/Terminal/TextTable.h"
+#include "Host/Terminal/Times.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <map>
+
+namespace veltry::Commands {
+
+namespace {
+
+using Count = Option::Count;
+using Completion = Option::Completion;
+
+void list(Context& context, const Arguments& arguments)
+{
+    std::vector<Conversation> all = context.store()->conversations(context.project().id);
+    if (!arguments.has("--archived"))
+        std::erase_if(all, [](const Conversation& each) { return each.archivedAt.has_value(); });
+    if (context.json()) {
+        JSONValue::Array documents;
+        for (const Conversation& conversation : all)
+            documents.push_back(RecordJSON::of(conversation));
+        return context.printJSON(JSONValue(std::move(documents)));
+    }
+    TextTable table(
+        {{.heading = "conversation", .mayBeCut = true},
+         {.heading = "agent"},
+         {.heading = "since"},
+         {.heading = ""},
+         {.heading = "id"}});
+    for (const Conversation& conversation : all)
+        table.add({
+            {conversation.title, Style::bold},
+            {conversation.harness},
+            {Times::ago(conversation.createdAt)},
+            {conversation.archivedAt ? "archived" : "", Style::dim},
+            {conversation.id.text(), Style::dim},
+        });
+    if (table.isEmpty())
+        return context.note("The project has no conversation; --archived shows archived ones too.");
+    context.print(table.text(context.out()));
+}
+
+void rename(Context& context, const Arguments& arguments)
+{
+    const Conversation conversation = context.conversation(arguments.required("CONVERSATION"));
+    const std::string given = arguments.required("TITLE");
+    const std::string_view title = text::trimmed(given);
+    if (title.empty())
+        throw UsageError("The new title is blank.");
+    context.store()->retitleConversation(conversation.id, title);
+    context.note(fmt::format("{} is now called {}.", text::oneLine(conversation.title), text::oneLine(title)));
+}
+
+void setArchived(Context& context, const Arguments& arguments, bool archived)
+{
+    const Conversation conversation = context.conversation(arguments.required("CONVERSATION"));
+    if (conversation.archivedAt.has_value() == archived)
+        return context.note(fmt::format(
+            "{} {}.", text::oneLine(conversation.title), archived ? "is archived already" : "isn't archived"));
+    context.store()->setConversationArchived(conversation.id, archived);
+    context.note(fmt::format(
+        "{} is {}.", text::oneLine(conversation.title), archived ? "archived; nothing of it is lost" : "back"));
+}
+
+void archive(Context& context, const Arguments& arguments)
+{
+    setArchived(context, arguments, true);
+}
+
+void restore(Context& context, const Arguments& arguments)
+{
+    setArchived(context, arguments, false);
+}
+
+/// The text on one line, from a little before the first place where one of the terms stands. The whole text where
+/// nobody's screen is too narrow for it.
+std::string excerpt(const std::string& said, std::span<const std::string> terms, const Terminal& terminal)
+{
+    constexpr std::size_t before = 24; // bytes
+    const std::string line = text::oneLine(text::trimmed(said));
+    const std::string lower = text::lowercased(line);
+    std::size_t found = lower.size();
+    for (const std::string& term : terms)
+        found = std::min(found, lower.find(text::lowercased(term)));
+    if (!terminal.isTerminal() || found <= before || lower.size() != line.size() || found == lower.size())
+        return line;
+    const std::size_t blank = line.find(' ', found - before); // not within a word, nor within a character
+    return (terminal.isUTF8() ? "… " : "... ") + line.substr(std::min(blank, found - 1) + 1);
+}
+
+void said(Context& context, const Arguments& arguments)
+{
+    std::vector<std::string> terms;
+    for (const std::string& words : arguments.all("WORDS"))
+        for (const std::string_view word : text::split(words, ' '))
+            if (!text::isBlank(word))
+                terms.emplace_back(word);
+    std::map<UUID, Conversation> known;
+    const auto add = [&](const Project& project) {
+        for (Conversation& conversation : context.store()->conversations(project.id))
+            known.emplace(conversation.id, std::move(conversation));
+    };
+    if (arguments.has("--all"))
+        std::ranges::for_each(context.store()->projects(), add);
+    else
+        add(context.project());
+    std::vector<SaidMatch> matches = context.store()->said(terms);
+    std::erase_if(matches, [&](const SaidMatch& match) { return !known.contains(match.conversationID); });
+    std::ranges::sort(
+        matches, std::greater(), [&](const SaidMatch& match) { return known.at(match.conversationID).createdAt; });
+    JSONValue::Array documents;
+    TextTable table({{.heading = "conversation"}, {.heading = "since"}, {.heading = "said", .mayBeCut = true}});
+    for (const SaidMatch& match : matches) {
+        const Conversation& conversation = known.at(match.conversationID);
+        documents.push_back(JSONValue::object(
+            {{"conversationID", match.conversationID.text()}, {"itemID", match.itemID}, {"text", match.text}}));
+        table.add({
+            {conversation.title, Style::bold},
+            {Times::ago(conversation.createdAt)},
+            {excerpt(match.text, terms, context.out())},
+        });
+    }
+    if (context.json())
+        return context.printJSON(JSONValue(std::move(documents)));
+    if (matches.empty())
+        return context.note("Nothing was said with words that begin so.");
+    context.print(table.text(context.out()));
+}
+
+constexpr Option conversationOption = {
+    "CONVERSATION", "", "Its title, or its id or the start of one", Count::required, Completion::conversation};
+constexpr std::array listOptions = {Option{"--archived", "", "Archived ones too"}};
+constexpr std::array renameOptions = {conversationOption, Option{"TITLE", "", "The new title", Count::required}};
+constexpr std::array oneOption = {conversationOption};
+constexpr std::array saidOptions = {
+    Option{"WORDS", "", "Beginnings of words, all of which stand in what was said", Count::oneOrMore},
+    Option{"--all", "", "In all projects"},
+};
+
+constexpr std::array table = {
+    Command{
+        .name = "conversations",
+        .summary = "List the conversations with agents",
+        .example = "veltry conversations",
+        .hasJSON = true,
+        .options = listOptions,
+        .run = &list},
+    Command{
+        .name = "conversations rename",
+        .summary = "Give a conversation another title",
+        .example = "veltry conversations rename \"New chat\" \"Learning rates\"",
+        .options = renameOptions,
+        .run = &rename},
+    Command{
+        .name = "conversations archive",
+        .summary = "Take a conversation out of the lists",
+        .example = "veltry conversations archive \"Learning rates\"",
+        .options = oneOption,
+        .run = &archive},
+    Command{
+        .name = "conversations restore",
+        .summary = "Bring an archived conversation back",
+        .example = "veltry conversations restore \"Learning rates\"",
+        .options = oneOption,
+        .run = &restore},
+    Command{
+        .name = "said",
+        .summary = "Find conversations by words that were said in them",
+        .example = "veltry said warm-up schedule",
+        .hasJSON = true,
+        .options = saidOptions,
+        .run = &said},
+};
+
+} // namespace
+
+Family conversationCommands()
+{
+    return table;
+}
+
+} // namespace veltry::Commands
