@@ -92,7 +92,8 @@ std::string firstAuthor(const Paper& paper)
 
 std::string titleWord(const Paper& paper)
 {
-    for (const std::string_view word : text::split(text::replacingAll(text::oneLine(paper.title), "-", " "), ' '))
+    const std::string title = text::replacingAll(text::oneLine(paper.title), "-", " ");
+    for (const std::string_view word : text::split(title, ' '))
         if (std::string name = plain(word); !name.empty() && std::ranges::find(smallWords, name) == smallWords.end())
             return name;
     return "";

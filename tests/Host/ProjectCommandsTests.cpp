@@ -36,7 +36,7 @@ TEST_F(ProjectCommandsTest, RenamesArchivesAndFindsConversations)
     EXPECT_THAT(listed, Not(HasSubstr("\033")));
     EXPECT_EQ(lab_.veltry({"conversations", "restore", second.id.text()}).exitNumber, 0);
     EXPECT_EQ(lab_.json({"conversations"}).array()->size(), 2u);
-    EXPECT_THAT(lab_.veltry({"conversations", "rename", "Ratse", "x"}).error, HasSubstr("Did you mean Rates?"));
+    EXPECT_THAT(lab_.veltry({"conversations", "rename", "Rats", "x"}).error, HasSubstr("Did you mean Rates?"));
     EXPECT_EQ(lab_.veltry({"conversations", "rename", "Rates", " "}).exitNumber, 2);
     for (const Conversation& conversation : lab_.store->conversations(lab_.lab.project.id))
         if (conversation.id == first.id) {
@@ -69,7 +69,7 @@ TEST_F(ProjectCommandsTest, AddsFoldersOnce)
 TEST_F(ProjectCommandsTest, RemovesOnlyAfterAYesAndTouchesNoFile)
 {
     const Experiment node = lab_.baseline("true");
-    const Run run = lab_.insertFinished(node);
+    lab_.insertFinished(node);
     const std::filesystem::path worktree = lab_.lab.worktree(node);
     const ChildProcess::Output silent = lab_.veltry({"project", "remove"});
     EXPECT_EQ(silent.exitNumber, 1);
@@ -84,9 +84,9 @@ TEST_F(ProjectCommandsTest, RemovesOnlyAfterAYesAndTouchesNoFile)
     }
     ASSERT_EQ(lab_.store->projects().size(), 1u);
 
-    const Run going = lab_.store->insertRun(UUID::random(), node, "0123", lab_ / "Runs/going");
+    const veltry::Run going = lab_.store->insertRun(UUID::random(), node, "0123", lab_ / "Runs/going");
     EXPECT_THAT(lab_.veltry({"project", "remove", "--yes"}).error, HasSubstr("1 run of " + name_ + " is still going."));
-    lab_.store->finishRun(going.id, Run::Status::cancelled, std::nullopt, std::nullopt);
+    lab_.store->finishRun(going.id, veltry::Run::Status::cancelled, std::nullopt, std::nullopt);
     EXPECT_EQ(lab_.veltry({"project", "remove", "--yes"}).exitNumber, 0);
     EXPECT_TRUE(lab_.store->projects().empty());
     EXPECT_TRUE(Files::isFolder(worktree));

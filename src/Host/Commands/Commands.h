@@ -10,6 +10,8 @@ namespace veltry::Commands {
 
 using Family = std::span<const Command>;
 
+// One a line and its words above it, so that families can be added side by side.
+
 /// init, projects, project …
 [[nodiscard]] Family projectCommands();
 /// tree
@@ -34,6 +36,22 @@ using Family = std::span<const Command>;
 [[nodiscard]] Family questionCommands();
 /// agent, import
 [[nodiscard]] Family agentCommands();
+/// show
+[[nodiscard]] Family showCommands();
+/// run, cancel, wait
+[[nodiscard]] Family runCommands();
+/// create, notes, archive
+[[nodiscard]] Family nodeCommands();
+/// log
+[[nodiscard]] Family logCommand();
+/// disk
+[[nodiscard]] Family diskCommand();
+/// doctor
+[[nodiscard]] Family doctorCommand();
+/// questions, answer, dismiss
+[[nodiscard]] Family questionCommands();
+/// settings …
+[[nodiscard]] Family settingsCommands();
 /// conversations …, said
 [[nodiscard]] Family conversationCommands();
 /// papers …
@@ -47,6 +65,8 @@ using Family = std::span<const Command>;
 [[nodiscard]] Family diskCommand();     ///< disk
 [[nodiscard]] Family doctorCommand();   ///< doctor
 [[nodiscard]] Family completeCommand(); ///< complete, for the shells
+/// complete, for the shells
+[[nodiscard]] Family completeCommand();
 
 /// All of them, in the order in which they are shown.
 [[nodiscard]] inline std::vector<Family> families()
@@ -71,6 +91,9 @@ using Family = std::span<const Command>;
         diskCommand(),
         doctorCommand(),
         completeCommand(),
+        projectCommands(),  treeCommands(),         listCommands(),  showCommands(),    runCommands(),
+        nodeCommands(),     logCommand(),           diskCommand(),   doctorCommand(),   questionCommands(),
+        settingsCommands(), conversationCommands(), paperCommands(), completeCommand(),
     };
 }
 
