@@ -35,6 +35,7 @@ namespace veltry::bench {
 [[nodiscard]] Measured listCommand(const Workplace& place);
 [[nodiscard]] Measured showCommand(const Workplace& place);
 [[nodiscard]] Measured showRunCommand(const Workplace& place);
+[[nodiscard]] Measured logCommand(const Workplace& place);
 
 // Literature/PaperRows.cpp
 [[nodiscard]] Measured searchAnswer(const Workplace& place);

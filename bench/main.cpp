@@ -48,6 +48,7 @@ constexpr std::array rows = {
     Row{"veltry list, 1,000 nodes, 10,000 runs", "150 ms", 1, seconds, listCommand},
     Row{"veltry show of a node, 1,000 nodes, 10,000 runs", "50 ms", 1, seconds, showCommand},
     Row{"veltry show of a run, 1,000 nodes, 10,000 runs", "50 ms", 1, seconds, showRunCommand},
+    Row{"veltry log -n 100 of 100,000 lines, in the same", "50 ms", 1, seconds, logCommand},
     Row{"first look of wait_for_runs, 100,000 runs", "10 runs", 0, seconds, firstLook},
     Row{"count of runs in flight at a launch, 100,000 runs", "10 runs", 0, seconds, runsOfAllProjects},
     Row{"a run by its number, 100,000 runs", "10 runs", 0, seconds, runByNumber},

@@ -106,6 +106,15 @@ std::optional<std::filesystem::path> Git::topLevel() const
     }
 }
 
+std::optional<std::string> Git::fileOf(std::string_view commit, std::string_view path) const
+{
+    try {
+        return run({"cat-file", "blob", fmt::format("{}:{}", commit, path)});
+    } catch (const Error&) {
+        return std::nullopt; // no such file or commit, no repository, no git
+    }
+}
+
 void Git::excludePrivately(std::string_view entry) const
 {
     const std::filesystem::path common = directory / run({"rev-parse", "--git-common-dir"}); // an absolute one replaces

@@ -69,6 +69,9 @@ public:
     /// The repository's pre-commit and commit-msg hooks don't run.
     void commitAll(const std::filesystem::path& in, const std::string& message) const;
 
+    /// A text file of a commit, as run() gives output. Nothing if the commit has no such file, and for any failure.
+    [[nodiscard]] std::optional<std::string> fileOf(std::string_view commit, std::string_view path) const;
+
     /// Writes the files of a commit into the folder `to`, which is made if it isn't there, without any of git's own.
     void snapshot(const std::string& commit, const std::filesystem::path& to) const;
 

@@ -17,6 +17,8 @@ using Family = std::span<const Command>;
 [[nodiscard]] Family runCommands();     ///< run, cancel, wait
 [[nodiscard]] Family nodeCommands();    ///< create, notes, archive
 [[nodiscard]] Family logCommand();
+[[nodiscard]] Family chartCommand();
+[[nodiscard]] Family topCommand();
 [[nodiscard]] Family diskCommand();     ///< disk
 [[nodiscard]] Family doctorCommand();   ///< doctor
 [[nodiscard]] Family completeCommand(); ///< complete, for the shells
@@ -32,6 +34,8 @@ using Family = std::span<const Command>;
         runCommands(),
         nodeCommands(),
         logCommand(),
+        chartCommand(),
+        topCommand(),
         diskCommand(),
         doctorCommand(),
         completeCommand(),

@@ -1,0 +1,258 @@
+#include "Base/Text.h"
+#include "Experiments/Resources.h"
+#include "Host/Commands/Commands.h"
+#include "Host/Context.h"
+#include "Host/RunWords.h"
+#include "Host/Terminal/Screen.h"
+#include "Host/Terminal/Sparkline.h"
+#include "Host/Terminal/TextTable.h"
+#include "Host/Terminal/Times.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <map>
+#include <thread>
+
+namespace veltry::Commands {
+
+namespace {
+
+using Count = Option::Count;
+using Completion = Option::Completion;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds betweenReadings(1);
+constexpr std::chrono::milliseconds firstPause(250); // between the two readings that tell the cores of a single look
+constexpr std::size_t keptReadings = 300;
+
+void keep(std::vector<double>& history, double value)
+{
+    if (history.size() == keptReadings)
+        history.erase(history.begin());
+    history.push_back(value);
+}
+
+/// What one run has used so far, as far as it was watched.
+struct Usage {
+    Usage(Run what, std::string name) : run(std::move(what)), title(std::move(name)) {}
+
+    Run run;
+    std::string title;
+    std::optional<ResourceReading> reading; ///< nothing while it has no process
+    std::optional<Resources::Moment> last;
+    double cores = 0;
+    std::vector<double> coresBefore; ///< the newest last, as is the next
+    std::vector<double> memoryBefore;
+
+    void read()
+    {
+        reading = run.pid ? Resources::read(*run.pid) : std::nullopt;
+        if (!reading) {
+            last.reset();
+            cores = 0;
+            return;
+        }
+        const Resources::Moment now{.at = Clock::now(), .cpuSeconds = reading->cpuSeconds};
+        if (last) {
+            cores = Resources::cores(*last, now);
+            keep(coresBefore, cores);
+        }
+        keep(memoryBefore, static_cast<double>(reading->memory));
+        last = now;
+    }
+};
+
+/// The runs in flight, or the one that was named.
+class Watched {
+public:
+    Watched(Context& context, std::optional<UUID> only) : context_(&context), only_(only) {}
+
+    void read()
+    {
+        std::vector<Run> runs = context_->store()->runsInFlight(context_->project().id).runs;
+        context_->lab().reconcile(runs);
+        std::erase_if(runs, [&](const Run& run) { return run.isFinished() || (only_ && run.id != *only_); });
+        std::vector<Usage> usages;
+        for (Run& run : runs) {
+            const auto known = std::ranges::find(usages_, run.id, [](const Usage& usage) { return usage.run.id; });
+            Usage usage = known == usages_.end() ? Usage(run, titleOf(run)) : std::move(*known);
+            usage.run = std::move(run);
+            usage.read();
+            usages.push_back(std::move(usage));
+        }
+        usages_ = std::move(usages);
+        gpu_ = Resources::gpuUtilization();
+        if (gpu_)
+            keep(gpuBefore_, *gpu_);
+    }
+
+    [[nodiscard]] const std::vector<Usage>& usages() const { return usages_; }
+    [[nodiscard]] std::optional<double> gpu() const { return gpu_; }
+    [[nodiscard]] const std::vector<double>& gpuBefore() const { return gpuBefore_; }
+
+private:
+    [[nodiscard]] std::string titleOf(const Run& run) const
+    {
+        const std::optional<Experiment> node = context_->store()->experiment(run.experimentID);
+        return node ? node->title : "";
+    }
+
+    Context* context_;
+    std::optional<UUID> only_;
+    std::vector<Usage> usages_;
+    std::optional<double> gpu_;
+    std::vector<double> gpuBefore_;
+};
+
+std::string percent(double part)
+{
+    return fmt::format("{:.0f} %", part * 100);
+}
+
+JSONValue json(const Watched& watched)
+{
+    JSONValue::Array runs;
+    for (const Usage& usage : watched.usages()) {
+        JSONValue record = usage.reading ? toJSON(*usage.reading) : JSONValue::object({});
+        JSONValue::Object& fields = *record.object();
+        fields["number"] = usage.run.number;
+        fields["id"] = usage.run.id.text();
+        fields["title"] = usage.title;
+        fields["status"] = Run::statusText(usage.run.status);
+        if (usage.reading)
+            fields["cores"] = usage.cores;
+        runs.push_back(std::move(record));
+    }
+    return runs;
+}
+
+std::string tableOf(const Watched& watched, const Terminal& terminal)
+{
+    TextTable table(
+        {{.heading = "run"},
+         {.heading = "node", .mayBeCut = true},
+         {.heading = "for", .toTheRight = true},
+         {.heading = "processes", .toTheRight = true},
+         {.heading = "cores", .toTheRight = true},
+         {.heading = "memory", .toTheRight = true}});
+    for (const Usage& usage : watched.usages()) {
+        const double seconds = Date::now().secondsSince2001 - usage.run.createdAt.secondsSince2001;
+        std::vector<TextTable::Cell> row = {
+            {fmt::format("#{}", usage.run.number), Style::bold}, {usage.title}, {Times::length(seconds)}};
+        if (usage.reading) {
+            row.push_back({std::to_string(usage.reading->processes)});
+            row.push_back({fmt::format("{:.2f}", usage.cores), Style::cyan});
+            row.push_back({sizeText(usage.reading->memory), Style::magenta});
+        } else {
+            row.push_back({usage.run.status == Run::Status::queued ? "queued" : "starting", Style::dim});
+            row.insert(row.end(), 2, {});
+        }
+        table.add(std::move(row));
+    }
+    std::string text = table.text(terminal);
+    if (watched.gpu())
+        text += fmt::format("\nGPU {}, of the whole machine\n", percent(*watched.gpu()));
+    return text;
+}
+
+/// A line of bars behind its name, as wide as the terminal.
+std::string history(
+    std::string_view name, const std::vector<double>& values, double most, Style style, std::string_view largest,
+    const Terminal& terminal)
+{
+    const std::size_t columns = terminal.size() ? terminal.size()->columns : 80;
+    const std::string before = fmt::format("  {:<7}", name);
+    const std::string behind = fmt::format(" {}", largest);
+    const std::size_t taken = before.size() + behind.size();
+    const std::size_t width = std::min<std::size_t>(keptReadings, columns > taken ? columns - taken : 0);
+    return terminal.styled(Style::dim, before) + terminal.styled(style, sparkline(values, width, most, terminal)) +
+           terminal.styled(Style::dim, behind) + "\n";
+}
+
+double largestOf(const std::vector<double>& values)
+{
+    return values.empty() ? 0 : *std::ranges::max_element(values);
+}
+
+std::string screenOf(const Watched& watched, const Terminal& terminal)
+{
+    if (watched.usages().empty())
+        return "No run is in flight. Ctrl-C ends this.\n";
+    std::string text = tableOf(watched, terminal) + "\n";
+    for (const Usage& usage : watched.usages()) {
+        const std::string name = fmt::format("#{} {}", usage.run.number, text::oneLine(usage.title));
+        text += fitted(name, terminal.size().value().columns, terminal) + "\n";
+        const double cores = std::max(1.0, largestOf(usage.coresBefore));
+        text += history("cores", usage.coresBefore, cores, Style::cyan, fmt::format("of {:.1f}", cores), terminal);
+        const double memory = largestOf(usage.memoryBefore);
+        text += history(
+            "memory", usage.memoryBefore, memory, Style::magenta,
+            fmt::format("of {}", sizeText(static_cast<std::uint64_t>(memory))), terminal);
+    }
+    if (!watched.gpuBefore().empty())
+        text += history("GPU", watched.gpuBefore(), 1, Style::green, "of 100 %", terminal);
+    return text;
+}
+
+/// Until the named run has ended, or for ever.
+void watch(Context& context, Watched& watched, bool isOne)
+{
+    Screen screen(context.out());
+    for (auto next = Clock::now() + betweenReadings;; next += betweenReadings) {
+        screen.show(screenOf(watched, context.out()));
+        std::this_thread::sleep_until(next);
+        watched.read();
+        if (isOne && watched.usages().empty())
+            return;
+    }
+}
+
+void top(Context& context, const Arguments& arguments)
+{
+    std::optional<Run> only;
+    if (const std::optional<std::string> given = arguments.text("RUN"))
+        only = context.run(*given);
+    Watched watched(context, only ? std::optional(only->id) : std::nullopt);
+    watched.read();
+    if (!watched.usages().empty()) { // what they use is told by the difference of two readings
+        std::this_thread::sleep_for(firstPause);
+        watched.read();
+    }
+    if (context.json())
+        return context.printJSON(json(watched));
+    if (watched.usages().empty()) {
+        const std::string ended = only ? RunWords::state(context.run(only->id.text())) : "No run is in flight.";
+        return context.note(ended);
+    }
+    if (!context.out().canRedraw())
+        return context.print(tableOf(watched, context.out()));
+    watch(context, watched, only.has_value());
+    if (only)
+        context.note(RunWords::state(context.run(only->id.text())));
+}
+
+constexpr std::array topOptions = {
+    Option{"RUN", "", "One run; by default all that are in flight", Count::optional, Completion::run},
+};
+
+constexpr std::array table = {
+    Command{
+        .name = "top",
+        .summary = "Watch what the runs in flight use: processes, cores, memory, GPU",
+        .example = "veltry top",
+        .hasJSON = true,
+        .options = topOptions,
+        .run = &top},
+};
+
+} // namespace
+
+Family topCommand()
+{
+    return table;
+}
+
+} // namespace veltry::Commands
