@@ -23,9 +23,6 @@ TEST(Sparkline, ShowsTheLastValuesAtTheRight)
     EXPECT_EQ(sparkline(values, 2, 8, utf8), "▂▄");
     EXPECT_EQ(sparkline(values, 4, 0, ascii), " :=#"); // the largest is a full bar
     EXPECT_EQ(sparkline({}, 2, 0, ascii), "  ");
-    for (const auto& [bytes, text] : std::vector<std::pair<std::uint64_t, std::string>>{
-             {0, "0 B"}, {999, "999 B"}, {1000, "1.0 kB"}, {999'600, "1.0 MB"}, {12'345'678, "12 MB"}})
-        EXPECT_EQ(sizeText(bytes), text);
 }
 
 TEST(Top, ShowsWhatRunsUseUntilTheyEnd)

@@ -46,6 +46,8 @@ using Family = std::span<const Command>;
 [[nodiscard]] Family logCommand();
 /// disk
 [[nodiscard]] Family diskCommand();
+/// disk
+[[nodiscard]] Family diskCommand();
 /// doctor
 [[nodiscard]] Family doctorCommand();
 /// questions, answer, dismiss
@@ -62,9 +64,8 @@ using Family = std::span<const Command>;
 [[nodiscard]] Family doctorCommand();
 /// complete, for the shells
 [[nodiscard]] Family completeCommand();
-[[nodiscard]] Family diskCommand();     ///< disk
-[[nodiscard]] Family doctorCommand();   ///< doctor
-[[nodiscard]] Family completeCommand(); ///< complete, for the shells
+[[nodiscard]] Family chartCommand();
+[[nodiscard]] Family topCommand();
 /// complete, for the shells
 [[nodiscard]] Family completeCommand();
 
@@ -87,7 +88,8 @@ using Family = std::span<const Command>;
         conversationCommands(),
         paperCommands(),
         settingsCommands(),
-        logCommand(),
+        chartCommand(),
+        topCommand(),
         diskCommand(),
         doctorCommand(),
         completeCommand(),

@@ -2,6 +2,7 @@
 #include "Experiments/Resources.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
+#include "Host/DiskUse.h"
 #include "Host/RunWords.h"
 #include "Host/Terminal/Screen.h"
 #include "Host/Terminal/Sparkline.h"
@@ -145,7 +146,7 @@ std::string tableOf(const Watched& watched, const Terminal& terminal)
         if (usage.reading) {
             row.push_back({std::to_string(usage.reading->processes)});
             row.push_back({fmt::format("{:.2f}", usage.cores), Style::cyan});
-            row.push_back({sizeText(usage.reading->memory), Style::magenta});
+            row.push_back({DiskUse::size(usage.reading->memory), Style::magenta});
         } else {
             row.push_back({usage.run.status == Run::Status::queued ? "queued" : "starting", Style::dim});
             row.insert(row.end(), 2, {});
@@ -190,7 +191,7 @@ std::string screenOf(const Watched& watched, const Terminal& terminal)
         const double memory = largestOf(usage.memoryBefore);
         text += history(
             "memory", usage.memoryBefore, memory, Style::magenta,
-            fmt::format("of {}", sizeText(static_cast<std::uint64_t>(memory))), terminal);
+            fmt::format("of {}", DiskUse::size(static_cast<std::uint64_t>(memory))), terminal);
     }
     if (!watched.gpuBefore().empty())
         text += history("GPU", watched.gpuBefore(), 1, Style::green, "of 100 %", terminal);

@@ -3,7 +3,6 @@
 #include "Host/Terminal/Terminal.h"
 
 #include <cstddef>
-#include <cstdint>
 #include <span>
 #include <string>
 
@@ -13,8 +12,5 @@ namespace veltry {
 /// full bar; the largest of the values shown is, where they go beyond it. 0 and less is no bar.
 [[nodiscard]] std::string sparkline(
     std::span<const double> values, std::size_t columns, double most, const Terminal& terminal);
-
-/// "0 B", "812 kB", "1.4 GB": powers of 1000.
-[[nodiscard]] std::string sizeText(std::uint64_t bytes);
 
 } // namespace veltry
