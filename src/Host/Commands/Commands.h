@@ -10,8 +10,6 @@ namespace veltry::Commands {
 
 using Family = std::span<const Command>;
 
-// One a line and its words above it, so that families can be added side by side.
-
 /// init, projects, project …
 [[nodiscard]] Family projectCommands();
 /// tree
@@ -36,36 +34,16 @@ using Family = std::span<const Command>;
 [[nodiscard]] Family questionCommands();
 /// agent, import
 [[nodiscard]] Family agentCommands();
-/// show
-[[nodiscard]] Family showCommands();
-/// run, cancel, wait
-[[nodiscard]] Family runCommands();
-/// create, notes, archive
-[[nodiscard]] Family nodeCommands();
-/// log
-[[nodiscard]] Family logCommand();
-/// disk
-[[nodiscard]] Family diskCommand();
-/// disk
-[[nodiscard]] Family diskCommand();
-/// doctor
-[[nodiscard]] Family doctorCommand();
-/// questions, answer, dismiss
-[[nodiscard]] Family questionCommands();
-/// settings …
-[[nodiscard]] Family settingsCommands();
 /// conversations …, said
 [[nodiscard]] Family conversationCommands();
 /// papers …
 [[nodiscard]] Family paperCommands();
 /// settings …
 [[nodiscard]] Family settingsCommands();
+/// disk
+[[nodiscard]] Family diskCommand();
 /// doctor
 [[nodiscard]] Family doctorCommand();
-/// complete, for the shells
-[[nodiscard]] Family completeCommand();
-[[nodiscard]] Family chartCommand();
-[[nodiscard]] Family topCommand();
 /// complete, for the shells
 [[nodiscard]] Family completeCommand();
 
@@ -88,14 +66,9 @@ using Family = std::span<const Command>;
         conversationCommands(),
         paperCommands(),
         settingsCommands(),
-        chartCommand(),
-        topCommand(),
         diskCommand(),
         doctorCommand(),
         completeCommand(),
-        projectCommands(),  treeCommands(),         listCommands(),  showCommands(),    runCommands(),
-        nodeCommands(),     logCommand(),           diskCommand(),   doctorCommand(),   questionCommands(),
-        settingsCommands(), conversationCommands(), paperCommands(), completeCommand(),
     };
 }
 
