@@ -20,6 +20,8 @@ using Family = std::span<const Command>;
 [[nodiscard]] Family compareCommands();
 /// show
 [[nodiscard]] Family showCommands();
+/// diff
+[[nodiscard]] Family diffCommand();
 /// log
 [[nodiscard]] Family logCommand();
 /// charts
@@ -56,6 +58,7 @@ using Family = std::span<const Command>;
         listCommands(),
         compareCommands(),
         showCommands(),
+        diffCommand(),
         logCommand(),
         chartCommand(),
         topCommand(),
