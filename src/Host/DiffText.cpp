@@ -98,7 +98,8 @@ private:
             rest.remove_prefix(piece.size());
             const std::string_view numbersOfIt = std::string_view(front).substr(0, front.size() - 1);
             const std::string sign(1, front.back());
-            result_ += terminal_.styled(Style::dim, numbersOfIt) + terminal_.styled(style, sign + std::string(piece)) + "\n";
+            result_ +=
+                terminal_.styled(Style::dim, numbersOfIt) + terminal_.styled(style, sign + std::string(piece)) + "\n";
             if (rest.empty())
                 return;
             front.assign(front.size(), ' ');

@@ -1,5 +1,6 @@
 #include "Host/RunWords.h"
 
+#include "Base/Text.h"
 #include "Host/Terminal/Times.h"
 
 #include <fmt/format.h>
@@ -8,6 +9,7 @@ namespace veltry::RunWords {
 
 namespace {
 
+constexpr std::size_t shownID = 8;       // characters of an id as the commands show it
 constexpr std::int32_t signalBase = 128; // of the exit code where a signal ended it
 
 std::string exitWords(const Run& run)
@@ -20,6 +22,11 @@ std::string exitWords(const Run& run)
 }
 
 } // namespace
+
+bool isNumber(std::string_view given)
+{
+    return given.size() < shownID && text::integer(given);
+}
 
 std::string state(const Run& run, Date now)
 {

@@ -1,3 +1,4 @@
+#include "Base/Text.h"
 #include "Host/DiffText.h"
 #include "Support/PseudoTerminal.h"
 #include "Support/TestLab.h"
@@ -31,14 +32,22 @@ Changes someChanges()
                    {{Kind::context, "\tx = 1", 9, 9},
                     {Kind::removed, "\ty\033[2J", 10, std::nullopt},
                     {Kind::added, "", std::nullopt, 10}}}}},
-        {.path = "logo.png", .kind = Changes::Kind::added, .shown = Changes::File::Shown::binary},
+        {.path = "logo.png",
+         .oldPath = {},
+         .kind = Changes::Kind::added,
+         .added = {},
+         .removed = {},
+         .shown = Changes::File::Shown::binary,
+         .hunks = {}},
         {.path = "data.csv",
+         .oldPath = {},
          .kind = Changes::Kind::deleted,
          .added = 0,
          .removed = 3001,
-         .shown = Changes::File::Shown::tooLarge},
-        {.path = "run.sh", .added = 0, .removed = 0},
-        {.path = "b", .oldPath = "a", .kind = Changes::Kind::copied, .added = 0, .removed = 0},
+         .shown = Changes::File::Shown::tooLarge,
+         .hunks = {}},
+        {.path = "run.sh", .oldPath = {}, .added = 0, .removed = 0, .hunks = {}},
+        {.path = "b", .oldPath = "a", .kind = Changes::Kind::copied, .added = 0, .removed = 0, .hunks = {}},
     };
     return changes;
 }
@@ -46,11 +55,10 @@ Changes someChanges()
 TEST(DiffText, ShowsLinesAndTellsTheRestInWords)
 {
     EXPECT_EQ(DiffText::summary(someChanges(), pipe), "5 files, +1 -3,002, against main, as a run's commit has it\n");
-    EXPECT_EQ(DiffText::lines(someChanges(), pipe), R"(
-old.py -> new.py  renamed  +1 -1
+    EXPECT_EQ(text::trimmed(DiffText::lines(someChanges(), pipe)), R"(old.py -> new.py  renamed  +1 -1
 @@ def train(): @@
  9  9       x = 1
-10    -    y�[2J
+10     -    y�[2J
    10  +
 
 logo.png  added
@@ -63,8 +71,7 @@ run.sh  modified  +0 -0
 No line differs: the file is empty, or only its mode changed.
 
 a -> b  copied  +0 -0
-Its lines are the same.
-)");
+Its lines are the same.)");
     EXPECT_EQ(DiffText::stat(someChanges(), pipe), R"(renamed   old.py -> new.py      +1      -1  +-
 added     logo.png          binary
 deleted   data.csv              +0  -3,001  ---------------
@@ -86,7 +93,7 @@ TEST(Diff, ShowsANodesWorkOnATerminal)
         terminal.output(), AllOf(
                                HasSubstr("1 file, \033[32m+2\033[0m \033[31m-0\033[0m, against main\r\n"),
                                HasSubstr("\033[2m  1  \033[0m\033[32m+" + std::string(74, 'x') + "\033[0m\r\n"),
-                               HasSubstr("(556 more columns)"), HasSubstr("\033[32m+short\033[0m\r\n")));
+                               HasSubstr("(556 columns more)"), HasSubstr("\033[32m+short\033[0m\r\n")));
     EXPECT_EQ(
         *JSONValue::parse(test::runProgram(
                               test::hostProgram(),

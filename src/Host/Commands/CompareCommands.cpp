@@ -3,6 +3,7 @@
 #include "Host/Context.h"
 #include "Host/NodeView.h"
 #include "Host/RecordJSON.h"
+#include "Host/RunWords.h"
 #include "Host/Terminal/Progress.h"
 #include "Host/Terminal/SideBySide.h"
 #include "Host/Terminal/Times.h"
@@ -38,7 +39,7 @@ std::expected<Changes, std::string> changesOf(const Lab& lab, const Experiment& 
 Side side(Context& context, const std::string& given)
 {
     const Lab& lab = context.lab();
-    const bool isRun = given.starts_with('#') || text::integer(given) || UUID::parse(given);
+    const bool isRun = given.starts_with('#') || RunWords::isNumber(given) || UUID::parse(given);
     std::optional<Run> run;
     if (isRun && !(UUID::parse(given) && lab.store->experiment(*UUID::parse(given))))
         run = context.run(given);

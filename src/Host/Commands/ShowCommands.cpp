@@ -4,6 +4,7 @@
 #include "Host/Context.h"
 #include "Host/NodeView.h"
 #include "Host/RecordJSON.h"
+#include "Host/RunWords.h"
 #include "Host/Terminal/Harmless.h"
 #include "Host/Terminal/Times.h"
 
@@ -235,7 +236,7 @@ void show(Context& context, const Arguments& arguments)
 {
     const std::string given = arguments.required("NODE|RUN");
     const Lab& lab = context.lab();
-    const bool isNumber = given.starts_with('#') || text::integer(given);
+    const bool isNumber = given.starts_with('#') || RunWords::isNumber(given);
     if (isNumber)
         return showRun(context, lab, context.run(given));
     try {
