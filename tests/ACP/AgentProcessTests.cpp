@@ -147,9 +147,13 @@ TEST_F(AgentProcessTest, AStartThatFailsLeavesNothing)
     runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
         const asio::steady_timer first(executor); // brings the executor's own descriptors
         const ProcessResources before = ProcessResources::now();
-        EXPECT_THROW(AgentProcess::start(executor, Harness::codex(), {{"HOME", "/"}}, "/"), AgentProcess::Failure);
+        const ChildProcess::Environment noPath{{"HOME", "/"}};
+        EXPECT_THROW(
+            static_cast<void>(AgentProcess::start(executor, Harness::codex(), noPath, "/")), AgentProcess::Failure);
         const Harness harness{.name = "None", .executable = program("none")};
-        EXPECT_THROW(AgentProcess::start(executor, harness, {}, folder / "missing"), ChildProcess::StartFailure);
+        EXPECT_THROW(
+            static_cast<void>(AgentProcess::start(executor, harness, {}, folder / "missing")),
+            ChildProcess::StartFailure);
         const std::function<bool()> allGone = [&] { return ProcessResources::now() == before; };
         const bool gone = co_await eventuallyOnExecutor(allGone);
         EXPECT_TRUE(gone) << ProcessResources::now();
@@ -274,7 +278,7 @@ TEST_F(AgentProcessTest, HoweverAnAgentEndsEverybodyHearsOfItAndNothingStays)
                 const auto agent = start(executor, c.script);
                 const auto client = ACPClient::make(executor, agent, {}, false);
                 asio::co_spawn(executor, initializeOf(client, initializing), asio::detached);
-                for (const std::size_t size : {1, 10, 300'000, 10})
+                for (const std::size_t size : {1u, 10u, 300'000u, 10u})
                     asio::co_spawn(executor, promptOf(client, size, failures), asio::detached);
                 if (c.terminates) {
                     const std::function<bool()> isUp = [&] { return children().size() == 1; };
