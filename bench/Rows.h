@@ -11,6 +11,10 @@ namespace veltry::bench {
 [[nodiscard]] Measured runExperiment(const Workplace& place);
 [[nodiscard]] Measured experimentTree(const Workplace& place);
 
+// Experiments/ChangesRows.cpp
+[[nodiscard]] Measured comparison(const Workplace& place);
+[[nodiscard]] Measured largeComparison(const Workplace& place);
+
 // Experiments/SupervisorRows.cpp
 [[nodiscard]] Measured supervisorStart(const Workplace& place);
 [[nodiscard]] Measured supervisorMemory(const Workplace& place);

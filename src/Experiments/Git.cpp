@@ -58,6 +58,12 @@ std::string Git::Failure::description() const
 std::string Git::run(
     const Arguments& arguments, const std::optional<std::filesystem::path>& in, const Environment& environment) const
 {
+    return stripped(output(arguments, in, environment));
+}
+
+std::string Git::output(
+    const Arguments& arguments, const std::optional<std::filesystem::path>& in, const Environment& environment) const
+{
     ChildProcess::Command command{
         .executable = gitProgram,
         .arguments = {"-C", in.value_or(directory).string()},
@@ -71,12 +77,13 @@ std::string Git::run(
         command.environment[name] = value;
     command.environment["GIT_TERMINAL_PROMPT"] = "0";
 
-    const ChildProcess::Output result = ChildProcess::run(std::move(command));
-    std::string output = stripped(result.output);
+    ChildProcess::Output result = ChildProcess::run(std::move(command));
     if (result.exitNumber == 0)
-        return output;
+        return std::move(result.output);
     std::string error = stripped(result.error);
-    throw Failure("git " + text::joined(arguments, " "), error.empty() ? std::move(output) : std::move(error));
+    throw Failure(
+        text::repaired("git " + text::joined(arguments, " ")),
+        error.empty() ? stripped(result.output) : std::move(error));
 }
 
 std::optional<std::string> Git::resolve(std::string_view revision) const
@@ -86,6 +93,11 @@ std::optional<std::string> Git::resolve(std::string_view revision) const
     } catch (const Error&) {
         return std::nullopt; // no such commit, no repository, no git
     }
+}
+
+std::string Git::branchReference(std::string_view branch)
+{
+    return fmt::format("refs/heads/{}", branch);
 }
 
 bool Git::isRepository() const

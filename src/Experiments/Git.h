@@ -49,9 +49,16 @@ public:
     std::string run(
         const Arguments& arguments, const std::optional<std::filesystem::path>& in = {},
         const Environment& environment = {}) const;
+    /// The same, but standard output as it came: for paths, which are bytes.
+    [[nodiscard]] std::string output(
+        const Arguments& arguments, const std::optional<std::filesystem::path>& in = {},
+        const Environment& environment = {}) const;
 
     /// The full id of the commit that a revision names. Nothing if it names none, and for any failure.
     [[nodiscard]] std::optional<std::string> resolve(std::string_view revision) const;
+    /// "refs/heads/<branch>": names the branch whatever tags and files are called.
+    [[nodiscard]] static std::string branchReference(std::string_view branch);
+
     /// True if the folder lies in a work tree. False for any failure.
     [[nodiscard]] bool isRepository() const;
     /// The work tree's uppermost folder, absolute and free of links. Nothing outside a work tree, and for any failure.

@@ -54,16 +54,6 @@ std::string_view withoutHashes(std::string_view text)
     return text;
 }
 
-LabError gitFailed(const Git::Failure& failure)
-{
-    return {"git_failed", fmt::format("{} failed: {}", failure.command, failure.output)};
-}
-
-std::string branchReference(std::string_view branch)
-{
-    return fmt::format("refs/heads/{}", branch);
-}
-
 } // namespace
 
 Lab::Lab(
@@ -145,7 +135,7 @@ Experiment Lab::create(const NewNode& node) const
                     "A child runs its parent's command: {}. Leave run_command out, and change the code on the child's "
                     "branch instead.",
                     parent->runCommand));
-        base = git.resolve(branchReference(parent->branch));
+        base = git.resolve(Git::branchReference(parent->branch));
         if (!base)
             throw LabError(
                 "branch_missing", fmt::format("The parent's branch {} is gone from the repository.", parent->branch));
@@ -178,7 +168,7 @@ Experiment Lab::create(const NewNode& node) const
         git.run({"branch", made.branch, *base});
         git.run({"worktree", "add", "--quiet", worktree(made).string(), made.branch});
     } catch (const Git::Failure& failure) {
-        throw gitFailed(failure);
+        throw LabError::of(failure);
     }
     store->insertExperiment(made);
     return made;
@@ -195,7 +185,7 @@ std::string Lab::freeSlug(std::string_view title) const
     const std::filesystem::path folder = project.folders.front() / worktrees;
     std::string candidate = wanted;
     for (int suffix = 2; taken.contains(candidate) || Files::exists(folder / candidate) ||
-                         repository().resolve(branchReference("veltry/" + candidate));
+                         repository().resolve(Git::branchReference("veltry/" + candidate));
          ++suffix)
         candidate = fmt::format("{}-{}", wanted, suffix);
     return candidate;
@@ -287,9 +277,9 @@ std::string Lab::commitPending(const Experiment& experiment, std::size_t runsSoF
         if (git.hasChanges(folder))
             git.commitAll(folder, fmt::format("{}: run {}", experiment.title, runsSoFar + 1));
     } catch (const Git::Failure& failure) {
-        throw gitFailed(failure);
+        throw LabError::of(failure);
     }
-    std::optional<std::string> commit = git.resolve(branchReference(experiment.branch));
+    std::optional<std::string> commit = git.resolve(Git::branchReference(experiment.branch));
     if (!commit)
         throw LabError("branch_missing", fmt::format("The branch {} is gone.", experiment.branch));
     return std::move(*commit);

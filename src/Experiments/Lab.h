@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Experiments/Changes.h"
 #include "Experiments/Git.h"
 #include "Experiments/LabError.h"
 #include "Projects/ProjectStore.h"
@@ -49,6 +50,15 @@ public:
     [[nodiscard]] std::filesystem::path worktree(const Experiment& experiment) const;
     /// True if a run of the node has a result, whatever its status.
     [[nodiscard]] bool isFrozen(const Experiment& experiment) const;
+
+    /// Compares the node's code with what it grew from: its parent's branch or, for a baseline, what the repository has
+    /// checked out. Of a provisional node it shows the worktree as it stands at that moment, with what is neither
+    /// committed nor added, and touches neither it nor its index; where the worktree is gone, the branch's last commit.
+    /// Of a frozen node it shows the commit of its last run with a result.
+    ///
+    /// The person's git configuration and attributes have no say, the project's own .gitattributes do. LabError:
+    /// branch_missing for a side that is gone, git_failed for what git refuses.
+    [[nodiscard]] Changes changes(const Experiment& experiment) const;
 
     struct NewNode {
         std::string title;

@@ -1,0 +1,134 @@
+#include "Experiments/Lab.h"
+#include "Platform/Files.h"
+#include "Platform/ProcessFacts.h"
+#include "Rows.h"
+
+#include <fmt/format.h>
+
+#include <fcntl.h>
+
+#include <stdexcept>
+
+namespace veltry::bench {
+
+namespace {
+
+/// Changes as an agent leaves them: some files edited, one new, nothing added or committed.
+constexpr std::int64_t editedFiles = 10;
+
+std::string moduleText(std::int64_t number, std::int64_t lines, std::string_view mark)
+{
+    std::string text;
+    for (std::int64_t line = 0; line < lines; ++line)
+        text += fmt::format("VALUE_{} = {}{}\n", line, line * number, line == lines / 2 ? mark : "");
+    return text;
+}
+
+std::filesystem::path moduleFile(const std::filesystem::path& folder, std::int64_t number)
+{
+    return folder / fmt::format("part{}/module{}.py", number % 100, number);
+}
+
+/// A node whose worktree has `files` files of `lines` lines.
+class ComparedNode {
+public:
+    ComparedNode(const Workplace& place, std::int64_t files, std::int64_t lines, std::int64_t edits)
+        : folder_(place.folder), lab_(makeLab(place, files, lines)),
+          parent_(lab_.create({.title = "Base", .notes = {}, .parent = {}, .runCommand = "true", .conversation = {}})),
+          node_(lab_.create(
+              {.title = "Node", .notes = {}, .parent = parent_.id.text(), .runCommand = {}, .conversation = {}}))
+    {
+        const std::filesystem::path tree = lab_.worktree(node_);
+        for (std::int64_t number = 0; number < edits; ++number)
+            Files::writeAtomically(moduleFile(tree, number), moduleText(number, lines, " + 1"));
+        if (edits > 1)
+            Files::writeAtomically(tree / "new.py", moduleText(1, lines, ""));
+        expected_ = edits > 1 ? edits + 1 : edits;
+    }
+
+    [[nodiscard]] double ours() const
+    {
+        return secondsOf([&] {
+            if (std::ssize(lab_.changes(node_).files) != expected_)
+                throw std::runtime_error("the comparison shows other files");
+        });
+    }
+
+    /// The commands that a comparison can't do without, in a shell.
+    [[nodiscard]] double limit() const
+    {
+        constexpr const char* diff = "git -C \"$tree\" --literal-pathspecs -c core.quotePath=false diff --no-color "
+                                     "--no-ext-diff -M";
+        const std::string script = fmt::format(
+            R"script(set -e
+repository='{0}' tree='{1}' target='{2}' parent='refs/heads/{3}' branch='refs/heads/{4}'
+git -C "$repository" rev-parse --verify --quiet "$branch^{{commit}}" >"$target/commits"
+git -C "$repository" rev-parse --verify --quiet "$parent^{{commit}}" >>"$target/commits"
+base=$(git -C "$repository" merge-base "$parent" "$branch")
+cp -p "$(git -C "$tree" rev-parse --path-format=absolute --git-path index)" "$target/index"
+export GIT_INDEX_FILE="$target/index"
+git -C "$tree" add --all
+{5} --name-status -z --cached "$base" -- >"$target/names"
+{5} --numstat -z --cached "$base" -- >"$target/counts"
+{5} --unified=3 --cached "$base" -- >"$target/text"
+rm "$target/index"
+)script",
+            lab_.project.folders.front().string(), lab_.worktree(node_).string(), folder_.string(), parent_.branch,
+            node_.branch, diff);
+        return secondsOf([&] {
+            const ChildProcess::Output output = ChildProcess::run(
+                {.executable = "/bin/sh",
+                 .arguments = {"-c", script},
+                 .environment = ProcessFacts::environment(),
+                 .directory = {},
+                 .input = {},
+                 .output = {},
+                 .error = {}});
+            if (output.exitNumber != 0)
+                throw std::runtime_error(output.error);
+        });
+    }
+
+private:
+    static Lab makeLab(const Workplace& place, std::int64_t files, std::int64_t lines)
+    {
+        const std::filesystem::path repository = place.folder / "repository";
+        for (std::int64_t number = 0; number < 100; ++number)
+            Files::createFolders(moduleFile(repository, number).parent_path());
+        for (std::int64_t number = 0; number < files; ++number)
+            Files::writeAll(
+                Files::open(moduleFile(repository, number), O_WRONLY | O_CREAT), moduleText(number, lines, ""),
+                "module");
+        const Git git(repository);
+        git.run({"init", "--quiet", "--initial-branch=main"});
+        for (const auto& [key, value] :
+             {std::pair{"user.name", "Bench"}, {"user.email", "bench@localhost"}, {"gc.auto", "0"}})
+            git.run({"config", key, value});
+        git.commitAll(repository, "Begin");
+        auto store = std::make_shared<ProjectStore>(place.folder / "store.sqlite");
+        Project project = store->createProject("Bench", {repository});
+        return {std::move(store), std::move(project), place.folder / "runs", place.tools};
+    }
+
+    std::filesystem::path folder_;
+    Lab lab_;
+    Experiment parent_;
+    Experiment node_;
+    std::int64_t expected_ = 0;
+};
+
+} // namespace
+
+Measured comparison(const Workplace& place)
+{
+    const ComparedNode node(place, 200, 60, editedFiles);
+    return interleaved(40, [&] { return node.ours(); }, [&] { return node.limit(); }, least);
+}
+
+Measured largeComparison(const Workplace& place)
+{
+    const ComparedNode node(place, 50'000, 3, 1);
+    return interleaved(12, [&] { return node.ours(); }, [&] { return node.limit(); }, least);
+}
+
+} // namespace veltry::bench
