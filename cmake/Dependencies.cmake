@@ -12,6 +12,7 @@ find_package(SQLite3 REQUIRED)
 pkg_check_modules(utf8proc REQUIRED IMPORTED_TARGET libutf8proc)
 pkg_check_modules(uuid REQUIRED IMPORTED_TARGET uuid)
 set(CMAKE_FIND_LIBRARY_SUFFIXES ${sharedSuffixes})
+pkg_check_modules(icu REQUIRED IMPORTED_TARGET icu-i18n icu-uc)
 
 find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
 add_library(asio INTERFACE)

@@ -1,15 +1,19 @@
 include(GoogleTest)
 
-# addModule(Name SOURCES ... HEADERS ... PUBLIC ... PRIVATE ...)
+# addModule(Name [FOLDER <folder>] SOURCES ... HEADERS ... PUBLIC ... PRIVATE ...)
 #
-# One folder of src/ as one static library. PUBLIC is what its headers include, PRIVATE the rest. Its include root
+# One folder of src/ as one static library; FOLDER names the folder of a library that is a part of another's, because
+# it links what not everybody needs. PUBLIC is what its headers include, PRIVATE the rest. Its include root
 # holds a link to the folder and nothing else, so that "Projects/ProjectStore.h" resolves only for those who link it.
 function(addModule name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;HEADERS;PUBLIC;PRIVATE")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "FOLDER" "SOURCES;HEADERS;PUBLIC;PRIVATE")
+    if(NOT arg_FOLDER)
+        set(arg_FOLDER ${name})
+    endif()
     set(root ${PROJECT_BINARY_DIR}/modules/${name})
     file(MAKE_DIRECTORY ${root})
-    file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${root}/${name} SYMBOLIC)
-    list(TRANSFORM arg_HEADERS PREPEND ${root}/${name}/)
+    file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR} ${root}/${arg_FOLDER} SYMBOLIC)
+    list(TRANSFORM arg_HEADERS PREPEND ${root}/${arg_FOLDER}/)
     add_library(${name} STATIC ${arg_SOURCES})
     target_sources(${name} PUBLIC FILE_SET HEADERS BASE_DIRS ${root} FILES ${arg_HEADERS})
     target_compile_features(${name} PUBLIC cxx_std_23) # public, so that its headers compile alone when they are checked

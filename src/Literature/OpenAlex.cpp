@@ -1,8 +1,8 @@
 #include "Literature/OpenAlex.h"
 
-#include "Literature/Address.h"
-#include "Literature/Fetch.h"
+#include "Base/Address.h"
 #include "Literature/OpenAlexAnswer.h"
+#include "Platform/Fetch.h"
 #include "Platform/ProcessFacts.h"
 
 #include <asio/this_coro.hpp>

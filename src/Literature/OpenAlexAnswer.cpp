@@ -1,8 +1,8 @@
 #include "Literature/OpenAlexAnswer.h"
 
+#include "Base/Address.h"
 #include "Base/JSONValue.h"
 #include "Base/Text.h"
-#include "Literature/Address.h"
 #include "Literature/OpenAlex.h"
 #include "Literature/OpenAlexDocument.h"
 

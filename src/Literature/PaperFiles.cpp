@@ -1,8 +1,8 @@
 #include "Literature/PaperFiles.h"
 
+#include "Base/Address.h"
 #include "Base/Text.h"
-#include "Literature/Address.h"
-#include "Literature/Fetch.h"
+#include "Platform/Fetch.h"
 #include "Platform/Files.h"
 #include "Platform/SystemError.h"
 #include "Platform/TemporaryFile.h"

@@ -181,6 +181,15 @@ void createFolders(const std::filesystem::path& path)
         throw SystemError("could not make the folder " + path.string(), ENOTDIR);
 }
 
+bool createFolder(const std::filesystem::path& path)
+{
+    if (::mkdir(path.c_str(), 0777) == 0)
+        return true;
+    if (errno == EEXIST)
+        return false;
+    throw SystemError("could not make the folder " + path.string());
+}
+
 bool exists(const std::filesystem::path& path) noexcept
 {
     struct stat status{};

@@ -43,6 +43,8 @@ void writeAtomically(const std::filesystem::path& path, std::string_view bytes);
 
 /// Makes the folder and those above it; one that is there is fine.
 void createFolders(const std::filesystem::path& path);
+/// Makes one folder; false if anything lies there already.
+[[nodiscard]] bool createFolder(const std::filesystem::path& path);
 /// True if anything lies there, also a link that leads nowhere.
 [[nodiscard]] bool exists(const std::filesystem::path& path) noexcept;
 [[nodiscard]] bool isFolder(const std::filesystem::path& path) noexcept;

@@ -1,4 +1,4 @@
-#include "Literature/Address.h"
+#include "Base/Address.h"
 #include "Literature/OpenAlexAnswer.h"
 #include "Support/FakeOpenAlex.h"
 

@@ -1,4 +1,4 @@
-#include "Literature/Fetch.h"
+#include "Platform/Fetch.h"
 
 #include <asio/post.hpp>
 #include <asio/redirect_error.hpp>

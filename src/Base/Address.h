@@ -14,6 +14,10 @@ namespace veltry::Address {
 /// The host in lower case, without user and port; empty if there is none.
 [[nodiscard]] std::string host(std::string_view address);
 
+/// The path that a file: address names, its escapes decoded. Nothing for another address, and for one that names
+/// another host.
+[[nodiscard]] std::optional<std::string> filePath(std::string_view address);
+
 /// The text as the value of a query item.
 [[nodiscard]] std::string queryValue(std::string_view text);
 

@@ -1,4 +1,4 @@
-#include "Literature/Address.h"
+#include "Base/Address.h"
 
 #include <fmt/format.h>
 
@@ -91,6 +91,28 @@ std::string host(std::string_view address)
     if (!rest.starts_with('['))
         rest = rest.substr(0, rest.find(':'));
     return lowercased(rest);
+}
+
+std::optional<std::string> filePath(std::string_view address)
+{
+    if (schemeOf(address) != "file")
+        return std::nullopt;
+    const std::string from = host(address);
+    if (!from.empty() && from != "localhost")
+        return std::nullopt;
+    std::string_view rest = address.substr(std::string_view("file:").size());
+    if (rest.starts_with("//"))
+        rest.remove_prefix(std::min(rest.size(), rest.find('/', 2)));
+    rest = rest.substr(0, rest.find_first_of("?#"));
+    std::string path;
+    for (std::size_t index = 0; index < rest.size(); ++index) {
+        const bool isEscape =
+            rest[index] == '%' && index + 2 < rest.size() && isHexDigit(rest[index + 1]) && isHexDigit(rest[index + 2]);
+        path +=
+            isEscape ? static_cast<char>(std::stoi(std::string(rest.substr(index + 1, 2)), nullptr, 16)) : rest[index];
+        index += isEscape ? 2 : 0;
+    }
+    return path;
 }
 
 std::string queryValue(std::string_view text)

@@ -1,0 +1,159 @@
+#include "Projects/Templates.h"
+
+#include "Base/Address.h"
+#include "Base/Text.h"
+#include "Base/UUID.h"
+#include "Platform/ChildProcess.h"
+#include "Platform/Fetch.h"
+#include "Platform/Files.h"
+#include "Platform/ProcessFacts.h"
+#include "Platform/TemporaryFile.h"
+
+#include <asio/error.hpp>
+#include <asio/system_error.hpp>
+#include <asio/this_coro.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace veltry::Templates {
+
+namespace {
+
+constexpr const char* tarProgram = "/usr/bin/tar";
+constexpr std::string_view builtAddress = VELTRY_TEMPLATES_URL;
+constexpr const char* installedArchive = "share/veltry/templates.tar.gz"; // below the folder that `bin` lies in
+
+bool isName(std::string_view name)
+{
+    const auto isLetterOrDigit = [](char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'); };
+    return !name.empty() && isLetterOrDigit(name.front()) &&
+           std::ranges::all_of(name, [&](char c) { return isLetterOrDigit(c) || c == '-'; });
+}
+
+Failure noTemplate(std::string_view name)
+{
+    return Failure(fmt::format("There is no template {}.", name));
+}
+
+Failure notUnpacked(std::string_view why)
+{
+    return Failure(fmt::format("The template could not be unpacked: {}", text::trimmed(text::repaired(why))));
+}
+
+/// A downloaded archive, gone with this object.
+class Download {
+public:
+    explicit Download(TemporaryFile& file)
+        : path_(std::filesystem::temp_directory_path() / ("veltry-templates-" + UUID::random().text()))
+    {
+        file.keep(path_);
+    }
+
+    Download(const Download&) = delete;
+    Download& operator=(const Download&) = delete;
+    ~Download() { Files::remove(path_); }
+
+    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+};
+
+asio::awaitable<std::unique_ptr<Download>> download(WebAddress from, std::shared_ptr<HTTPSession> session)
+{
+    TemporaryFile file(std::filesystem::temp_directory_path());
+    HTTPSession::Request request{.address = std::move(from.text), .file = file.file().duplicate()};
+    const asio::any_io_executor executor = co_await asio::this_coro::executor;
+    asio::awaitable<HTTPSession::Outcome> transfer = veltry::fetch(executor, std::move(session), std::move(request));
+    const HTTPSession::Outcome outcome = co_await std::move(transfer);
+    if (!outcome)
+        throw HTTPSession::Failure(outcome.error());
+    const bool isHTTP = outcome->status != 0;
+    if (isHTTP && outcome->status != 200)
+        throw Failure(fmt::format("The templates could not be downloaded: HTTP {}.", outcome->status));
+    co_return std::make_unique<Download>(file);
+}
+
+/// Runs tar on the template's entries. Members that it doesn't find are no failure, and then it did nothing. It strips
+/// leading slashes, refuses ".." and makes links that lead out only when all else is written.
+std::string tar(
+    const char* action, std::string_view name, const std::filesystem::path& archive,
+    const std::vector<std::string>& options)
+{
+    ChildProcess::Command command{
+        .executable = tarProgram,
+        .arguments = {action, std::filesystem::absolute(archive).string(), "--force-local"},
+        .environment = ProcessFacts::environment(),
+        .directory = {},
+        .input = {},
+        .output = {},
+        .error = {}};
+    command.arguments.insert(command.arguments.end(), options.begin(), options.end());
+    for (std::string& argument :
+         std::vector<std::string>{"--wildcards", "--no-wildcards-match-slash", fmt::format("*/{}", name)})
+        command.arguments.push_back(std::move(argument));
+    command.environment.erase("TAR_OPTIONS"); // would be read as if it stood here
+    command.environment["LC_ALL"] = "C.UTF-8";
+    command.environment["LANGUAGE"] = "";
+    const ChildProcess::Output result = ChildProcess::run(std::move(command));
+    const std::string onlyMissing = fmt::format(
+        "{0}: */{1}: Not found in archive\n{0}: Exiting with failure status due to previous errors\n", tarProgram,
+        name);
+    if (result.exitNumber != 0 && result.error != onlyMissing)
+        throw notUnpacked(result.error);
+    return result.output;
+}
+
+void unpack(const std::string& name, const std::filesystem::path& folder, const std::filesystem::path& archive)
+{
+    // The first letter of a line is what `ls` writes for the kind. As root, tar would make devices.
+    const std::string members = tar("-tvzf", name, archive, {});
+    for (const std::string_view line : text::split(members, '\n'))
+        if (!line.empty() && (line.front() == 'b' || line.front() == 'c' || line.front() == 'p'))
+            throw notUnpacked("It holds a device.");
+    tar("-xzf", name, archive,
+        {"-C", folder.string(), "--strip-components", "2", "--no-same-owner", "--no-same-permissions"});
+    std::error_code unreadable; // counts as empty
+    if (std::filesystem::directory_iterator(folder, unreadable) == std::filesystem::directory_iterator())
+        throw noTemplate(name);
+}
+
+} // namespace
+
+Archive archive(std::string_view location)
+{
+    std::optional<std::string> address = Address::absolute(location);
+    if (!address)
+        return std::filesystem::path(location);
+    if (std::optional<std::string> file = Address::filePath(*address))
+        return std::filesystem::path(*file);
+    return WebAddress{std::move(*address)};
+}
+
+Archive archive()
+{
+    if (const std::optional<std::string> named = ProcessFacts::variable("VELTRY_TEMPLATES_ARCHIVE"))
+        return archive(*named);
+    if (!builtAddress.empty())
+        return archive(builtAddress);
+    return ProcessFacts::executable().parent_path().parent_path() / installedArchive;
+}
+
+asio::awaitable<void> fetch(
+    std::string name, std::filesystem::path folder, Archive from, std::shared_ptr<HTTPSession> session)
+{
+    if (!isName(name))
+        throw noTemplate(name);
+    std::unique_ptr<Download> downloaded;
+    if (WebAddress* address = std::get_if<WebAddress>(&from)) {
+        asio::awaitable<std::unique_ptr<Download>> transfer = download(std::move(*address), std::move(session));
+        downloaded = co_await std::move(transfer);
+    }
+    const asio::cancellation_state cancellation = co_await asio::this_coro::cancellation_state;
+    if (cancellation.cancelled() != asio::cancellation_type::none)
+        throw asio::system_error(asio::error::operation_aborted);
+    unpack(name, folder, downloaded ? downloaded->path() : std::get<std::filesystem::path>(from));
+}
+
+} // namespace veltry::Templates

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "Base/Error.h"
+#include "Platform/HTTPSession.h"
+
+#include <asio/awaitable.hpp>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <variant>
+
+/// Starters for new projects: folders in a gzip-compressed tar archive, below its one top folder.
+namespace veltry::Templates {
+
+/// A template could not be had. The message is for a person, as it stands.
+struct Failure : Error {
+    explicit Failure(std::string text) : message(std::move(text)) {}
+    [[nodiscard]] std::string description() const override { return message; }
+    std::string message;
+};
+
+/// A web address, absolute and percent-encoded.
+struct WebAddress {
+    std::string text;
+    friend bool operator==(const WebAddress&, const WebAddress&) = default;
+};
+
+/// Where an archive is: a file, which is only read, or an address to download it from.
+using Archive = std::variant<std::filesystem::path, WebAddress>;
+
+/// What a person writes for an archive: an address, which has a scheme, or a path. A file: address is a path.
+[[nodiscard]] Archive archive(std::string_view location);
+/// The archive that is used when nobody names one: what `VELTRY_TEMPLATES_ARCHIVE` says, else the one that was chosen
+/// when the program was built, which by default is installed beside it.
+[[nodiscard]] Archive archive();
+
+/// Unpacks the template `name` into `folder`, which exists. Nothing is written outside of it, whatever the archive
+/// holds. Where tar fails on the way, what it has written stays.
+///
+/// Blocks its executor while tar works, not while the archive is downloaded. Throws Failure; HTTPSession::Failure and
+/// SystemError, as they are; asio::system_error if it was cancelled.
+[[nodiscard]] asio::awaitable<void> fetch(
+    std::string name, std::filesystem::path folder, Archive from,
+    std::shared_ptr<HTTPSession> session = HTTPSession::shared());
+
+} // namespace veltry::Templates
