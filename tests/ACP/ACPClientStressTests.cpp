@@ -84,29 +84,6 @@ private:
     int left_;
 };
 
-class QuickDelegate final : public ACPClientDelegate {
-public:
-    explicit QuickDelegate(const asio::any_io_executor& executor) : executor_(executor) {}
-
-    [[nodiscard]] asio::awaitable<void> receive(SessionNotification /*notification*/) override
-    {
-        ++received;
-        co_await asio::post(executor_, asio::use_awaitable);
-    }
-
-    [[nodiscard]] asio::awaitable<PermissionOutcome> decidePermission(RequestPermissionParams /*request*/) override
-    {
-        for (int turns = 0; turns < 3; ++turns)
-            co_await asio::post(executor_, asio::use_awaitable);
-        co_return PermissionOutcome::selected("yes");
-    }
-
-    int received = 0;
-
-private:
-    asio::any_io_executor executor_;
-};
-
 asio::awaitable<void> cancel(std::shared_ptr<ACPClient> client)
 {
     std::string session = "s";
@@ -141,7 +118,7 @@ asio::awaitable<void> oneLife(asio::any_io_executor executor, int lines)
     const std::shared_ptr<PipeTransport> transport =
         PipeTransport::make(executor, std::move(output.reading), std::move(input.writing));
     const auto agent = std::make_shared<test::FakeAgent>(executor, transport);
-    const auto delegate = std::make_shared<QuickDelegate>(executor);
+    const auto delegate = std::make_shared<test::QuickDelegate>(executor);
     std::shared_ptr<ACPClient> client = ACPClient::make(executor, agent, delegate, false);
     const auto ends = std::make_shared<Mailbox<std::int32_t>>(executor);
     std::jthread life([executor, agent, dying = DyingAgent(std::move(input), std::move(output), lines)]() mutable {

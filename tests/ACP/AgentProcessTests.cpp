@@ -7,7 +7,6 @@
 #include "Support/EventuallyOnExecutor.h"
 #include "Support/ProcessResources.h"
 #include "Support/RunOnExecutor.h"
-#include "Support/Stress.h"
 #include "Support/TemporaryFolder.h"
 
 #include <asio/detached.hpp>

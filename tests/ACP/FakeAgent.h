@@ -3,6 +3,8 @@
 #include "ACP/ACPClient/ACPClient.h"
 #include "ACP/JSONRPCConnection/MemoryTransport.h"
 
+#include <asio/post.hpp>
+
 #include <string>
 #include <vector>
 
@@ -85,6 +87,30 @@ public:
     std::vector<std::string> updates;
     std::vector<std::string> asked; ///< the sessions that asked
     Mailbox<PermissionOutcome> decisions;
+};
+
+/// Counts updates and allows everything, after a few turns of the executor.
+class QuickDelegate final : public ACPClientDelegate {
+public:
+    explicit QuickDelegate(const asio::any_io_executor& executor) : executor_(executor) {}
+
+    [[nodiscard]] asio::awaitable<void> receive(SessionNotification /*notification*/) override
+    {
+        ++received;
+        co_await asio::post(executor_, asio::use_awaitable);
+    }
+
+    [[nodiscard]] asio::awaitable<PermissionOutcome> decidePermission(RequestPermissionParams /*request*/) override
+    {
+        for (int turns = 0; turns < 3; ++turns)
+            co_await asio::post(executor_, asio::use_awaitable);
+        co_return PermissionOutcome::selected("yes");
+    }
+
+    int received = 0;
+
+private:
+    asio::any_io_executor executor_;
 };
 
 } // namespace veltry::test
