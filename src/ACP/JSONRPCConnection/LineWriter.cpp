@@ -108,7 +108,7 @@ void LineWriter::run()
         const Done done = std::move(job.done);
         jobs_.pop_front();
         lock.unlock();
-        done(failure);
+        done(std::move(failure)); // whose last reference then goes on the thread that hears of it
         lock.lock();
     }
 }
