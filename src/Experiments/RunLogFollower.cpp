@@ -127,6 +127,8 @@ void Follower::number(Line& line)
     if (stamp_ && stamp_->stamp.offset == begin_) {
         line.number = stamp_->number;
         line.at = stamp_->stamp.time();
+    } else if (begin_ == 0) { // before the stamper has come to it
+        line.number = 1;
     } else if (line.number) {
         line.number = *line.number + 1;
     }
