@@ -51,7 +51,7 @@ TEST_F(RunLogFollower, GivesEachLineOnceItIsWhole)
     Follower follower(log_, 10);
     EXPECT_THAT(follower.next(), IsEmpty()); // no log yet
     append("a\nb");
-    EXPECT_THAT(shown(follower.next()), ElementsAre("0@-1 a")); // no stamps yet
+    EXPECT_THAT(shown(follower.next()), ElementsAre("1@-1 a")); // no stamps yet
     stamp({0, 2});
     EXPECT_THAT(follower.next(), IsEmpty());
     append("b\n\nd\n");

@@ -95,7 +95,7 @@ std::string action(const Option& option)
 }
 
 /// One argument of _arguments. The names of one option exclude one another, unless it may stand often.
-std::string specification(const Option& option)
+std::string optionSpec(const Option& option)
 {
     const std::vector<std::string> names = namesOf(option);
     std::string joined = text::joined(names, " ");
@@ -136,7 +136,7 @@ std::string zshCompletion()
     for (const Command* command : shownCommands()) {
         script += fmt::format("    {})\n        _arguments -s", quoted(command->name));
         for (const Option& option : optionsOf(*command))
-            script += " \\\n            " + specification(option);
+            script += " \\\n            " + optionSpec(option);
         std::size_t number = 0;
         for (const Option& argument : placesOf(*command))
             script += " \\\n            " + place(argument, ++number);
