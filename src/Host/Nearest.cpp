@@ -42,7 +42,7 @@ std::string didYouMean(std::string_view given, std::span<const std::string> name
         if (far <= std::max<std::size_t>(1, wanted.size() / 3))
             near.emplace_back(far, name);
     }
-    std::ranges::stable_sort(near, {}, &std::pair<std::size_t, std::string>::first);
+    std::ranges::sort(near);
     const auto repeated = std::ranges::unique(near);
     near.erase(repeated.begin(), repeated.end());
     near.resize(std::min(near.size(), shown));

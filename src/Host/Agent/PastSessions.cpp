@@ -38,7 +38,7 @@ asio::awaitable<std::vector<PastConversation>> found(Context& context, Harness h
                 .agentSessionID = session.sessionId,
                 .createdAt = session.updated().value_or(Date::now()),
             });
-    std::ranges::stable_sort(past, std::ranges::greater(), &PastConversation::createdAt);
+    std::ranges::sort(past, std::ranges::greater(), &PastConversation::createdAt);
     co_return past;
 }
 
