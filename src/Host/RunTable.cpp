@@ -188,17 +188,23 @@ void RunTable::keepWhere(std::string_view condition)
 void RunTable::sort(Column column, bool descending)
 {
     struct Entry {
+        bool isMissing;
         Cell key;
+        std::size_t place; // among equal ones the order stays
         Row row;
     };
     std::vector<Entry> entries;
     for (Row& row : rows_) {
         Cell key = cell(row, column);
-        entries.push_back({.key = std::move(key), .row = std::move(row)});
+        const bool isMissing = std::holds_alternative<std::monostate>(key);
+        entries.push_back({isMissing, std::move(key), entries.size(), std::move(row)});
     }
-    const auto missing = std::ranges::stable_partition(
-        entries, [](const Entry& entry) { return !std::holds_alternative<std::monostate>(entry.key); });
-    std::stable_sort(entries.begin(), missing.begin(), [&](const Entry& left, const Entry& right) {
+    std::ranges::sort(entries, [&](const Entry& left, const Entry& right) {
+        if (left.isMissing || right.isMissing)
+            return std::pair(left.isMissing, left.place) < std::pair(right.isMissing, right.place);
+        const bool isEqual = !(left.key < right.key) && !(right.key < left.key);
+        if (isEqual)
+            return left.place < right.place;
         return descending ? right.key < left.key : left.key < right.key;
     });
     for (std::size_t place = 0; place < rows_.size(); ++place)

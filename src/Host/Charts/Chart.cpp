@@ -108,9 +108,10 @@ std::vector<Chart> Chart::all(const TelemetryCharts& charts)
 std::vector<std::size_t> Chart::backToFront() const
 {
     std::vector<std::size_t> order(lines.size());
-    std::iota(order.rbegin(), order.rend(), 0U); // of lines alike the first one lies on top
-    std::ranges::stable_sort(
-        order, std::ranges::greater(), [&](std::size_t index) { return lines[index].series->xs.size(); });
+    std::iota(order.begin(), order.end(), 0U);
+    std::ranges::sort(order, std::ranges::greater(), [&](std::size_t index) { // of lines alike the first lies on top
+        return std::pair(lines[index].series->xs.size(), index);
+    });
     return order;
 }
 
