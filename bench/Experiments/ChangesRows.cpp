@@ -1,11 +1,10 @@
 #include "Experiments/Lab.h"
 #include "Platform/Files.h"
-#include "Platform/ProcessFacts.h"
+#include "Programs.h"
+#include "Repository.h"
 #include "Rows.h"
 
 #include <fmt/format.h>
-
-#include <fcntl.h>
 
 #include <stdexcept>
 
@@ -15,19 +14,6 @@ namespace {
 
 /// Changes as an agent leaves them: some files edited, one new, nothing added or committed.
 constexpr std::int64_t editedFiles = 10;
-
-std::string moduleText(std::int64_t number, std::int64_t lines, std::string_view mark)
-{
-    std::string text;
-    for (std::int64_t line = 0; line < lines; ++line)
-        text += fmt::format("VALUE_{} = {}{}\n", line, line * number, line == lines / 2 ? mark : "");
-    return text;
-}
-
-std::filesystem::path moduleFile(const std::filesystem::path& folder, std::int64_t number)
-{
-    return folder / fmt::format("part{}/module{}.py", number % 100, number);
-}
 
 /// A node whose worktree has `files` files of `lines` lines.
 class ComparedNode {
@@ -42,7 +28,7 @@ public:
         for (std::int64_t number = 0; number < edits; ++number)
             Files::writeAtomically(moduleFile(tree, number), moduleText(number, lines, " + 1"));
         if (edits > 1)
-            Files::writeAtomically(tree / "new.py", moduleText(1, lines, ""));
+            Files::writeAtomically(tree / "new.py", moduleText(1, lines));
         expected_ = edits > 1 ? edits + 1 : edits;
     }
 
@@ -75,36 +61,14 @@ rm "$target/index"
 )script",
             lab_.project.folders.front().string(), lab_.worktree(node_).string(), folder_.string(), parent_.branch,
             node_.branch, diff);
-        return secondsOf([&] {
-            const ChildProcess::Output output = ChildProcess::run(
-                {.executable = "/bin/sh",
-                 .arguments = {"-c", script},
-                 .environment = ProcessFacts::environment(),
-                 .directory = {},
-                 .input = {},
-                 .output = {},
-                 .error = {}});
-            if (output.exitNumber != 0)
-                throw std::runtime_error(output.error);
-        });
+        return secondsOf([&] { runScript(script); });
     }
 
 private:
     static Lab makeLab(const Workplace& place, std::int64_t files, std::int64_t lines)
     {
         const std::filesystem::path repository = place.folder / "repository";
-        for (std::int64_t number = 0; number < 100; ++number)
-            Files::createFolders(moduleFile(repository, number).parent_path());
-        for (std::int64_t number = 0; number < files; ++number)
-            Files::writeAll(
-                Files::open(moduleFile(repository, number), O_WRONLY | O_CREAT), moduleText(number, lines, ""),
-                "module");
-        const Git git(repository);
-        git.run({"init", "--quiet", "--initial-branch=main"});
-        for (const auto& [key, value] :
-             {std::pair{"user.name", "Bench"}, {"user.email", "bench@localhost"}, {"gc.auto", "0"}})
-            git.run({"config", key, value});
-        git.commitAll(repository, "Begin");
+        makeRepository(repository, files, lines);
         auto store = std::make_shared<ProjectStore>(place.folder / "store.sqlite");
         Project project = store->createProject("Bench", {repository});
         return {std::move(store), std::move(project), place.folder / "runs", place.tools};

@@ -1,54 +1,27 @@
 #include "Experiments/Resources.h"
-#include "Platform/ChildProcess.h"
-#include "Platform/ProcessFacts.h"
 #include "Platform/ProcessTable.h"
 #include "Rows.h"
+#include "Support/Eventually.h"
+#include "Support/ShellGroup.h"
 
 #include <fmt/format.h>
 
-#include <chrono>
 #include <stdexcept>
-#include <string>
-#include <thread>
 
 namespace veltry::bench {
 
 namespace {
 
-/// A shell with `count` sleeping children, all in a group of their own, which ends with this value.
-class Sleepers {
+/// A shell with `count` sleeping children, once all of them are there.
+class Sleepers : public test::ShellGroup {
 public:
     explicit Sleepers(int count)
-        : group_(ChildProcess::start(
-              {.executable = "/bin/sh",
-               .arguments =
-                   {"-c", fmt::format("i=0; while [ $i -lt {} ]; do sleep 600 & i=$((i+1)); done; wait", count)},
-               .environment = ProcessFacts::environment(),
-               .directory = {},
-               .input = {},
-               .output = {},
-               .error = {},
-               .group = ChildProcess::Group::own}))
+        : ShellGroup(fmt::format("i=0; while [ $i -lt {} ]; do sleep 600 & i=$((i+1)); done; wait", count))
     {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (ProcessTable::group(group_).size() != static_cast<std::size_t>(count) + 1) {
-            if (std::chrono::steady_clock::now() > deadline)
-                throw std::runtime_error("the processes could not be started");
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
+        const auto size = static_cast<std::size_t>(count) + 1;
+        if (!test::eventually([&] { return ProcessTable::group(id()).size() == size; }))
+            throw std::runtime_error("the processes could not be started");
     }
-    Sleepers(const Sleepers&) = delete;
-    Sleepers& operator=(const Sleepers&) = delete;
-    ~Sleepers()
-    {
-        ChildProcess::terminateGroup(group_);
-        static_cast<void>(ChildProcess::wait(group_));
-    }
-
-    [[nodiscard]] pid_t group() const { return group_; }
-
-private:
-    pid_t group_;
 };
 
 } // namespace
@@ -60,7 +33,7 @@ Measured resourceReading(const Workplace& /*place*/)
     const Sleepers run(processes);
     const auto ours = [&] {
         return medianSecondsOf(20, [&] {
-            const std::optional<ResourceReading> reading = Resources::read(run.group());
+            const std::optional<ResourceReading> reading = Resources::read(run.id());
             if (!reading || reading->processes != processes + 1)
                 throw std::runtime_error("the group wasn't read");
         });

@@ -1,9 +1,8 @@
 #include "Experiments/RunLog.h"
 #include "Experiments/RunLogStamp.h"
 #include "Experiments/RunLogStamper.h"
-#include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
-#include "Platform/ProcessFacts.h"
+#include "Programs.h"
 #include "Rows.h"
 
 #include <fmt/format.h>
@@ -62,20 +61,6 @@ double cpuSeconds(int who)
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
-void runShell(const std::string& command)
-{
-    const ChildProcess::Output output = ChildProcess::run(
-        {.executable = "/bin/sh",
-         .arguments = {"-c", command},
-         .environment = ProcessFacts::environment(),
-         .directory = {},
-         .input = {},
-         .output = {},
-         .error = {}});
-    if (output.exitNumber != 0)
-        throw std::runtime_error(output.error);
-}
-
 constexpr std::uint64_t stampedLines = 250'000;
 
 /// Processor time of the stamper while another process writes the log as fast as it can.
@@ -87,7 +72,7 @@ double stamperSeconds(const std::filesystem::path& log)
     const double before = cpuSeconds(RUSAGE_SELF);
     RunLog::Stamper stamper(log);
     stamper.start();
-    runShell(write);
+    runScript(write);
     stamper.stop();
     const double spent = cpuSeconds(RUSAGE_SELF) - before;
     if (Files::size(Files::open(RunLog::times(log), O_RDONLY)) != stampedLines * RunLog::Stamp::length)
@@ -98,7 +83,7 @@ double stamperSeconds(const std::filesystem::path& log)
 double catSeconds(const std::filesystem::path& log)
 {
     const double before = cpuSeconds(RUSAGE_CHILDREN);
-    runShell(fmt::format("exec cat '{}' >/dev/null", log.string()));
+    runScript(fmt::format("exec cat '{}' >/dev/null", log.string()));
     return cpuSeconds(RUSAGE_CHILDREN) - before;
 }
 

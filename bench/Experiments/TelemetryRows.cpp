@@ -1,8 +1,7 @@
 #include "Experiments/Telemetry.h"
 #include "Experiments/TelemetryCharts.h"
-#include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
-#include "Platform/ProcessFacts.h"
+#include "Programs.h"
 #include "Rows.h"
 
 #include <fmt/format.h>
@@ -95,18 +94,7 @@ double walkSeconds(const simdjson::padded_string& bytes)
 
 double wcSeconds(const std::filesystem::path& file)
 {
-    return secondsOf([&] {
-        const ChildProcess::Output output = ChildProcess::run(
-            {.executable = "/usr/bin/wc",
-             .arguments = {"-l", file.string()},
-             .environment = ProcessFacts::environment(),
-             .directory = {},
-             .input = {},
-             .output = {},
-             .error = {}});
-        if (output.exitNumber != 0)
-            throw std::runtime_error(output.error);
-    });
+    return secondsOf([&] { runProgram("/usr/bin/wc", {"-l", file.string()}); });
 }
 
 /// What one new line costs a reader that knows the lines before.

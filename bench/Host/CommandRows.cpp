@@ -1,14 +1,12 @@
 #include "Config/VeltrySettings.h"
 #include "Experiments/RunLog.h"
 #include "History.h"
-#include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
 #include "Platform/ProcessFacts.h"
+#include "Programs.h"
 #include "Rows.h"
 
 #include <fmt/format.h>
-
-#include <stdexcept>
 
 namespace veltry::bench {
 
@@ -32,12 +30,7 @@ Measured timed(const Workplace& place, const std::vector<std::string>& arguments
         .output = {},
         .error = {},
         .group = ChildProcess::Group::ours};
-    const auto ours = [&] {
-        return secondsOf([&] {
-            if (const ChildProcess::Output output = ChildProcess::run(start); output.exitNumber != 0)
-                throw std::runtime_error(output.error);
-        });
-    };
+    const auto ours = [&] { return secondsOf([&] { runProgram(start); }); };
     return interleaved(rounds, ours, [aim] { return aim; }, least);
 }
 

@@ -1,14 +1,13 @@
-#include "Base/Text.h"
-#include "Experiments/Git.h"
+#include "Experiments/Lab.h"
 #include "History.h"
 #include "LineProcess.h"
 #include "Platform/Files.h"
-#include "Platform/ProcessFacts.h"
+#include "Programs.h"
+#include "Repository.h"
 #include "Rows.h"
 
 #include <fmt/format.h>
 
-#include <fcntl.h>
 #include <sched.h>
 
 #include <stdexcept>
@@ -38,25 +37,6 @@ std::vector<std::string> serverArguments(const Workplace& place, const Lab& lab)
         (place.folder / "runs").string()};
 }
 
-/// A repository of a middling size, whose commits ask nobody for anything.
-void makeRepository(const std::filesystem::path& folder)
-{
-    for (int number = 0; number < 200; ++number) {
-        const std::filesystem::path file = folder / fmt::format("part{}/module{}.py", number % 20, number);
-        Files::createFolders(file.parent_path());
-        std::string text;
-        for (int line = 0; line < 60; ++line)
-            text += fmt::format("VALUE_{} = {}  # of module {}\n", line, line * number, number);
-        Files::writeAtomically(file, text);
-    }
-    const Git git(folder);
-    git.run({"init", "--quiet", "--initial-branch=main"});
-    for (const auto& [key, value] :
-         {std::pair{"user.name", "Bench"}, {"user.email", "bench@localhost"}, {"gc.auto", "0"}})
-        git.run({"config", key, value});
-    git.commitAll(folder, "Begin");
-}
-
 /// A node of a real project, served by a real server.
 class ServedNode {
 public:
@@ -69,10 +49,7 @@ public:
     [[nodiscard]] const Experiment& node() const { return node_; }
 
     /// Edits a file in the node's worktree.
-    void edit()
-    {
-        Files::writeAtomically(lab_.worktree(node_) / "part0/module0.py", fmt::format("VALUE = {}\n", ++edits_));
-    }
+    void edit() { Files::writeAtomically(moduleFile(lab_.worktree(node_), 0), fmt::format("VALUE = {}\n", ++edits_)); }
 
     /// The commands that run_experiment has to run for this node, for a shell.
     [[nodiscard]] std::string script(const std::filesystem::path& target) const
@@ -173,7 +150,7 @@ Measured ping(const Workplace& place)
 Measured runExperiment(const Workplace& place)
 {
     const std::filesystem::path project = place.folder / "project";
-    makeRepository(project);
+    makeRepository(project, 200, 60); // of a middling size
     const auto store = std::make_shared<ProjectStore>(place.folder / "store.sqlite");
     const Lab lab(store, store->createProject("Bench", {project}), place.folder / "runs", place.tools);
     ServedNode served(lab, "Served");
@@ -191,18 +168,7 @@ Measured runExperiment(const Workplace& place)
     const auto limit = [&] {
         scripted.edit();
         const std::string script = scripted.script(place.folder / "scripted" / std::to_string(++count));
-        return secondsOf([&] {
-            const ChildProcess::Output output = ChildProcess::run(
-                {.executable = "/bin/sh",
-                 .arguments = {"-c", script},
-                 .environment = ProcessFacts::environment(),
-                 .directory = {},
-                 .input = {},
-                 .output = {},
-                 .error = {}});
-            if (output.exitNumber != 0)
-                throw std::runtime_error("the script failed: " + output.error);
-        });
+        return secondsOf([&] { runScript(script); });
     };
     return interleaved(25, ours, limit);
 }

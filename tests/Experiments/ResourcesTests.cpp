@@ -1,7 +1,6 @@
 #include "Experiments/Resources.h"
-#include "Platform/ChildProcess.h"
-#include "Platform/ProcessFacts.h"
 #include "Support/Eventually.h"
+#include "Support/ShellGroup.h"
 
 #include <gtest/gtest.h>
 
@@ -11,34 +10,9 @@ namespace {
 using namespace std::chrono_literals;
 using test::eventually;
 
-/// A shell that leads a group of its own, which ends with the test.
-class Group {
-public:
-    explicit Group(std::string command)
-        : id_(ChildProcess::start(
-              {.executable = "/bin/sh",
-               .arguments = {"-c", std::move(command)},
-               .environment = ProcessFacts::environment(),
-               .directory = {},
-               .input = {},
-               .output = {},
-               .error = {},
-               .group = ChildProcess::Group::own}))
-    {
-    }
-    Group(const Group&) = delete;
-    Group& operator=(const Group&) = delete;
-    ~Group()
-    {
-        ChildProcess::terminateGroup(id_);
-        static_cast<void>(ChildProcess::wait(id_));
-    }
-
-    [[nodiscard]] pid_t id() const { return id_; }
-    [[nodiscard]] ResourceReading read() const { return Resources::read(id_).value_or(ResourceReading()); }
-
-private:
-    pid_t id_;
+struct Group : test::ShellGroup {
+    using ShellGroup::ShellGroup;
+    [[nodiscard]] ResourceReading read() const { return Resources::read(id()).value_or(ResourceReading()); }
 };
 
 TEST(Resources, CountAWholeGroup)
