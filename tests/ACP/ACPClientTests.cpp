@@ -1,12 +1,12 @@
 #include "ACP/ACPClient/ACPClient.h"
-#include "ACP/JSONRPCConnection/PipeTransport.h"
 #include "FakeAgent.h"
 #include "Platform/Files.h"
 #include "Support/LogLines.h"
 #include "Support/RunOnExecutor.h"
 #include "Support/TemporaryFolder.h"
 
-#include <asio/detached.hpp>
+#include <asio/post.hpp>
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 namespace veltry {
@@ -19,13 +19,11 @@ using test::runOnExecutor;
 using testing::ElementsAre;
 
 /// What an operation ended with, as text.
-using Operation = asio::awaitable<std::string> (*)(std::shared_ptr<ACPClient> client);
-
-asio::awaitable<std::string> outcomeOf(Operation operation, std::shared_ptr<ACPClient> client)
+asio::awaitable<std::string> outcomeOf(asio::awaitable<std::string> operation)
 {
     std::string outcome;
     try {
-        std::string text = co_await operation(std::move(client));
+        std::string text = co_await std::move(operation);
         outcome = std::move(text);
     } catch (const std::exception& error) {
         outcome = "threw " + describe(error);
@@ -63,54 +61,49 @@ struct Scene {
     }
 
     /// Starts an operation; `outcome` is its end.
-    void begin(Operation operation)
+    void begin(asio::awaitable<std::string> operation)
     {
         outcome.clear();
-        asio::co_spawn(executor, outcomeOf(operation, client), [this](std::exception_ptr, std::string text) {
+        asio::co_spawn(executor, outcomeOf(std::move(operation)), [this](std::exception_ptr, std::string text) {
             outcome = std::move(text);
         });
     }
 
+    asio::awaitable<void> until(std::function<bool()> condition) const
+    {
+        while (!condition())
+            co_await asio::post(executor, asio::use_awaitable);
+    }
+
     asio::awaitable<void> ended()
     {
-        while (outcome.empty())
-            co_await asio::post(executor, asio::use_awaitable);
+        return until([this] { return !outcome.empty(); });
     }
 
     asio::awaitable<void> handshake()
     {
-        begin(initialize);
+        begin(initialize(client));
         co_await agent->receive();
-        std::string answer = R"({"id":0,"jsonrpc":"2.0","result":{"protocolVersion":1}})";
-        co_await agent->far->send(std::move(answer));
+        co_await agent->send(R"({"id":0,"jsonrpc":"2.0","result":{"protocolVersion":1}})");
         co_await ended();
     }
 
-    /// Opens session "s" over these folders.
+    /// Opens session "s".
     asio::awaitable<void> openSession(SessionSetup setup)
     {
-        asio::awaitable<std::string> session = client->newSession(std::move(setup));
-        asio::co_spawn(
-            executor, std::move(session), [this](std::exception_ptr, std::string id) { outcome = std::move(id); });
-        outcome.clear();
+        begin(client->newSession(std::move(setup)));
         co_await agent->receive();
-        std::string answer = R"({"id":1,"jsonrpc":"2.0","result":{"sessionId":"s"}})";
-        co_await agent->far->send(std::move(answer));
+        co_await agent->send(R"({"id":1,"jsonrpc":"2.0","result":{"sessionId":"s"}})");
         co_await ended();
     }
 
-    /// The agent's question and the client's answer to it, without the envelope.
-    asio::awaitable<std::string> ask(std::string method, JSONValue params)
+    asio::awaitable<void> ask(JSONValue id, std::string method, JSONValue params) const
     {
         Envelope request;
-        request.id = "q";
+        request.id = std::move(id);
         request.method = std::move(method);
         request.params = std::move(params);
-        co_await agent->far->send(request.line());
-        std::string line = co_await agent->receive();
-        const JSONValue answer = JSONValue::parse(line);
-        const JSONValue* result = answer.find("result");
-        co_return (result ? *result : *answer.find("error")).text();
+        return agent->send(request.line());
     }
 
     asio::any_io_executor executor;
@@ -119,6 +112,18 @@ struct Scene {
     std::shared_ptr<ACPClient> client;
     std::string outcome;
 };
+
+/// A test that begins behind the handshake.
+template <typename Body>
+void withScene(Body body)
+{
+    runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        Scene scene(executor);
+        co_await scene.handshake();
+        asio::awaitable<void> work = body(scene);
+        co_await std::move(work);
+    });
+}
 
 asio::awaitable<std::string> newSession(std::shared_ptr<ACPClient> client)
 {
@@ -188,7 +193,7 @@ TEST(ACPClient, EachOperationAsksTheAgentAndReadsItsAnswer)
     };
     const struct {
         std::string_view name;
-        Operation operation;
+        asio::awaitable<std::string> (*operation)(std::shared_ptr<ACPClient> client);
         std::vector<Exchange> exchanges;
         std::string_view outcome;
     } cases[] = {
@@ -258,10 +263,8 @@ TEST(ACPClient, EachOperationAsksTheAgentAndReadsItsAnswer)
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-            Scene scene(executor);
-            co_await scene.handshake();
-            scene.begin(c.operation);
+        withScene([&](Scene& scene) -> asio::awaitable<void> {
+            scene.begin(c.operation(scene.client));
             for (const Exchange& exchange : c.exchanges) {
                 const std::string line = co_await scene.agent->receive();
                 const JSONValue request = JSONValue::parse(line);
@@ -269,9 +272,9 @@ TEST(ACPClient, EachOperationAsksTheAgentAndReadsItsAnswer)
                 if (!exchange.params.empty()) {
                     EXPECT_EQ(request.find("params")->text(), exchange.params);
                 }
-                std::string answer =
-                    R"({"jsonrpc":"2.0","id":)" + request.find("id")->text() + "," + exchange.answer + "}";
-                co_await scene.agent->far->send(std::move(answer));
+                const std::string id = request.find("id")->text();
+                const std::string answer = R"({"jsonrpc":"2.0","id":)" + id + "," + exchange.answer + "}";
+                co_await scene.agent->send(answer);
             }
             co_await scene.ended();
             EXPECT_EQ(scene.outcome, c.outcome);
@@ -318,18 +321,17 @@ TEST(ACPClient, AnswersWhatTheAgentAsks)
         {"permission without a delegate", "session/request_permission", permission("s"),
          R"({"outcome":{"outcome":"cancelled"}})"},
     };
-    runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-        Scene scene(executor);
-        co_await scene.handshake();
+    withScene([&](Scene& scene) -> asio::awaitable<void> {
         SessionSetup setup{.cwd = folder.path()};
         co_await scene.openSession(std::move(setup));
         scene.delegate.reset();
         for (const auto& c : cases) {
             SCOPED_TRACE(c.name);
-            std::string method(c.method);
-            JSONValue params = c.params;
-            const std::string answer = co_await scene.ask(std::move(method), std::move(params));
-            EXPECT_EQ(answer, c.answer);
+            co_await scene.ask("q", std::string(c.method), c.params);
+            const std::string line = co_await scene.agent->receive();
+            const JSONValue answer = JSONValue::parse(line);
+            const JSONValue* result = answer.find("result");
+            EXPECT_EQ((result ? result : answer.find("error"))->text(), c.answer);
         }
     });
 }
@@ -337,58 +339,38 @@ TEST(ACPClient, AnswersWhatTheAgentAsks)
 TEST(ACPClient, UpdatesArriveInOrderBeforeTheTurnEndsAndAfter)
 {
     LogLines log("acp");
-    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-        Scene scene(executor);
-        co_await scene.handshake();
-        scene.begin(prompt);
+    withScene([](Scene& scene) -> asio::awaitable<void> {
+        const auto update = [&](std::string_view session, std::string_view text) {
+            return scene.agent->send(fmt::format(
+                R"({{"jsonrpc":"2.0","method":"session/update","params":{{"sessionId":"{}","update":{}}}}})", session,
+                text));
+        };
+        scene.begin(prompt(scene.client));
         co_await scene.agent->receive();
-        for (const std::string_view update :
-             {R"({"sessionUpdate":"usage_update","used":1})", R"({"sessionUpdate":"plan"})",
-              R"({"sessionUpdate":"plan","entries":[]})"}) {
-            std::string line = R"({"jsonrpc":"2.0","method":"session/update","params":{"sessionId":"s","update":)" +
-                               std::string(update) + "}}";
-            co_await scene.agent->far->send(std::move(line));
-        }
-        for (const std::string_view text :
-             {R"({"jsonrpc":"2.0","method":"_agent/anything"})",
-              R"({"id":1,"jsonrpc":"2.0","result":{"stopReason":"end_turn"}})"}) {
-            std::string line(text);
-            co_await scene.agent->far->send(std::move(line));
-        }
+        co_await update("s", R"({"sessionUpdate":"usage_update","used":1})");
+        co_await update("s", R"({"sessionUpdate":"plan"})");
+        co_await update("s", R"({"sessionUpdate":"plan","entries":[]})");
+        co_await scene.agent->send(R"({"jsonrpc":"2.0","method":"_agent/anything"})");
+        co_await scene.agent->send(R"({"id":1,"jsonrpc":"2.0","result":{"stopReason":"end_turn"}})");
         co_await scene.ended();
         EXPECT_EQ(scene.outcome, "end_turn");
         EXPECT_THAT(
             scene.delegate->updates,
             ElementsAre(R"({"sessionUpdate":"usage_update","used":1})", R"({"entries":[],"sessionUpdate":"plan"})"));
-        std::string late =
-            R"({"jsonrpc":"2.0","method":"session/update","params":{"sessionId":"x","update":{"sessionUpdate":"session_info_update","title":null}}})";
-        co_await scene.agent->far->send(std::move(late));
-        while (scene.delegate->updates.size() < 3)
-            co_await asio::post(executor, asio::use_awaitable);
+        co_await update("x", R"({"sessionUpdate":"session_info_update","title":null})");
+        co_await scene.until([&] { return scene.delegate->updates.size() == 3; });
     });
     EXPECT_THAT(log.lines, ElementsAre("skipped a session/update this build cannot read: update.entries is missing"));
 }
 
-asio::awaitable<void> askFor(std::shared_ptr<FakeAgent> agent, int id, const char* session)
-{
-    Envelope request;
-    request.id = id;
-    request.method = "session/request_permission";
-    request.params = permission(session);
-    co_await agent->far->send(request.line());
-}
-
 TEST(ACPClient, ACancelAnswersTheAsksOfItsSessionFirst)
 {
-    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-        Scene scene(executor);
-        co_await scene.handshake();
-        co_await askFor(scene.agent, 10, "s");
-        co_await askFor(scene.agent, 11, "t");
-        co_await askFor(scene.agent, 12, "s");
-        while (scene.delegate->asked.size() < 3)
-            co_await asio::post(executor, asio::use_awaitable);
-        scene.begin(cancel);
+    withScene([](Scene& scene) -> asio::awaitable<void> {
+        co_await scene.ask(10, "session/request_permission", permission("s"));
+        co_await scene.ask(11, "session/request_permission", permission("t"));
+        co_await scene.ask(12, "session/request_permission", permission("s"));
+        co_await scene.until([&] { return scene.delegate->asked.size() == 3; });
+        scene.begin(cancel(scene.client));
         const std::string cancelled = R"("jsonrpc":"2.0","result":{"outcome":{"outcome":"cancelled"}}})";
         const std::string first = co_await scene.agent->receive();
         EXPECT_EQ(first, R"({"id":10,)" + cancelled);
@@ -411,66 +393,28 @@ TEST(ACPClient, ACancelAnswersTheAsksOfItsSessionFirst)
 TEST(ACPClient, AnAgentThatExitsFailsWhatWaitsAndWhatComesLater)
 {
     LogLines log("acp");
-    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-        Scene scene(executor);
-        co_await scene.handshake();
-        scene.begin(prompt);
+    withScene([](Scene& scene) -> asio::awaitable<void> {
+        const std::string exited = "threw the agent exited with status 3";
+        scene.begin(prompt(scene.client));
         co_await scene.agent->receive();
         scene.agent->exit(3); // its output stays open, as through a child of its own
         co_await scene.ended();
-        EXPECT_EQ(scene.outcome, "threw the agent exited with status 3");
-        for (const Operation later : {prompt, initialize, cancel}) {
-            scene.begin(later);
-            co_await scene.ended();
-            EXPECT_EQ(scene.outcome, later == cancel ? "done" : "threw the agent exited with status 3");
-        }
+        EXPECT_EQ(scene.outcome, exited);
+        scene.begin(prompt(scene.client));
+        co_await scene.ended();
+        EXPECT_EQ(scene.outcome, exited);
+        scene.begin(cancel(scene.client));
+        co_await scene.ended();
+        EXPECT_EQ(scene.outcome, "done");
     });
     EXPECT_THAT(log.lines, ElementsAre("could not send session/cancel: the agent exited with status 3"));
 }
 
-/// Nothing drains its pipe, so the prompt's line waits on the transport's thread.
-TEST(ACPClient, AnAgentThatNeverReadsHoldsUpNobody)
-{
-    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-        Pipe input = Pipe::make();
-        Pipe output = Pipe::make();
-        const std::shared_ptr<PipeTransport> transport =
-            PipeTransport::make(executor, std::move(output.reading), std::move(input.writing));
-        const auto agent = std::make_shared<FakeAgent>(executor, transport);
-        std::shared_ptr<ACPClient> client = ACPClient::make(executor, agent, {}, false);
-        asio::co_spawn(executor, outcomeOf(initialize, client), asio::detached);
-        co_await asio::post(executor, asio::use_awaitable);
-        std::string session = "s";
-        std::string text(1'000'000, 'x');
-        asio::awaitable<StopReason> turn = client->prompt(std::move(session), std::move(text));
-        std::string failure;
-        asio::co_spawn(executor, std::move(turn), [&failure](const std::exception_ptr& thrown, const StopReason&) {
-            try {
-                std::rethrow_exception(thrown);
-            } catch (const ConnectionError& error) {
-                failure = error.description();
-            }
-        });
-        co_await asio::post(executor, asio::use_awaitable);
-        agent->exit(9);
-        while (failure.empty())
-            co_await asio::post(executor, asio::use_awaitable);
-        EXPECT_EQ(failure, "the agent exited with status 9");
-        const std::weak_ptr<ACPClient> watched = client;
-        client.reset();
-        while (!watched.expired())
-            co_await asio::post(executor, asio::use_awaitable);
-    });
-}
-
 TEST(ACPClient, AClientThatGoesCancelsItsAsksAndClosesTheAgentsInput)
 {
-    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-        Scene scene(executor);
-        co_await scene.handshake();
-        co_await askFor(scene.agent, 10, "s");
-        while (scene.delegate->asked.empty())
-            co_await asio::post(executor, asio::use_awaitable);
+    withScene([](Scene& scene) -> asio::awaitable<void> {
+        co_await scene.ask(10, "session/request_permission", permission("s"));
+        co_await scene.until([&] { return !scene.delegate->asked.empty(); });
         const std::weak_ptr<ACPClient> watched = scene.client;
         scene.client.reset();
         EXPECT_TRUE(watched.expired());
@@ -479,7 +423,7 @@ TEST(ACPClient, AClientThatGoesCancelsItsAsksAndClosesTheAgentsInput)
             line = co_await scene.agent->receive();
         while (line != "(end)");
         scene.delegate->decisions.push(PermissionOutcome::selected("late"));
-        co_await asio::post(executor, asio::use_awaitable);
+        co_await asio::post(scene.executor, asio::use_awaitable);
     });
 }
 

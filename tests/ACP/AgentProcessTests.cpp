@@ -1,49 +1,23 @@
 #include "ACP/ACPClient/ACPClient.h"
 #include "ACP/ACPClient/AgentProcess.h"
-#include "Base/Text.h"
 #include "FakeAgent.h"
-#include "Platform/Files.h"
-#include "Support/Eventually.h"
-#include "Support/EventuallyOnExecutor.h"
-#include "Support/ProcessResources.h"
-#include "Support/RunOnExecutor.h"
-#include "Support/TemporaryFolder.h"
+#include "ScriptedProcesses.h"
 
 #include <asio/detached.hpp>
 #include <fmt/format.h>
-#include <gmock/gmock.h>
-
-#include <unistd.h>
-
-#include <csignal>
 
 namespace veltry {
 namespace {
 
-using test::eventually;
 using test::eventuallyOnExecutor;
-using test::ProcessResources;
 using test::runOnExecutor;
 using testing::AnyOf;
 using testing::Each;
 using testing::ElementsAre;
 
-bool runs(pid_t process)
-{
-    return ::kill(process, 0) == 0;
-}
-
-/// Agents that are shell scripts, which write the ids of their processes to `children`, a line each.
-class AgentProcessTest : public testing::Test {
+/// Agents that are shell scripts.
+class AgentProcessTest : public test::ScriptedProcesses {
 protected:
-    AgentProcessTest() { std::signal(SIGPIPE, SIG_IGN); }
-    ~AgentProcessTest() override
-    {
-        for (const pid_t child : children())
-            ::kill(child, SIGKILL);
-        std::signal(SIGPIPE, SIG_DFL);
-    }
-
     [[nodiscard]] std::shared_ptr<AgentProcess> start(
         const asio::any_io_executor& executor, const std::string& script) const
     {
@@ -51,27 +25,6 @@ protected:
         const ChildProcess::Environment environment{{"PATH", "/nowhere::/usr/bin:/bin"}, {"A", "1"}};
         return AgentProcess::start(executor, harness, environment, folder.path());
     }
-
-    [[nodiscard]] std::vector<pid_t> children() const
-    {
-        std::vector<pid_t> result;
-        const std::string list = Files::readIfPossible(folder / "children").value_or("");
-        for (const std::string_view line : text::split(list, '\n'))
-            if (const auto pid = text::integer(line))
-                result.push_back(static_cast<pid_t>(*pid));
-        return result;
-    }
-
-    std::filesystem::path program(const std::string& name, bool executable = true) const
-    {
-        Files::createFolders((folder / name).parent_path());
-        Files::writeAtomically(folder / name, "#!/bin/sh\n");
-        std::filesystem::permissions(
-            folder / name, executable ? std::filesystem::perms::owner_all : std::filesystem::perms::owner_read);
-        return folder / name;
-    }
-
-    test::TemporaryFolder folder;
 };
 
 TEST_F(AgentProcessTest, FindsCommandsAndWhatIsMissing)
@@ -82,7 +35,7 @@ TEST_F(AgentProcessTest, FindsCommandsAndWhatIsMissing)
     const std::string full = program("full/npx").parent_path();
     program("full/claude");
     program("full/opencode");
-    program("full/codex", false);
+    std::filesystem::permissions(program("full/codex"), std::filesystem::perms::owner_read);
     Files::createFolders(folder / "full" / "tool");
 
     const struct {
@@ -143,45 +96,31 @@ TEST_F(AgentProcessTest, GetsTheGivenEnvironmentAndFolderAndLeadsItsGroup)
 
 TEST_F(AgentProcessTest, AStartThatFailsLeavesNothing)
 {
-    runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-        const asio::steady_timer first(executor); // brings the executor's own descriptors
-        const ProcessResources before = ProcessResources::now();
+    runLeavingNothing([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
         const ChildProcess::Environment noPath{{"HOME", "/"}};
-        EXPECT_THROW(
-            static_cast<void>(AgentProcess::start(executor, Harness::codex(), noPath, "/")), AgentProcess::Failure);
+        EXPECT_THROW((void)AgentProcess::start(executor, Harness::codex(), noPath, "/"), AgentProcess::Failure);
         const Harness harness{.name = "None", .executable = program("none")};
-        EXPECT_THROW(
-            static_cast<void>(AgentProcess::start(executor, harness, {}, folder / "missing")),
-            ChildProcess::StartFailure);
-        const std::function<bool()> allGone = [&] { return ProcessResources::now() == before; };
-        const bool gone = co_await eventuallyOnExecutor(allGone);
-        EXPECT_TRUE(gone) << ProcessResources::now();
+        EXPECT_THROW((void)AgentProcess::start(executor, harness, {}, folder / "missing"), ChildProcess::StartFailure);
+        co_return;
     });
 }
 
 TEST_F(AgentProcessTest, KeepsTheTailOfItsErrors)
 {
-    std::string longLine(65535, 'b');
+    std::string longLine(65535, 'b'); // all that is kept, with its line feed
     longLine += '\n';
-    const struct {
-        const char *name, *script;
-        std::string tail;
-    } cases[] = {
-        {"little", "echo oops >&2", "oops\n"},
-        {"too much", "(head -c 4465 /dev/zero | tr '\\0' a; head -c 65535 /dev/zero | tr '\\0' b; echo) >&2", longLine},
-        {"bad UTF-8", "printf 'a\\377b' >&2",
-         "a\xEF\xBF\xBD"
-         "b"},
+    const std::pair<const char*, std::string> cases[] = {
+        {"(head -c 4465 /dev/zero | tr '\\0' a; head -c 65535 /dev/zero | tr '\\0' b; echo) >&2", longLine},
+        {"printf 'a\\377b' >&2", "a\uFFFD"
+                                 "b"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [script, tail] : cases)
         runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-            const auto agent = start(executor, c.script);
-            const std::function<bool()> complete = [&] { return agent->recentStderr() == c.tail; };
+            const auto agent = start(executor, script);
+            const std::function<bool()> complete = [&] { return agent->recentStderr() == tail; };
             const bool came = co_await eventuallyOnExecutor(complete);
-            EXPECT_TRUE(came) << agent->recentStderr().size();
+            EXPECT_TRUE(came) << script << ": " << agent->recentStderr().size();
         });
-    }
 }
 
 asio::awaitable<void> tellExit(std::shared_ptr<AgentProcess> agent, std::vector<std::int32_t>& statuses)
@@ -223,11 +162,11 @@ TEST_F(AgentProcessTest, TellsEverybodyHowItEnded)
             const std::int32_t again = co_await agent->waitForExit();
             EXPECT_EQ(again, c.status);
         });
-        for (const pid_t child : children())
-            EXPECT_TRUE(eventually([&] { return !runs(child); }));
+        expectChildrenToEnd();
     }
 }
 
+/// Adds what a prompt failed with.
 asio::awaitable<void> promptOf(std::shared_ptr<ACPClient> client, std::size_t size, std::vector<std::string>& failures)
 {
     try {
@@ -252,99 +191,73 @@ TEST_F(AgentProcessTest, HoweverAnAgentEndsEverybodyHearsOfItAndNothingStays)
 {
     const struct {
         const char *name, *script;
-        bool terminates;
-        int status;
+        int status; ///< after SIGTERM: once it has written its id
     } cases[] = {
-        {"dies in the middle of a line", "read x; printf '{\"jsonrpc\":'; exit 3", false, 3},
-        {"answers with noise", "read x; echo; echo '[]'; echo '{}'; echo '{\"jsonrpc\":\"2.0\",\"id\":77}'; exit 4",
-         false, 4},
-        {"floods standard error", "read x; head -c 5000000 /dev/zero >&2; exit 5", false, 5},
-        {"floods standard error without end", "echo $$ >> children; exec yes >&2", true, 128 + SIGTERM},
-        {"leaves a child that holds everything open", "read x; sleep 300 <&0 & echo $! >> children; exit 6", false, 6},
-        {"never reads its input", "echo $$ >> children; exec sleep 300", true, 128 + SIGTERM},
-        {"closes its output and goes on", "echo $$ >> children; exec >&- 2>&-; sleep 300", true, 128 + SIGTERM},
-        {"closes its input and goes on", "read x; exec <&-; echo $$ >> children; sleep 300", true, 128 + SIGTERM},
+        {"dies in the middle of a line", "read x; printf '{\"jsonrpc\":'; exit 3", 3},
+        {"answers with noise", "read x; echo; echo '[]'; echo '{}'; echo '{\"jsonrpc\":\"2.0\",\"id\":77}'; exit 4", 4},
+        {"floods standard error", "read x; head -c 5000000 /dev/zero >&2; exit 5", 5},
+        {"floods standard error without end", "echo $$ >> children; exec yes >&2", 128 + SIGTERM},
+        {"leaves a child that holds everything open", "read x; sleep 300 <&0 & echo $! >> children; exit 6", 6},
+        {"never reads its input", "echo $$ >> children; exec sleep 300", 128 + SIGTERM},
+        {"closes its output and goes on", "echo $$ >> children; exec >&- 2>&-; sleep 300", 128 + SIGTERM},
+        {"closes its input and goes on", "read x; exec <&-; echo $$ >> children; sleep 300", 128 + SIGTERM},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         Files::remove(folder / "children");
-        runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-            const asio::steady_timer first(executor); // brings the executor's own descriptors
-            const ProcessResources before = ProcessResources::now();
+        std::weak_ptr<ACPClient> watched;
+        runLeavingNothing([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+            const auto agent = start(executor, c.script);
+            const auto client = ACPClient::make(executor, agent, {}, false);
+            watched = client;
             std::string initializing;
             std::vector<std::string> failures;
-            {
-                const auto agent = start(executor, c.script);
-                const auto client = ACPClient::make(executor, agent, {}, false);
-                asio::co_spawn(executor, initializeOf(client, initializing), asio::detached);
-                for (const std::size_t size : {1u, 10u, 300'000u, 10u})
-                    asio::co_spawn(executor, promptOf(client, size, failures), asio::detached);
-                if (c.terminates) {
-                    const std::function<bool()> isUp = [&] { return children().size() == 1; };
-                    co_await eventuallyOnExecutor(isUp);
-                    agent->terminate();
-                }
-                const std::function<bool()> allFailed = [&] { return failures.size() == 4 && !initializing.empty(); };
-                co_await eventuallyOnExecutor(allFailed);
+            asio::co_spawn(executor, initializeOf(client, initializing), asio::detached);
+            for (const std::size_t size : {1u, 10u, 300'000u, 10u})
+                asio::co_spawn(executor, promptOf(client, size, failures), asio::detached);
+            if (c.status == 128 + SIGTERM) {
+                const std::function<bool()> isUp = [&] { return children().size() == 1; };
+                co_await eventuallyOnExecutor(isUp);
+                agent->terminate();
             }
+            const std::function<bool()> allFailed = [&] { return failures.size() == 4 && !initializing.empty(); };
+            co_await eventuallyOnExecutor(allFailed);
             const std::string exited = fmt::format("the agent exited with status {}", c.status);
             EXPECT_EQ(initializing, exited);
             EXPECT_EQ(failures.size(), 4U);
             EXPECT_THAT(
                 failures, Each(AnyOf(exited, "could not write to the peer: Broken pipe"))); // whichever is first
-            const std::function<bool()> allGone = [&] { return ProcessResources::now() == before; };
-            const bool gone = co_await eventuallyOnExecutor(allGone);
-            EXPECT_TRUE(gone) << ProcessResources::now() << ", before " << before;
         });
+        EXPECT_TRUE(watched.expired());
     }
 }
 
 TEST_F(AgentProcessTest, AnAgentThatNobodyHoldsIsEnded)
 {
-    const struct {
-        const char *name, *script;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"ends with its input", "trap '' TERM; while read x; do :; done"},
         {"ends by the signal", "sleep 300 & echo $! >> children; wait"},
         {"is stuck in its output", "yes"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, script] : cases) {
+        SCOPED_TRACE(name);
         Files::remove(folder / "children");
-        runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-            const asio::steady_timer first(executor); // brings the executor's own descriptors
-            const ProcessResources before = ProcessResources::now();
-            {
-                const std::string up =
-                    R"(echo $$ >> children; read x; echo '{"jsonrpc":"2.0","id":0,"result":{"protocolVersion":1}}'; )";
-                const auto client = ACPClient::make(executor, start(executor, up + c.script), {}, false);
-                co_await client->initialize(); // from now on the client watches for the exit
-            }
-            const std::function<bool()> allGone = [&] { return ProcessResources::now() == before; };
-            const bool gone = co_await eventuallyOnExecutor(allGone);
-            EXPECT_TRUE(gone) << ProcessResources::now() << ", before " << before;
+        runLeavingNothing([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+            const std::string up =
+                R"(echo $$ >> children; read x; echo '{"jsonrpc":"2.0","id":0,"result":{"protocolVersion":1}}'; )";
+            const auto client = ACPClient::make(executor, start(executor, up + script), {}, false);
+            co_await client->initialize(); // from now on the client watches for the exit
         });
-        ASSERT_FALSE(children().empty());
-        for (const pid_t child : children())
-            EXPECT_TRUE(eventually([&] { return !runs(child); }));
+        EXPECT_FALSE(children().empty());
+        expectChildrenToEnd();
     }
 }
 
 TEST_F(AgentProcessTest, AnAgentGoesWithItsExecutorEvenIfItResists)
 {
-    const ProcessResources before = ProcessResources::now();
-    {
-        asio::io_context context(1);
-        const auto agent =
-            start(context.get_executor(), "trap '' TERM; echo $$ >> children; while :; do sleep 1; done");
-        ASSERT_TRUE(eventually([&] {
-            context.poll();
-            return children().size() == 1;
-        }));
-    }
-    for (const pid_t child : children())
-        EXPECT_TRUE(eventually([&] { return !runs(child); }));
-    EXPECT_EQ(ProcessResources::now(), before);
+    expectToEndWithTheExecutor(1, [&](const asio::any_io_executor& executor) {
+        return start(executor, "trap '' TERM; echo $$ >> children; while :; do sleep 1; done");
+    });
 }
 
 } // namespace

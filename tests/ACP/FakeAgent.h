@@ -3,9 +3,8 @@
 #include "ACP/ACPClient/ACPClient.h"
 #include "ACP/JSONRPCConnection/MemoryTransport.h"
 
-#include <asio/post.hpp>
-
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace veltry::test {
@@ -13,12 +12,6 @@ namespace veltry::test {
 /// An agent without a process: the test plays it at the far end of a transport, and says when it exits.
 class FakeAgent final : public Agent {
 public:
-    /// Over a transport of the test's own, with no far end here.
-    FakeAgent(const asio::any_io_executor& executor, std::shared_ptr<LineTransport> transport)
-        : executor_(executor), near_(std::move(transport))
-    {
-    }
-
     explicit FakeAgent(const asio::any_io_executor& executor) : executor_(executor)
     {
         MemoryTransport::Pair ends = MemoryTransport::pair(executor);
@@ -50,6 +43,8 @@ public:
         std::optional<std::string> line = co_await far->lines().next();
         co_return line.value_or("(end)");
     }
+
+    asio::awaitable<void> send(std::string_view line) { return far->send(std::string(line)); }
 
     std::shared_ptr<MemoryTransport> far;
 
@@ -87,30 +82,6 @@ public:
     std::vector<std::string> updates;
     std::vector<std::string> asked; ///< the sessions that asked
     Mailbox<PermissionOutcome> decisions;
-};
-
-/// Counts updates and allows everything, after a few turns of the executor.
-class QuickDelegate final : public ACPClientDelegate {
-public:
-    explicit QuickDelegate(const asio::any_io_executor& executor) : executor_(executor) {}
-
-    [[nodiscard]] asio::awaitable<void> receive(SessionNotification /*notification*/) override
-    {
-        ++received;
-        co_await asio::post(executor_, asio::use_awaitable);
-    }
-
-    [[nodiscard]] asio::awaitable<PermissionOutcome> decidePermission(RequestPermissionParams /*request*/) override
-    {
-        for (int turns = 0; turns < 3; ++turns)
-            co_await asio::post(executor_, asio::use_awaitable);
-        co_return PermissionOutcome::selected("yes");
-    }
-
-    int received = 0;
-
-private:
-    asio::any_io_executor executor_;
 };
 
 } // namespace veltry::test

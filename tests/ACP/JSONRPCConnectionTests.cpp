@@ -1,11 +1,10 @@
 #include "ACP/JSONRPCConnection/JSONRPCConnection.h"
 #include "ACP/JSONRPCConnection/MemoryTransport.h"
 #include "ACP/JSONRPCConnection/PipeTransport.h"
-#include "Platform/SystemLog.h"
 #include "Support/LogLines.h"
 #include "Support/RunOnExecutor.h"
 
-#include <asio/detached.hpp>
+#include <asio/post.hpp>
 #include <gmock/gmock.h>
 
 #include <unistd.h>
@@ -20,11 +19,10 @@ namespace {
 using test::LogLines;
 using test::runOnExecutor;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 /// A connection and the far end of its transport, where the test plays the peer.
 struct Peer {
-    explicit Peer(const asio::any_io_executor& executor)
+    explicit Peer(const asio::any_io_executor& on) : executor(on)
     {
         const MemoryTransport::Pair ends = MemoryTransport::pair(executor);
         connection = JSONRPCConnection::make(executor, ends.first, false);
@@ -53,16 +51,54 @@ struct Peer {
         connection->start(notified, answer, std::move(onEnd));
     }
 
+    asio::awaitable<void> send(std::string_view line) { return far->send(std::string(line)); }
+
     asio::awaitable<std::string> receive()
     {
         std::optional<std::string> line = co_await far->lines().next();
         co_return line.value_or("(end)");
     }
 
+    /// What request() ends with, as text.
+    asio::awaitable<std::string> outcome(JSONValue params)
+    {
+        std::string text;
+        try {
+            const JSONValue result = co_await connection->request("ask", std::move(params));
+            text = result.text();
+        } catch (const std::exception& error) {
+            text = "threw " + describe(error);
+        }
+        co_return text;
+    }
+
+    /// Sends a request, whose outcome is added to `outcomes`.
+    void ask(JSONValue params)
+    {
+        asio::co_spawn(executor, outcome(std::move(params)), [this](std::exception_ptr, std::string text) {
+            outcomes.push_back(std::move(text));
+        });
+    }
+
+    asio::any_io_executor executor;
     std::shared_ptr<JSONRPCConnection> connection;
     std::shared_ptr<MemoryTransport> far;
     std::vector<std::string> notifications;
+    std::vector<std::string> outcomes;
 };
+
+/// A test of a connection that has been started.
+template <typename Body>
+void withPeer(Body body)
+{
+    runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        Peer peer(executor);
+        peer.start();
+        asio::awaitable<void> work = body(peer);
+        co_await std::move(work);
+        co_await peer.far->close();
+    });
+}
 
 TEST(JSONRPCConnection, AnswersEveryRequestUnderItsOwnId)
 {
@@ -86,13 +122,10 @@ TEST(JSONRPCConnection, AnswersEveryRequestUnderItsOwnId)
 
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-            Peer peer(executor);
-            peer.start();
-            co_await peer.far->send(std::string(c.request));
+        withPeer([&](Peer& peer) -> asio::awaitable<void> {
+            co_await peer.send(c.request);
             const std::string answer = co_await peer.receive();
             EXPECT_EQ(answer, c.answer);
-            co_await peer.far->close();
         });
     }
 }
@@ -121,14 +154,11 @@ TEST(JSONRPCConnection, PassesOverWhatIsNoMessageAndGoesOn)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.line.substr(0, 80));
         LogLines log("jsonrpc");
-        runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-            Peer peer(executor);
-            peer.start();
-            co_await peer.far->send(c.line);
-            co_await peer.far->send(R"({"jsonrpc":"2.0","id":2,"method":"echo"})");
+        withPeer([&](Peer& peer) -> asio::awaitable<void> {
+            co_await peer.send(c.line);
+            co_await peer.send(R"({"jsonrpc":"2.0","id":2,"method":"echo"})");
             const std::string answer = co_await peer.receive();
             EXPECT_EQ(answer, R"({"id":2,"jsonrpc":"2.0","result":null})");
-            co_await peer.far->close();
         });
         EXPECT_THAT(log.lines, ElementsAre(c.log));
     }
@@ -136,29 +166,13 @@ TEST(JSONRPCConnection, PassesOverWhatIsNoMessageAndGoesOn)
 
 TEST(JSONRPCConnection, ANotificationWithANullIdIsHandledInOrder)
 {
-    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-        Peer peer(executor);
-        peer.start();
-        co_await peer.far->send(R"({"jsonrpc":"2.0","method":"a","params":{"x":1}})");
-        co_await peer.far->send(R"({"jsonrpc":"2.0","id":null,"method":"b"})");
-        co_await peer.far->send(R"({"jsonrpc":"2.0","id":1,"method":"echo"})");
+    withPeer([](Peer& peer) -> asio::awaitable<void> {
+        co_await peer.send(R"({"jsonrpc":"2.0","method":"a","params":{"x":1}})");
+        co_await peer.send(R"({"jsonrpc":"2.0","id":null,"method":"b"})");
+        co_await peer.send(R"({"jsonrpc":"2.0","id":1,"method":"echo"})");
         co_await peer.receive();
         EXPECT_THAT(peer.notifications, ElementsAre(R"(a {"x":1})", "b null"));
-        co_await peer.far->close();
     });
-}
-
-/// What request() ended with, as text.
-asio::awaitable<std::string> outcome(std::shared_ptr<JSONRPCConnection> connection, JSONValue params)
-{
-    std::string text;
-    try {
-        const JSONValue result = co_await connection->request("ask", std::move(params));
-        text = result.text();
-    } catch (const std::exception& error) {
-        text = "threw " + describe(error);
-    }
-    co_return text;
 }
 
 TEST(JSONRPCConnection, ResumesARequestWithItsAnswer)
@@ -175,23 +189,17 @@ TEST(JSONRPCConnection, ResumesARequestWithItsAnswer)
 
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-            Peer peer(executor);
-            peer.start();
-            std::string got;
-            asio::co_spawn(
-                executor, outcome(peer.connection, JSONValue::object({})),
-                [&got](std::exception_ptr, std::string text) { got = std::move(text); });
+        withPeer([&](Peer& peer) -> asio::awaitable<void> {
+            peer.ask(JSONValue::object({}));
             const std::string line = co_await peer.receive();
             EXPECT_EQ(line, R"({"id":0,"jsonrpc":"2.0","method":"ask","params":{}})");
             // Ids that name no request are passed over without harm.
-            co_await peer.far->send(R"({"jsonrpc":"2.0","id":12,"result":1})");
-            co_await peer.far->send(R"({"jsonrpc":"2.0","id":1e300,"result":1})");
-            co_await peer.far->send(std::string(c.answer));
-            co_await peer.far->send(R"({"jsonrpc":"2.0","id":"x","method":"echo"})");
+            co_await peer.send(R"({"jsonrpc":"2.0","id":12,"result":1})");
+            co_await peer.send(R"({"jsonrpc":"2.0","id":1e300,"result":1})");
+            co_await peer.send(c.answer);
+            co_await peer.send(R"({"jsonrpc":"2.0","id":"x","method":"echo"})");
             co_await peer.receive(); // everything before it has been handled
-            EXPECT_EQ(got, c.outcome);
-            co_await peer.far->close();
+            EXPECT_THAT(peer.outcomes, ElementsAre(c.outcome));
         });
     }
 }
@@ -199,40 +207,32 @@ TEST(JSONRPCConnection, ResumesARequestWithItsAnswer)
 TEST(JSONRPCConnection, AResultThatJSONCannotHoldIsLoggedAndNotAnswered)
 {
     LogLines log("jsonrpc");
-    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-        Peer peer(executor);
-        peer.start();
-        co_await peer.far->send(R"({"jsonrpc":"2.0","id":1,"method":"nan"})");
-        co_await peer.far->send(R"({"jsonrpc":"2.0","id":2,"method":"echo"})");
+    withPeer([](Peer& peer) -> asio::awaitable<void> {
+        co_await peer.send(R"({"jsonrpc":"2.0","id":1,"method":"nan"})");
+        co_await peer.send(R"({"jsonrpc":"2.0","id":2,"method":"echo"})");
         const std::string answer = co_await peer.receive();
         EXPECT_EQ(answer, R"({"id":2,"jsonrpc":"2.0","result":null})");
         // A request of that kind throws, sends nothing, and its id isn't used again.
         const double nan = std::numeric_limits<double>::quiet_NaN();
-        const std::string refused = co_await outcome(peer.connection, nan);
+        const std::string refused = co_await peer.outcome(nan);
         EXPECT_EQ(refused, "threw JSON has no form for a number that isn't finite");
-        asio::co_spawn(executor, outcome(peer.connection, 1), asio::detached);
+        peer.ask(1);
         const std::string line = co_await peer.receive();
         EXPECT_EQ(line, R"({"id":1,"jsonrpc":"2.0","method":"ask","params":1})");
-        co_await peer.far->close();
     });
     EXPECT_THAT(log.lines, ElementsAre("could not answer nan: JSON has no form for a number that isn't finite"));
 }
 
 TEST(JSONRPCConnection, TheEndOfInputFailsWhatWaitsAndWhatComesAfter)
 {
-    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-        Peer peer(executor);
-        peer.start();
-        std::vector<std::string> outcomes;
+    withPeer([](Peer& peer) -> asio::awaitable<void> {
         for (int index = 0; index < 3; ++index)
-            asio::co_spawn(
-                executor, outcome(peer.connection, index),
-                [&outcomes](std::exception_ptr, std::string text) { outcomes.push_back(std::move(text)); });
+            peer.ask(index);
         co_await peer.receive();
         co_await peer.far->close();
-        const std::string last = co_await outcome(peer.connection, 3);
+        const std::string last = co_await peer.outcome(3);
         EXPECT_EQ(last, "threw the connection is closed");
-        EXPECT_EQ(outcomes, std::vector<std::string>(3, "threw the connection is closed"));
+        EXPECT_EQ(peer.outcomes, std::vector<std::string>(3, "threw the connection is closed"));
         EXPECT_THROW(peer.connection->notify("late", nullptr), ConnectionError);
     });
 }
@@ -247,17 +247,14 @@ TEST(JSONRPCConnection, WithOnEndTheEndOfInputIsItsDecision)
             peer.connection->fail(ConnectionError::closed()); // the first one counts
             co_return;
         });
-        std::string waiting;
-        asio::co_spawn(executor, outcome(peer.connection, 0), [&waiting](std::exception_ptr, std::string text) {
-            waiting = std::move(text);
-        });
+        peer.ask(0);
         co_await peer.receive();
         co_await peer.far->close();
-        while (waiting.empty())
+        while (peer.outcomes.empty())
             co_await asio::post(executor, asio::use_awaitable);
-        EXPECT_EQ(waiting, "threw the agent exited with status 3");
-        const std::string later = co_await outcome(peer.connection, 1);
+        const std::string later = co_await peer.outcome(1);
         EXPECT_EQ(later, "threw the agent exited with status 3");
+        EXPECT_THAT(peer.outcomes, ElementsAre(later));
     });
 }
 
@@ -265,14 +262,15 @@ TEST(JSONRPCConnection, AFailedWriteReachesItsOwnRequestAlone)
 {
     LogLines log("jsonrpc");
     runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-        const auto noPeer = std::make_shared<MemoryTransport>(executor);
-        const auto connection = JSONRPCConnection::make(executor, noPeer, false);
-        connection->start({}, {});
-        connection->notify("lost", nullptr);
-        const std::string failed = co_await outcome(connection, 0);
+        Peer peer(executor);
+        const auto alone = std::make_shared<MemoryTransport>(executor);
+        peer.connection = JSONRPCConnection::make(executor, alone, false);
+        peer.start();
+        peer.connection->notify("lost", nullptr);
+        const std::string failed = co_await peer.outcome(0);
         EXPECT_EQ(failed, "threw the connection is closed");
-        EXPECT_TRUE(connection->isOpen());
-        co_await noPeer->close();
+        EXPECT_TRUE(peer.connection->isOpen());
+        co_await alone->close();
     });
     EXPECT_THAT(log.lines, ElementsAre("could not send a notification: the connection is closed"));
 }
@@ -299,7 +297,8 @@ TEST(JSONRPCConnection, SmallAndLargeLinesOverAPipeKeepTheirOrder)
             }
         });
         for (const std::int64_t number : sent) {
-            connection->notify("n", JSONValue::array({number, std::string(number % 3 == 0 ? 6000 : 1, 'x')}));
+            const std::size_t size = number % 100 == 9 ? 1'000'000 : number % 3 == 0 ? 6000 : 1;
+            connection->notify("n", JSONValue::array({number, std::string(size, 'x')}));
             if (number % 50 > 25) // the queue runs empty now and then
                 co_await connection->flush();
         }
@@ -312,10 +311,7 @@ TEST(JSONRPCConnection, SmallAndLargeLinesOverAPipeKeepTheirOrder)
 
 TEST(JSONRPCConnection, WithTrafficLoggedEveryLineIsShownBothWays)
 {
-    std::vector<std::string> traffic;
-    SystemLog::redirect([&](SystemLog::Level, std::string_view category, std::string_view message) {
-        traffic.push_back(std::string(category) + ": " + std::string(message));
-    });
+    LogLines traffic("acp");
     runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
         const MemoryTransport::Pair ends = MemoryTransport::pair(executor);
         const auto connection = JSONRPCConnection::make(executor, ends.first, true);
@@ -326,12 +322,11 @@ TEST(JSONRPCConnection, WithTrafficLoggedEveryLineIsShownBothWays)
         co_await ends.second->close();
         co_await connection->flush();
     });
-    SystemLog::redirect({});
     EXPECT_THAT(
-        traffic, testing::IsSupersetOf({
-                     std::string("acp: → {\"jsonrpc\":\"2.0\",\"method\":\"hello\",\"params\":null}"),
-                     std::string("acp: ← caf\xEF\xBF\xBD"),
-                 }));
+        traffic.lines, testing::IsSupersetOf({
+                           std::string(R"(→ {"jsonrpc":"2.0","method":"hello","params":null})"),
+                           std::string("← caf\uFFFD"),
+                       }));
 }
 
 } // namespace

@@ -1,8 +1,9 @@
 #include "ACP/JSONRPCConnection/ConnectionError.h"
+#include "ACP/JSONRPCConnection/LineSplitter.h"
 #include "ACP/JSONRPCConnection/PipeTransport.h"
 #include "Platform/Files.h"
 #include "Platform/SystemError.h"
-#include "Support/Eventually.h"
+#include "Support/EventuallyOnExecutor.h"
 #include "Support/RunOnExecutor.h"
 #include "Support/TemporaryFolder.h"
 
@@ -12,7 +13,6 @@
 #include <fcntl.h>
 
 #include <csignal>
-#include <thread>
 
 namespace veltry {
 namespace {
@@ -84,42 +84,6 @@ TEST(PipeTransport, LeavesTheFlagsOfSharedDescriptorsAlone)
     });
 }
 
-TEST(PipeTransport, APeerThatReadsSlowlyHoldsUpNeitherReadingNorOtherWork)
-{
-    const std::string large(3'000'000, 'x');
-    std::thread reader;
-    std::string received;
-    runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-        Ends ends(executor);
-        bool sent = false;
-        const auto sendAll = [](std::shared_ptr<PipeTransport> transport, std::string line,
-                                bool& done) -> asio::awaitable<void> {
-            co_await transport->send(std::move(line));
-            co_await transport->send("behind");
-            done = true;
-        };
-        asio::co_spawn(executor, sendAll(ends.transport, large, sent), asio::detached);
-        Files::writeAll(ends.toTransport, "still read\n", "the pipe");
-        const std::optional<std::string> line = co_await ends.transport->lines().next();
-        EXPECT_EQ(line, "still read");
-        EXPECT_FALSE(sent); // nobody has read yet
-
-        reader = std::thread([&received, size = large.size() + sizeof "behind\n", source = ends.fromTransport.get()] {
-            while (received.size() < size) {
-                char buffer[65536];
-                const ssize_t count = ::read(source, buffer, sizeof buffer);
-                received.append(buffer, static_cast<std::size_t>(count));
-            }
-        });
-        while (!sent) {
-            asio::steady_timer pause(executor, std::chrono::milliseconds(1));
-            co_await pause.async_wait(asio::use_awaitable);
-        }
-        reader.join();
-    });
-    EXPECT_EQ(received, large + "\nbehind\n");
-}
-
 TEST(PipeTransport, ClosingResumesASendThatWaitsForItsPeer)
 {
     runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
@@ -139,10 +103,9 @@ TEST(PipeTransport, ClosingResumesASendThatWaitsForItsPeer)
         co_await ends.transport->close();
         const std::optional<std::string> line = co_await ends.transport->lines().next();
         EXPECT_EQ(line, std::nullopt);
-        while (!failed) {
-            pause.expires_after(std::chrono::milliseconds(1));
-            co_await pause.async_wait(asio::use_awaitable);
-        }
+        const std::function<bool()> hasFailed = [&] { return failed; };
+        const bool ended = co_await test::eventuallyOnExecutor(hasFailed);
+        EXPECT_TRUE(ended);
     });
 }
 
@@ -161,6 +124,15 @@ TEST(PipeTransport, APeerThatWentAwayIsAFailedSend)
             EXPECT_EQ(code, EPIPE) << size << " bytes";
         }
     });
+}
+
+TEST(LineSplitter, ScansALongLineOnce)
+{
+    LineSplitter splitter;
+    const std::string chunk(1000, 'x');
+    for (int index = 0; index < 50'000; ++index) // 50 MB; scanned anew at each chunk it would take hours
+        ASSERT_THAT(splitter.add(chunk), ElementsAre());
+    EXPECT_EQ(splitter.add("\n").at(0).size(), 50'000'000U);
 }
 
 } // namespace

@@ -1,17 +1,9 @@
 #include "ACP/ACPClient/ShellEnvironment.h"
-#include "Base/Text.h"
-#include "Platform/Files.h"
 #include "Platform/StandardFolders.h"
-#include "Support/Eventually.h"
-#include "Support/EventuallyOnExecutor.h"
-#include "Support/ProcessResources.h"
-#include "Support/RunOnExecutor.h"
-#include "Support/TemporaryFolder.h"
+#include "ScriptedProcesses.h"
 
 #include <asio/detached.hpp>
-#include <gmock/gmock.h>
 
-#include <csignal>
 #include <optional>
 
 namespace veltry {
@@ -20,11 +12,7 @@ namespace {
 using namespace std::chrono_literals;
 using ShellEnvironment::Environment;
 using ShellEnvironment::Failure;
-using test::eventuallyOnExecutor;
-using test::ProcessResources;
-using test::runOnExecutor;
 using testing::Contains;
-using testing::ElementsAre;
 using testing::Pair;
 
 struct Outcome {
@@ -33,58 +21,25 @@ struct Outcome {
 };
 
 /// A home whose profile is the script, for each shell, or a made-up shell that is one.
-class ShellEnvironmentTest : public testing::Test {
+class ShellEnvironmentTest : public test::ScriptedProcesses {
 protected:
     ShellEnvironmentTest() { ShellEnvironment::forget(); }
-    ~ShellEnvironmentTest() override
-    {
-        for (const pid_t child : children())
-            ::kill(child, SIGKILL);
-    }
 
-    /// Resolves, and waits until nothing of it is left here.
     Outcome resolve(std::filesystem::path shell, std::chrono::nanoseconds timeout = 15s) const
     {
         Outcome outcome;
-        runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-            const asio::steady_timer first(executor); // brings the executor's own descriptors
-            const ProcessResources before = ProcessResources::now();
+        runLeavingNothing([&](const asio::any_io_executor&) -> asio::awaitable<void> {
             try {
                 Environment start = environment;
                 outcome.environment = co_await ShellEnvironment::resolve(shell, std::move(start), timeout);
             } catch (const Failure& failure) {
                 outcome.failure = failure.kind;
             }
-            const std::function<bool()> allGone = [&] { return ProcessResources::now() == before; };
-            const bool gone = co_await eventuallyOnExecutor(allGone);
-            EXPECT_TRUE(gone) << ProcessResources::now() << ", before " << before;
         });
         return outcome;
     }
 
-    [[nodiscard]] std::filesystem::path madeUpShell(const std::string& script) const
-    {
-        const std::filesystem::path shell = home / "shell";
-        Files::writeAtomically(shell, "#!/bin/sh\n" + script + "\n");
-        std::filesystem::permissions(shell, std::filesystem::perms::owner_all);
-        return shell;
-    }
-
-    /// The processes whose ids the script has written to `$HOME/children`.
-    [[nodiscard]] std::vector<pid_t> children() const
-    {
-        std::vector<pid_t> result;
-        const std::string list = Files::readIfPossible(home / "children").value_or("");
-        for (const std::string_view line : text::split(list, '\n'))
-            if (const auto pid = text::integer(line))
-                result.push_back(static_cast<pid_t>(*pid));
-        return result;
-    }
-
-    static bool runs(pid_t process) { return ::kill(process, 0) == 0; }
-
-    test::TemporaryFolder home;
-    Environment environment{{"HOME", home.path()}, {"PATH", "/usr/bin:/bin"}};
+    Environment environment{{"HOME", folder.path()}, {"PATH", "/usr/bin:/bin"}};
 };
 
 TEST_F(ShellEnvironmentTest, RealShellsTellTheirEnvironmentWhateverTheirProfilesDo)
@@ -115,23 +70,22 @@ TEST_F(ShellEnvironmentTest, RealShellsTellTheirEnvironmentWhateverTheirProfiles
             continue;
         for (const auto& profile : profiles) {
             SCOPED_TRACE(std::string(shell.shell) + ", whose profile " + profile.name);
-            Files::remove(home / "children");
+            Files::remove(folder / "children");
             ShellEnvironment::forget();
-            Files::writeAtomically(home / shell.profile, profile.script);
+            Files::writeAtomically(folder / shell.profile, profile.script);
             const Outcome outcome = resolve(shell.shell, profile.timeout);
             EXPECT_EQ(outcome.failure, profile.failure);
             if (profile.told) {
                 ASSERT_TRUE(outcome.environment);
                 EXPECT_EQ(outcome.environment->at("TOLD"), profile.told);
             }
-            for (const pid_t child : children()) {
-                if (profile.failure) // it went with its shell
-                    EXPECT_TRUE(test::eventually([&] { return !runs(child); }));
-                else
+            if (profile.failure)
+                expectChildrenToEnd(); // with their shell
+            else
+                for (const pid_t child : children())
                     EXPECT_EQ(::kill(child, SIGKILL), 0) << "a daemon that a profile starts stays";
-            }
         }
-        Files::remove(home / shell.profile);
+        Files::remove(folder / shell.profile);
     }
 }
 
@@ -165,26 +119,27 @@ TEST_F(ShellEnvironmentTest, ReadsWhatAnyShellPrints)
         SCOPED_TRACE(c.name);
         ShellEnvironment::forget();
         const auto begin = std::chrono::steady_clock::now();
-        const Outcome outcome = resolve(madeUpShell(c.script), c.timeout);
+        const Outcome outcome = resolve(program("shell", c.script), c.timeout);
         EXPECT_EQ(outcome.environment, c.environment);
         EXPECT_EQ(outcome.failure, c.failure);
         EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
         for (const pid_t child : children())
-            EXPECT_FALSE(runs(child)) << "killed when its time was over";
+            EXPECT_NE(::kill(child, 0), 0) << "killed when its time was over";
     }
-    EXPECT_THROW(resolve(home / "missing"), ChildProcess::StartFailure);
+    EXPECT_THROW(resolve(folder / "missing"), ChildProcess::StartFailure);
 }
 
 TEST_F(ShellEnvironmentTest, KeepsAnswersForEachShellAndEnvironment)
 {
-    const auto shell = madeUpShell("echo run >> \"$HOME/runs\"; [ -e \"$HOME/broken\" ] && exit 1\n"
-                                   "printf '\\0__HARROWICK_VELTRY_ENV__\\0'; env -0");
-    const auto runs = [&] { return Files::read(home / "runs").size() / sizeof("run"); };
-    Files::writeAtomically(home / "broken", "");
+    const auto shell = program(
+        "shell", "echo run >> \"$HOME/runs\"; [ -e \"$HOME/broken\" ] && exit 1\n"
+                 "printf '\\0__HARROWICK_VELTRY_ENV__\\0'; env -0");
+    const auto runs = [&] { return Files::read(folder / "runs").size() / sizeof("run"); };
+    Files::writeAtomically(folder / "broken", "");
     EXPECT_EQ(resolve(shell).failure, Failure::Kind::unreadable);
     EXPECT_EQ(resolve(shell).failure, Failure::Kind::unreadable);
     EXPECT_EQ(runs(), 2U) << "a failure isn't kept";
-    Files::remove(home / "broken");
+    Files::remove(folder / "broken");
 
     const Outcome first = resolve(shell);
     EXPECT_EQ(resolve(shell).environment, first.environment);
@@ -199,19 +154,11 @@ TEST_F(ShellEnvironmentTest, KeepsAnswersForEachShellAndEnvironment)
 
 TEST_F(ShellEnvironmentTest, AShellGoesWithTheExecutorThatWatchesIt)
 {
-    const ProcessResources before = ProcessResources::now();
-    {
-        asio::io_context context(1);
-        const auto shell = madeUpShell("sleep 300 & echo $! >> $HOME/children; echo $$ >> $HOME/children; wait");
-        asio::co_spawn(context, ShellEnvironment::resolve(shell, environment, 100s), asio::detached);
-        ASSERT_TRUE(test::eventually([&] {
-            context.poll();
-            return children().size() == 2;
-        }));
-    }
-    for (const pid_t child : children())
-        EXPECT_TRUE(test::eventually([&] { return !runs(child); }));
-    EXPECT_EQ(ProcessResources::now(), before);
+    const auto shell = program("shell", "sleep 300 & echo $! >> $HOME/children; echo $$ >> $HOME/children; wait");
+    expectToEndWithTheExecutor(2, [&](const asio::any_io_executor& executor) {
+        asio::co_spawn(executor, ShellEnvironment::resolve(shell, environment, 100s), asio::detached);
+        return executor;
+    });
 }
 
 TEST_F(ShellEnvironmentTest, TheFallbackHasAUsablePath)

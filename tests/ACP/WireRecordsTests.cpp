@@ -46,23 +46,18 @@ TEST(WireRecords, ReadAndWriteWithTheirTolerance)
          "protocolVersion is no whole number of 64 bits"},
         {initializeResult, "a bad method", R"({"protocolVersion":1,"authMethods":[{"id":"a","name":"b"},{"id":"c"}]})",
          "authMethods[1].name is missing"},
-        {initializeResult, "no object", "[]", "the value is no object"},
 
         {session, "all of it",
          R"({"additionalDirectories":["/b"],"cwd":"/a","mcpServers":[{"args":["x"],"command":"c","env":[{"name":"N","value":"V"}],"name":"m"}],"systemPrompt":{"content":[{"text":"t","type":"text"}],"mode":"append"}})",
          R"({"additionalDirectories":["/b"],"cwd":"/a","mcpServers":[{"args":["x"],"command":"c","env":[{"name":"N","value":"V"}],"name":"m"}],"systemPrompt":{"content":[{"text":"t","type":"text"}],"mode":"append"}})"},
         {info, "a title of null", R"({"sessionId":"s","cwd":"/","title":null,"updatedAt":"soon"})",
          R"({"cwd":"/","sessionId":"s","updatedAt":"soon"})"},
-        {info, "a title that is no text", R"({"sessionId":"s","cwd":"/","title":1})", "title is no text"},
 
         {block, "text", R"({"type":"text","text":"hi","annotations":{}})", R"({"text":"hi","type":"text"})"},
-        {block, "text without text", R"({"type":"text"})", "text is missing"},
         {block, "link", R"({"type":"resource_link","uri":"u","name":"n","size":1})",
          R"({"name":"n","type":"resource_link","uri":"u"})"},
         {block, "any other, whole", R"({"data":"AA==","mimeType":"image/png","type":"image"})",
          R"({"data":"AA==","mimeType":"image/png","type":"image"})"},
-        {block, "no type", R"({"text":"hi"})", "type is missing"},
-        {block, "a type that is no text", R"({"type":1})", "type is no text"},
 
         {call, "all of it",
          R"({"content":[1,{}],"kind":"switch_mode","locations":[{"line":3,"path":"p"},{"path":"q"}],"status":"in_progress","title":"t","toolCallId":"c"})",
@@ -74,10 +69,7 @@ TEST(WireRecords, ReadAndWriteWithTheirTolerance)
         {call, "one bad location", R"({"toolCallId":"c","title":"t","locations":[{"path":"p"},{"line":1}]})",
          R"({"title":"t","toolCallId":"c"})"},
         {call, "content that is no list", R"({"toolCallId":"c","title":"t","content":5})", "content is no list"},
-        {call, "no title", R"({"toolCallId":"c"})", "title is missing"},
         {callUpdate, "no title", R"({"toolCallId":"c","kind":"delete"})", R"({"kind":"delete","toolCallId":"c"})"},
-        {callUpdate, "a title that is no text", R"({"toolCallId":"c","title":[]})", "title is no text"},
-        {callUpdate, "no id", R"({"title":"t"})", "toolCallId is missing"},
 
         {permission, "an option of an unknown kind",
          R"({"options":[{"kind":"ask_later","name":"n","optionId":"o"}],"sessionId":"s","toolCall":{"toolCallId":"c"}})",
@@ -85,15 +77,10 @@ TEST(WireRecords, ReadAndWriteWithTheirTolerance)
         {permission, "a call of an unknown kind",
          R"({"options":[],"sessionId":"s","toolCall":{"toolCallId":"c","kind":"x"}})",
          R"({"options":[],"sessionId":"s","toolCall":{"toolCallId":"c"}})"},
-        {permission, "a call without an id", R"({"options":[],"sessionId":"s","toolCall":{}})",
-         "toolCall.toolCallId is missing"},
-        {outcome, "selected", R"({"outcome":{"outcome":"selected","optionId":"o"}})",
-         R"({"outcome":{"optionId":"o","outcome":"selected"}})"},
         {outcome, "selected without an option", R"({"outcome":{"outcome":"selected"}})", "outcome.optionId is missing"},
         {outcome, "any other", R"({"outcome":{"outcome":"expired","optionId":1}})",
          R"({"outcome":{"outcome":"cancelled"}})"},
         {prompt, "a reason beyond those known", R"({"stopReason":"tired"})", R"({"stopReason":"tired"})"},
-        {prompt, "a reason that is no text", R"({"stopReason":null})", "stopReason is no text"},
         {file, "integers", R"({"sessionId":"s","path":"p","line":-9223372036854775808,"limit":2.0})",
          R"({"limit":2,"line":-9.223372036854776e+18,"path":"p","sessionId":"s"})"},
         {file, "beyond 64 bits", R"({"sessionId":"s","path":"p","limit":9223372036854775807})",
@@ -101,8 +88,6 @@ TEST(WireRecords, ReadAndWriteWithTheirTolerance)
 
         {command, "a description and an input that don't read", R"({"name":"n","description":1,"input":{"hint":2}})",
          R"({"description":"","name":"n"})"},
-        {command, "with a hint", R"({"name":"n","description":"d","input":{"hint":"h"}})",
-         R"({"description":"d","input":{"hint":"h"},"name":"n"})"},
         {option, "no type, odd category", R"({"id":"i","name":"n","category":1,"currentValue":{"a":1}})",
          R"({"currentValue":{"a":1},"id":"i","name":"n","options":[],"type":"select"})"},
         {option, "a flat list",
@@ -131,12 +116,9 @@ TEST(WireRecords, ReadAndWriteWithTheirTolerance)
         {update, "options, without the bad one",
          R"({"sessionUpdate":"config_option_update","configOptions":[{"id":1},{"id":"i","name":"n"}]})",
          R"({"configOptions":[{"id":"i","name":"n","options":[],"type":"select"}],"sessionUpdate":"config_option_update"})"},
-        {update, "no options", R"({"sessionUpdate":"config_option_update"})", "configOptions is missing"},
         {update, "commands, without the bad one",
-         R"({"sessionUpdate":"available_commands_update","availableCommands":[{"name":"a"},{"description":"d"}]})",
-         R"({"availableCommands":[{"description":"","name":"a"}],"sessionUpdate":"available_commands_update"})"},
-        {update, "commands that are no list", R"({"sessionUpdate":"available_commands_update","availableCommands":{}})",
-         "availableCommands is no list"},
+         R"({"sessionUpdate":"available_commands_update","availableCommands":[{"name":"a","input":{"hint":"h"}},{"description":"d"}]})",
+         R"({"availableCommands":[{"description":"","input":{"hint":"h"},"name":"a"}],"sessionUpdate":"available_commands_update"})"},
         {update, "an unknown kind, whole", R"({"sessionUpdate":"usage_update","size":10,"used":null})",
          R"({"sessionUpdate":"usage_update","size":10,"used":null})"},
         {update, "no kind", R"({"content":{}})", "sessionUpdate is missing"},
@@ -169,17 +151,6 @@ TEST(WireRecords, KnowTheWordsOfTheWire)
     EXPECT_EQ(reason, StopReason::Kind::maxTurnRequests);
     EXPECT_EQ(StopReason("tired").kind, StopReason::Kind::other);
     EXPECT_EQ(PermissionOptionKind("reject_always"), PermissionOptionKind::Kind::rejectAlways);
-    EXPECT_EQ(
-        encoded(InitializeParams::from({.name = "n", .version = "1"})).text(),
-        R"({"clientCapabilities":{"fs":{"readTextFile":true,"writeTextFile":true},"terminal":false},"clientInfo":{"name":"n","version":"1"},"protocolVersion":1})");
-    EXPECT_EQ(
-        encoded(SteerParams::from("s", {ContentBlock::text("t")})).text(),
-        R"({"_meta":{"steering":{"idleBehavior":"promptRequired"}},"prompt":[{"text":"t","type":"text"}],"sessionId":"s"})");
-    EXPECT_EQ(
-        encoded(SystemPrompt::appending("t")).text(), R"({"content":[{"text":"t","type":"text"}],"mode":"append"})");
-    EXPECT_EQ(
-        encoded(AvailableCommand::from("n", "d", "h")).text(),
-        R"({"description":"d","input":{"hint":"h"},"name":"n"})");
 }
 
 TEST(WireRecords, AnAgentIsAskedWhatItCanDo)
@@ -206,17 +177,6 @@ TEST(WireRecords, AnAgentIsAskedWhatItCanDo)
         for (std::size_t index = 0; index < std::size(answers); ++index)
             EXPECT_EQ(answers[index], c.answers[index] != '-') << index;
     }
-}
-
-TEST(WireRecords, AnOptionKnowsItsCurrentChoice)
-{
-    ConfigOption option;
-    option.choices = {{"1", "One", {}}, {"2", "Two", {}}, {"2", "Again", {}}};
-    EXPECT_FALSE(option.currentChoice());
-    EXPECT_EQ(option.choosing("2").currentChoice()->name, "Two");
-    EXPECT_FALSE(option.choosing("3").currentChoice());
-    option.currentValue = 2;
-    EXPECT_FALSE(option.currentChoice());
 }
 
 TEST(WireRecords, ASessionKnowsWhenItChanged)
