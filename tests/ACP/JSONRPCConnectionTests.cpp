@@ -107,7 +107,6 @@ TEST(JSONRPCConnection, AnswersEveryRequestUnderItsOwnId)
     } cases[] = {
         {"number", R"({"jsonrpc":"2.0","id":7,"method":"echo","params":[1]})",
          R"({"id":7,"jsonrpc":"2.0","result":[1]})"},
-        {"text", R"({"jsonrpc":"2.0","id":"a/b","method":"echo"})", R"({"id":"a/b","jsonrpc":"2.0","result":null})"},
         {"any value", R"({"jsonrpc":"1","id":{"x":[]},"method":"echo"})",
          R"({"id":{"x":[]},"jsonrpc":"2.0","result":null})"},
         {"carriage return", "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"echo\"}\r",
@@ -139,9 +138,7 @@ TEST(JSONRPCConnection, PassesOverWhatIsNoMessageAndGoesOn)
     } cases[] = {
         {"", "skipped a line that is not JSON-RPC (0 bytes)"},
         {"\xFF\xFE", "skipped a line that is not JSON-RPC (2 bytes)"},
-        {"[]", "skipped a line that is not JSON-RPC (2 bytes)"},
         {R"({"id":1,"method":"echo"})", "skipped a line that is not JSON-RPC (24 bytes)"},
-        {R"({"jsonrpc":2,"id":1})", "skipped a line that is not JSON-RPC (20 bytes)"},
         {R"({"jsonrpc":"2.0","id":1,"method":5})", "skipped a line that is not JSON-RPC (35 bytes)"},
         {R"({"jsonrpc":"2.0","id":0,"error":{"code":1.5,"message":""}})",
          "skipped a line that is not JSON-RPC (58 bytes)"},

@@ -31,10 +31,10 @@ TEST(WireRecords, ReadAndWriteWithTheirTolerance)
                 call = again<ToolCall>, callUpdate = again<ToolCallUpdate>, permission = again<RequestPermissionParams>,
                 command = again<AvailableCommand>, option = again<ConfigOption>, options = again<LenientConfigOptions>,
                 outcome = again<RequestPermissionResult>, prompt = again<PromptResult>, update = again<SessionUpdate>,
-                file = again<ReadTextFileParams>, session = again<NewSessionParams>;
+                file = again<ReadTextFileParams>;
     const struct {
         Again again;
-        std::string_view name, text, expected;
+        std::string_view name, text, expected; ///< nothing where the same text comes back
     } cases[] = {
         {initializeResult, "other keys are ignored and null is absent",
          R"({"protocolVersion":1,"agentCapabilities":null,"authMethods":null,"agentInfo":{"name":"x"}})",
@@ -47,21 +47,18 @@ TEST(WireRecords, ReadAndWriteWithTheirTolerance)
         {initializeResult, "a bad method", R"({"protocolVersion":1,"authMethods":[{"id":"a","name":"b"},{"id":"c"}]})",
          "authMethods[1].name is missing"},
 
-        {session, "all of it",
-         R"({"additionalDirectories":["/b"],"cwd":"/a","mcpServers":[{"args":["x"],"command":"c","env":[{"name":"N","value":"V"}],"name":"m"}],"systemPrompt":{"content":[{"text":"t","type":"text"}],"mode":"append"}})",
-         R"({"additionalDirectories":["/b"],"cwd":"/a","mcpServers":[{"args":["x"],"command":"c","env":[{"name":"N","value":"V"}],"name":"m"}],"systemPrompt":{"content":[{"text":"t","type":"text"}],"mode":"append"}})"},
         {info, "a title of null", R"({"sessionId":"s","cwd":"/","title":null,"updatedAt":"soon"})",
          R"({"cwd":"/","sessionId":"s","updatedAt":"soon"})"},
 
         {block, "text", R"({"type":"text","text":"hi","annotations":{}})", R"({"text":"hi","type":"text"})"},
         {block, "link", R"({"type":"resource_link","uri":"u","name":"n","size":1})",
          R"({"name":"n","type":"resource_link","uri":"u"})"},
-        {block, "any other, whole", R"({"data":"AA==","mimeType":"image/png","type":"image"})",
-         R"({"data":"AA==","mimeType":"image/png","type":"image"})"},
+        {block, "any other, whole", R"({"data":"AA==","mimeType":"image/png","type":"image"})", {}},
 
-        {call, "all of it",
+        {call,
+         "all of it",
          R"({"content":[1,{}],"kind":"switch_mode","locations":[{"line":3,"path":"p"},{"path":"q"}],"status":"in_progress","title":"t","toolCallId":"c"})",
-         R"({"content":[1,{}],"kind":"switch_mode","locations":[{"line":3,"path":"p"},{"path":"q"}],"status":"in_progress","title":"t","toolCallId":"c"})"},
+         {}},
         {call, "unknown kind and status", R"({"toolCallId":"c","title":"t","kind":"dance","status":"odd"})",
          R"({"title":"t","toolCallId":"c"})"},
         {call, "kind, status, locations of another type",
@@ -71,16 +68,17 @@ TEST(WireRecords, ReadAndWriteWithTheirTolerance)
         {call, "content that is no list", R"({"toolCallId":"c","title":"t","content":5})", "content is no list"},
         {callUpdate, "no title", R"({"toolCallId":"c","kind":"delete"})", R"({"kind":"delete","toolCallId":"c"})"},
 
-        {permission, "an option of an unknown kind",
+        {permission,
+         "an option of an unknown kind",
          R"({"options":[{"kind":"ask_later","name":"n","optionId":"o"}],"sessionId":"s","toolCall":{"toolCallId":"c"}})",
-         R"({"options":[{"kind":"ask_later","name":"n","optionId":"o"}],"sessionId":"s","toolCall":{"toolCallId":"c"}})"},
+         {}},
         {permission, "a call of an unknown kind",
          R"({"options":[],"sessionId":"s","toolCall":{"toolCallId":"c","kind":"x"}})",
          R"({"options":[],"sessionId":"s","toolCall":{"toolCallId":"c"}})"},
         {outcome, "selected without an option", R"({"outcome":{"outcome":"selected"}})", "outcome.optionId is missing"},
         {outcome, "any other", R"({"outcome":{"outcome":"expired","optionId":1}})",
          R"({"outcome":{"outcome":"cancelled"}})"},
-        {prompt, "a reason beyond those known", R"({"stopReason":"tired"})", R"({"stopReason":"tired"})"},
+        {prompt, "a reason beyond those known", R"({"stopReason":"tired"})", {}},
         {file, "integers", R"({"sessionId":"s","path":"p","line":-9223372036854775808,"limit":2.0})",
          R"({"limit":2,"line":-9.223372036854776e+18,"path":"p","sessionId":"s"})"},
         {file, "beyond 64 bits", R"({"sessionId":"s","path":"p","limit":9223372036854775807})",
@@ -119,13 +117,12 @@ TEST(WireRecords, ReadAndWriteWithTheirTolerance)
         {update, "commands, without the bad one",
          R"({"sessionUpdate":"available_commands_update","availableCommands":[{"name":"a","input":{"hint":"h"}},{"description":"d"}]})",
          R"({"availableCommands":[{"description":"","input":{"hint":"h"},"name":"a"}],"sessionUpdate":"available_commands_update"})"},
-        {update, "an unknown kind, whole", R"({"sessionUpdate":"usage_update","size":10,"used":null})",
-         R"({"sessionUpdate":"usage_update","size":10,"used":null})"},
+        {update, "an unknown kind, whole", R"({"sessionUpdate":"usage_update","size":10,"used":null})", {}},
         {update, "no kind", R"({"content":{}})", "sessionUpdate is missing"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        EXPECT_EQ(c.again(c.text), c.expected);
+        EXPECT_EQ(c.again(c.text), c.expected.empty() ? c.text : c.expected);
     }
 }
 

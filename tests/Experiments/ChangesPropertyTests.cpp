@@ -67,27 +67,11 @@ private:
 
     std::string line()
     {
-        constexpr std::string_view lines[] = {
-            "",
-            " ",
-            "\t",
-            "a",
-            "b",
-            "c",
-            "}",
-            "@@ -1 +1 @@",
-            "@@ -3,2 +4 @@ f",
-            "diff --git a/x b/x",
-            "-- a/x",
-            "++ b/x",
-            "\\ No newline at end of file",
-            "Submodule x 1..2:",
-            "é",
-            "x\r",
-            "\f",
-            "\u00A0",
-            "\u2028"};
-        return std::string(lines[below(std::size(lines))]);
+        static const std::vector<std::string_view> lines = text::split(
+            "| |\t|a|b|c|}|@@ -1 +1 @@|@@ -3,2 +4 @@ f|diff --git a/x b/x|-- a/x|++ b/x|\\ No newline at end of file|"
+            "Submodule x 1..2:|é|x\r|\f|\u00A0|\u2028",
+            '|');
+        return std::string(lines[below(lines.size())]);
     }
 
     std::string someText()

@@ -1,5 +1,6 @@
 #include "Experiments/Lab.h"
 #include "Platform/Files.h"
+#include "Refusal.h"
 #include "Support/Eventually.h"
 #include "Support/TestLab.h"
 
@@ -10,22 +11,9 @@
 namespace veltry {
 namespace {
 
+using test::refusal;
 using test::TestLab;
 using testing::HasSubstr;
-
-/// The text form of the LabError that `work` throws; what else it threw, or that it threw nothing.
-template <typename Work>
-std::string refusal(Work work)
-{
-    try {
-        static_cast<void>(work());
-    } catch (const LabError& error) {
-        return error.description();
-    } catch (const std::exception& error) {
-        return "not a LabError: " + describe(error);
-    }
-    return "nothing was thrown";
-}
 
 TEST(Lab, NamesBranchesAfterTitles)
 {
@@ -74,12 +62,6 @@ TEST(Lab, RefusesANodeThatCannotBe)
         std::string error;
     } cases[] = {
         {"blank title", {" \n", "", {}, "true", {}}, "title_required: Give the experiment a title: the idea it tests."},
-        {"no command",
-         {"A", "", {}, " ", {}},
-         "run_command_required: A baseline names the run command every node under it runs. Pass run_command."},
-        {"unknown parent",
-         {"A", "", "nobody", {}, {}},
-         "experiment_not_found: No experiment nobody in this project. Call experiment_tree for the ids."},
         {"a command of its own",
          {"A", "", parent.id.text(), "python3 train.py ", {}},
          "run_command_inherited: A child runs its parent's command: python3 train.py. Leave run_command out, and "

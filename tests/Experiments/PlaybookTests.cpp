@@ -1,6 +1,5 @@
 #include "Experiments/Playbook.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,18 +7,15 @@
 namespace veltry {
 namespace {
 
-TEST(Playbook, IsFollowedByTheMachine)
-{
-    const Machine machine{.model = "a", .chip = "b", .gpuCores = {}};
-    EXPECT_EQ(Playbook::instructions(machine), std::string(Playbook::instructions()) + "\n\n" + machine.description());
-}
-
-TEST(Playbook, HasAllItsLines)
+TEST(Playbook, IsWholeAndFollowedByTheMachine)
 {
     const std::string_view text = Playbook::instructions();
     EXPECT_EQ(std::ranges::count(text, '\n'), 45);
     EXPECT_TRUE(text.starts_with("Harrowick Veltry keeps this project's experiment tree. Use the `veltry` server's"));
     EXPECT_TRUE(text.ends_with("what it tested, its status, and its headline number."));
+    const Machine here = Machine::current();
+    EXPECT_FALSE(here.model.empty() || here.chip.empty() || here.performanceCores == 0 || here.memory == 0);
+    EXPECT_EQ(Playbook::instructions(here), std::string(text) + "\n\n" + here.description());
 }
 
 TEST(Machine, DescribesItself)
@@ -48,16 +44,6 @@ TEST(Machine, DescribesItself)
         "- CPU: Apple silicon, 0 cores (0 performance, 0 efficiency)\n"
         "- GPU: Apple silicon GPU, Metal; PyTorch calls it the `mps` device. There is no CUDA.\n"
         "- Memory: 15 GB, unified: the CPU and the GPU share it, and so does everything else running on this Mac.");
-}
-
-TEST(Machine, KnowsThisOne)
-{
-    const Machine machine = Machine::current();
-    EXPECT_THAT(machine.model, ::testing::Not(::testing::IsEmpty()));
-    EXPECT_THAT(machine.chip, ::testing::Not(::testing::IsEmpty()));
-    EXPECT_GT(machine.performanceCores, 0);
-    EXPECT_GT(machine.memory, 0U);
-    EXPECT_EQ(machine, Machine::current());
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "Experiments/RunLog.h"
+#include "Experiments/RunLogFollower.h"
 #include "Experiments/RunLogStamp.h"
 #include "Experiments/RunLogStamper.h"
 #include "Platform/Files.h"
@@ -13,31 +14,18 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <atomic>
 #include <fstream>
 #include <limits>
-#include <thread>
 
 namespace veltry {
-
-namespace RunLog {
-
-void PrintTo(const Line& line, std::ostream* out)
-{
-    *out << (line.number ? std::to_string(*line.number) : "-") << ' '
-         << (line.at ? fmt::format("{:.3f}", line.at->secondsSince1970()) : "-") << " \"" << line.text << '"';
-}
-
-} // namespace RunLog
-
 namespace {
 
-using RunLog::LineScanner;
+using RunLog::Follower;
 using RunLog::Stamp;
 using RunLog::Stamper;
 using test::eventually;
-using test::TemporaryFolder;
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 void append(const std::filesystem::path& file, std::string_view bytes)
 {
@@ -52,53 +40,73 @@ std::string records(const std::vector<Stamp>& stamps)
     return text;
 }
 
-std::vector<Stamp> stamps(const std::filesystem::path& sideFile)
+/// "2@3 text" for line 2, seen at second 3, and "-" for what isn't known.
+std::string shown(const RunLog::Line& line)
 {
-    const std::string text = Files::read(sideFile);
-    EXPECT_EQ(text.size() % Stamp::length, 0U);
-    std::vector<Stamp> result;
-    for (std::size_t at = 0; at + Stamp::length <= text.size(); at += Stamp::length)
-        result.push_back(Stamp::parse(text.substr(at, Stamp::length)).value_or(Stamp{}));
-    return result;
+    return fmt::format(
+        "{}@{} {}", line.number ? std::to_string(*line.number) : "-",
+        line.at ? fmt::format("{}", line.at->secondsSince1970()) : "-", line.text);
 }
 
-std::vector<std::uint64_t> offsets(const std::filesystem::path& sideFile)
+/// A line for each.
+std::string shown(const std::vector<RunLog::Line>& lines)
 {
-    std::vector<std::uint64_t> result;
-    for (const Stamp& stamp : stamps(sideFile))
-        result.push_back(stamp.offset);
-    return result;
+    std::string text;
+    for (const RunLog::Line& line : lines)
+        text += shown(line) + '\n';
+    return text;
 }
 
-RunLog::Line line(std::optional<std::int64_t> number, std::optional<double> seconds, std::string text)
+/// With "..." at an end that is none yet.
+std::vector<std::string> shown(const std::vector<Follower::Piece>& pieces)
 {
-    return {.number = number, .at = seconds.transform(Date::sinceUnixEpoch), .text = std::move(text)};
+    std::vector<std::string> texts;
+    for (const Follower::Piece& piece : pieces)
+        texts.push_back((piece.begins ? "" : "...") + shown(piece.line) + (piece.ends ? "" : "..."));
+    return texts;
 }
 
-TEST(RunLog, ARecordHasThirtyBytesAndReadsBackEqual)
-{
-    const struct {
-        Stamp stamp;
-        std::string_view record;
-    } cases[] = {
-        {Stamp::at(0, Date::sinceUnixEpoch(0.001)), "000000000000000 0000000000001\n"},
-        {Stamp::at(0, Date::sinceUnixEpoch(1767225600.0625)), "000000000000000 1767225600063\n"},
-        {{.offset = 999'999'999'999'999, .milliseconds = 9'999'999'999'999}, "999999999999999 9999999999999\n"},
-        {Stamp::at(7, Date::sinceUnixEpoch(-1)), "000000000000007 -000000001000\n"},
-        {Stamp::at(7, Date::sinceUnixEpoch(-std::numeric_limits<double>::infinity())),
-         "000000000000007 -999999999999\n"},
-    };
-
-    for (const auto& c : cases) {
-        EXPECT_EQ(records({c.stamp}), c.record);
-        const std::optional<Stamp> parsed = Stamp::parse(c.record);
-        ASSERT_TRUE(parsed) << c.record;
-        EXPECT_EQ(records({*parsed}), c.record);
+class RunLogTest : public testing::Test {
+protected:
+    /// What the side file holds.
+    [[nodiscard]] std::vector<Stamp> stamps() const
+    {
+        const std::string text = Files::read(times);
+        EXPECT_EQ(text.size() % Stamp::length, 0U);
+        std::vector<Stamp> result;
+        for (std::size_t at = 0; at + Stamp::length <= text.size(); at += Stamp::length)
+            result.push_back(Stamp::parse(text.substr(at, Stamp::length)).value_or(Stamp{}));
+        return result;
     }
-}
 
-TEST(RunLog, OnlyTwoDecimalNumbersMakeARecord)
+    [[nodiscard]] std::vector<std::uint64_t> offsets() const
+    {
+        std::vector<std::uint64_t> result;
+        for (const Stamp& stamp : stamps())
+            result.push_back(stamp.offset);
+        return result;
+    }
+
+    /// Stamps the next lines as a stamper does, each at the second that its offset says.
+    void stamp(std::initializer_list<std::uint64_t> next) const
+    {
+        for (const std::uint64_t offset : next)
+            append(times, records({Stamp::at(offset, Date::sinceUnixEpoch(static_cast<double>(offset)))}));
+    }
+
+    test::TemporaryFolder folder;
+    const std::filesystem::path log = folder / "log";
+    const std::filesystem::path times = RunLog::times(log);
+};
+
+TEST(RunLog, ARecordHasThirtyBytes)
 {
+    EXPECT_EQ(records({Stamp::at(0, Date::sinceUnixEpoch(1767225600.0625))}), "000000000000000 1767225600063\n");
+    EXPECT_EQ(records({{999'999'999'999'999, 9'999'999'999'999}}), "999999999999999 9999999999999\n");
+    EXPECT_EQ(
+        records({Stamp::at(7, Date::sinceUnixEpoch(-std::numeric_limits<double>::infinity()))}),
+        "000000000000007 -999999999999\n");
+
     EXPECT_EQ(Stamp::parse("  3   -4\n"), (Stamp{.offset = 3, .milliseconds = -4}));
     for (const std::string_view text :
          {"", "000000000000003\n", "3 4 5\n", "-3 4\n", "0x3 4\n", "3 4.5\n", "18446744073709551616 4\n", "3\t4\n",
@@ -106,188 +114,118 @@ TEST(RunLog, OnlyTwoDecimalNumbersMakeARecord)
         EXPECT_EQ(Stamp::parse(text), std::nullopt) << text;
 }
 
-TEST(RunLog, LinesBeginAtTheSamePlacesHoweverTheLogIsCut)
+TEST_F(RunLogTest, StampWholeReplacesTheSideFile)
 {
-    const std::string log = "one\n\n\nfour\r\nfive\n\nseven";
-    const std::vector<std::uint64_t> starts{0, 4, 5, 6, 12, 17, 18};
-    for (std::size_t cut = 0; cut <= log.size(); ++cut) {
-        for (std::size_t second = cut; second <= log.size(); ++second) {
-            std::vector<std::uint64_t> found;
-            LineScanner scanner;
-            const std::string_view all = log;
-            for (const std::string_view piece : {all.substr(0, cut), all.substr(cut, second - cut), all.substr(second)})
-                scanner.scan(piece, [&](std::uint64_t offset) { found.push_back(offset); });
-            ASSERT_EQ(found, starts) << "cut at " << cut << " and " << second;
-        }
-    }
-}
-
-TEST(RunLog, StampWholeReplacesTheSideFile)
-{
-    const TemporaryFolder folder;
-    const std::filesystem::path log = folder / "log";
     append(log, "a\nbc\n\nlast");
-    append(RunLog::times(log), std::string(1000, 'x'));
+    append(times, std::string(1000, 'x'));
     RunLog::stampWhole(log, Date::sinceUnixEpoch(100), 0.5);
-    EXPECT_EQ(stamps(RunLog::times(log)), (std::vector<Stamp>{{0, 100'000}, {2, 100'500}, {5, 101'000}, {6, 101'500}}));
-    EXPECT_EQ(RunLog::tail(log, 1), std::vector{line(4, 101.5, "last")});
+    EXPECT_EQ(stamps(), (std::vector<Stamp>{{0, 100'000}, {2, 100'500}, {5, 101'000}, {6, 101'500}}));
+    EXPECT_EQ(shown(RunLog::tail(log, 1)), "4@101.5 last\n");
 
     std::filesystem::resize_file(log, 0);
     RunLog::stampWhole(log, Date::sinceUnixEpoch(100), 0.5);
-    EXPECT_EQ(Files::read(RunLog::times(log)), "");
+    EXPECT_EQ(Files::read(times), "");
     EXPECT_THROW(RunLog::stampWhole(folder / "missing", {}, 1), SystemError);
     EXPECT_FALSE(Files::exists(folder / "missing.times"));
 }
 
-TEST(RunLog, TheStamperFollowsAGrowingLog)
+TEST_F(RunLogTest, TheStamperFollowsAGrowingLog)
 {
-    const TemporaryFolder folder;
-    const std::filesystem::path log = folder / "log";
     append(log, "before\n");
     Stamper stamper(log);
     stamper.start();
-    EXPECT_THAT(offsets(RunLog::times(log)), ElementsAre(0)) << "stamped before start() returns";
+    EXPECT_THAT(offsets(), ElementsAre(0)) << "stamped before start() returns";
 
     append(log, "abc");
-    ASSERT_TRUE(eventually([&] { return offsets(RunLog::times(log)).size() == 2; }));
-    const Stamp unfinished = stamps(RunLog::times(log)).back();
+    ASSERT_TRUE(eventually([&] { return offsets().size() == 2; }));
+    const Stamp unfinished = stamps().back();
     append(log, "def\n");
     append(log, "\n");
-    ASSERT_TRUE(eventually([&] { return offsets(RunLog::times(log)).size() == 3; }));
+    ASSERT_TRUE(eventually([&] { return offsets().size() == 3; }));
     append(log, "last");
     stamper.stop();
     stamper.stop();
-    EXPECT_THAT(offsets(RunLog::times(log)), ElementsAre(0, 7, 14, 15));
-    EXPECT_EQ(stamps(RunLog::times(log))[1], unfinished) << "its time is that of its first byte";
+    EXPECT_THAT(offsets(), ElementsAre(0, 7, 14, 15));
+    EXPECT_EQ(stamps()[1], unfinished) << "its time is that of its first byte";
     append(log, "\nafter\n");
-    const double seen = static_cast<double>(stamps(RunLog::times(log)).back().milliseconds) / 1000;
-    EXPECT_EQ(RunLog::tail(log, 2), (std::vector{line(4, seen, "last"), line(5, {}, "after")}));
+    const double seen = static_cast<double>(stamps().back().milliseconds) / 1000;
+    EXPECT_EQ(shown(RunLog::tail(log, 2)), fmt::format("4@{} last\n5@- after\n", seen));
 }
 
-TEST(RunLog, AStamperThatCantStartLeavesNothingToStop)
+TEST_F(RunLogTest, AStamperThatCantStartLeavesNothingToStop)
 {
-    const TemporaryFolder folder;
     Stamper missing(folder / "no folder/log");
     EXPECT_THROW(missing.start(), SystemError);
     missing.stop();
-    Files::createFolders(folder / "log.times");
-    Stamper blocked(folder / "log");
+    Files::createFolders(times);
+    Stamper blocked(log);
     EXPECT_THROW(blocked.start(), SystemError);
     Stamper unused(folder / "other");
     unused.stop();
     EXPECT_FALSE(Files::exists(folder / "other"));
 }
 
-TEST(RunLog, ALogThatWasCutIsStampedOnceItHasGrownPastItsOldEnd)
+TEST_F(RunLogTest, ALogThatWasCutIsStampedOnceItHasGrownPastItsOldEnd)
 {
-    const TemporaryFolder folder;
-    const std::filesystem::path log = folder / "log";
     append(log, "one\ntwo\n");
     Stamper stamper(log);
     stamper.start();
     std::filesystem::resize_file(log, 0);
     append(log, "three\nfour");
     stamper.stop();
-    EXPECT_THAT(offsets(RunLog::times(log)), ElementsAre(0, 4, 8));
+    EXPECT_THAT(offsets(), ElementsAre(0, 4, 8));
 }
 
-TEST(RunLog, StopEndsThoughTheLogGrowsForEver)
+TEST_F(RunLogTest, TailGivesTheLastLinesWithWhatTheSideFileSaysOfThem)
 {
-    const TemporaryFolder folder;
-    const std::filesystem::path log = folder / "log";
-    append(log, "");
-    std::atomic<bool> done = false;
-    std::thread writer([&] {
-        const FileDescriptor file = Files::open(log, O_WRONLY | O_APPEND);
-        std::string bytes;
-        for (int count = 0; count < 1000; ++count)
-            bytes += std::string(99, 'x') + '\n';
-        while (!done && Files::size(file) < 100'000'000)
-            Files::writeAll(file, bytes, "the log");
-    });
-    Stamper stamper(log);
-    stamper.start();
-    EXPECT_TRUE(eventually([&] { return Files::size(Files::open(RunLog::times(log), O_RDONLY)) > 0; }));
-    stamper.stop();
-    done = true;
-    writer.join();
-    const std::vector<std::uint64_t> found = offsets(RunLog::times(log));
-    for (std::size_t index = 0; index < found.size(); ++index)
-        ASSERT_EQ(found[index], index * 100);
-}
-
-TEST(RunLog, TailGivesTheLastLinesWithWhatTheSideFileSaysOfThem)
-{
-    const std::vector<Stamp> three{{0, 1000}, {2, 2000}, {4, 3000}};
+    const std::string one = records({{0, 1000}});
+    const std::string two = records({{2, 2000}});
+    const std::string three = records({{4, 3000}});
+    const std::string all = one + two + three;
     const std::string damaged = "0000000000000zz 0000000002000\n";
 
     const struct {
-        std::string_view name;
-        std::string log;
+        std::string_view log;
         std::optional<std::string> sideFile;
         std::int64_t count;
-        std::vector<RunLog::Line> lines;
+        std::string lines;
     } cases[] = {
-        {"the last two", "a\nb\nc\n", records(three), 2, {line(2, 2, "b"), line(3, 3, "c")}},
-        {"no last line feed", "a\nb\nc", records(three), 1, {line(3, 3, "c")}},
-        {"more than there are", "a\nb", records(three), 100, {line(1, 1, "a"), line(2, 2, "b")}},
-        {"more than can be counted",
-         "a\nb",
-         records(three),
-         std::numeric_limits<std::int64_t>::max(),
-         {line(1, 1, "a"), line(2, 2, "b")}},
-        {"none asked for", "a\nb\n", records(three), 0, {}},
-        {"fewer than none", "a\nb\n", records(three), std::numeric_limits<std::int64_t>::min(), {}},
-        {"an empty log", "", records(three), 5, {}},
-        {"empty lines", "\n\n", records({{0, 1000}, {1, 2000}}), 5, {line(1, 1, ""), line(2, 2, "")}},
-        {"not stamped yet",
-         "a\nb\nc\nd\n",
-         records({{0, 1000}, {2, 2000}}),
-         3,
-         {line(2, 2, "b"), line(3, {}, "c"), line(4, {}, "d")}},
-        {"no side file", "a\nb\n", std::nullopt, 2, {line({}, {}, "a"), line({}, {}, "b")}},
-        {"half a record alone", "a\n", "000000000000000 000000", 2, {line({}, {}, "a")}},
-        {"half a record at the end",
-         "a\nb\n",
-         records({{0, 1000}}) + "000000000000002 00000",
-         2,
-         {line(1, 1, "a"), line(2, {}, "b")}},
-        {"a damaged record counts",
-         "a\nb\nc\n",
-         records({three[0]}) + damaged + records({three[2]}),
-         3,
-         {line(1, 1, "a"), line(2, {}, "b"), line(3, 3, "c")}},
-        {"a lost record",
-         "a\nb\nc\n",
-         records({three[0], three[2]}),
-         3,
-         {line(1, 1, "a"), line(2, {}, "b"), line(2, 3, "c")}},
-        {"foreign bytes", "\xFF\xC3(\n", records({{0, 1000}}), 1, {line(1, 1, "\uFFFD\uFFFD(")}},
+        {"a\nb\nc\n", all, 2, "2@2 b\n3@3 c\n"},
+        {"a\nb\nc", all, 1, "3@3 c\n"},
+        {"a\nb", all, std::numeric_limits<std::int64_t>::max(), "1@1 a\n2@2 b\n"},
+        {"a\nb\n", all, 0, ""},
+        {"a\nb\n", all, std::numeric_limits<std::int64_t>::min(), ""},
+        {"", all, 5, ""},
+        {"\n\n", one + records({{1, 2000}}), 5, "1@1 \n2@2 \n"},
+        {"a\nb\nc\nd\n", one + two, 3, "2@2 b\n3@- c\n4@- d\n"},
+        {"a\nb\n", std::nullopt, 2, "-@- a\n-@- b\n"},
+        {"a\n", "000000000000000 000000", 2, "-@- a\n"},
+        {"a\nb\n", one + "000000000000002 00000", 2, "1@1 a\n2@- b\n"},
+        {"a\nb\nc\n", one + damaged + three, 3, "1@1 a\n2@- b\n3@3 c\n"}, // a damaged record counts
+        {"a\nb\nc\n", one + three, 3, "1@1 a\n2@- b\n2@3 c\n"},           // a lost one doesn't
+        {"\xFF\xC3(\n", one, 1, "1@1 \uFFFD\uFFFD(\n"},
     };
 
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const TemporaryFolder folder;
-        append(folder / "log", c.log);
+        SCOPED_TRACE(testing::PrintToString(c.log) + " beside " + c.sideFile.value_or("nothing"));
+        Files::writeAtomically(log, c.log);
+        Files::remove(times);
         if (c.sideFile)
-            append(folder / "log.times", *c.sideFile);
-        EXPECT_EQ(RunLog::tail(folder / "log", c.count), c.lines);
+            append(times, *c.sideFile);
+        EXPECT_EQ(shown(RunLog::tail(log, c.count)), c.lines);
     }
 }
 
-TEST(RunLog, TailGivesNothingWhereThereIsNoPlainLog)
+TEST_F(RunLogTest, TailGivesNothingWhereThereIsNoPlainLog)
 {
-    const TemporaryFolder folder;
-    EXPECT_EQ(RunLog::tail(folder / "missing", 5), std::vector<RunLog::Line>{});
-    EXPECT_EQ(RunLog::tail(folder.path(), 5), std::vector<RunLog::Line>{});
-    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
-    EXPECT_EQ(RunLog::tail(folder / "pipe", 5), std::vector<RunLog::Line>{}) << "and it doesn't wait for a writer";
+    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0); // which has no writer to wait for
+    for (const char* name : {"missing", ".", "pipe"})
+        EXPECT_THAT(RunLog::tail(folder / name, 5), IsEmpty()) << name;
 }
 
-TEST(RunLog, TailDropsThePieceBeforeTheFirstLineFeedOfItsSpan)
+TEST_F(RunLogTest, TailDropsThePieceBeforeTheFirstLineFeedOfItsSpan)
 {
     // One line is asked for, so that the span has 4,496 bytes.
-    const TemporaryFolder folder;
     append(folder / "whole", std::string(4494, 'x') + "\n");
     EXPECT_EQ(RunLog::tail(folder / "whole", 1).size(), 1U);
     append(folder / "chance", "first\n" + std::string(4495, 'x') + "\n");
@@ -306,10 +244,8 @@ std::uint64_t bytesRead()
     return count;
 }
 
-TEST(RunLog, TailReadsAsMuchOfALongLogAsOfAShortOne)
+TEST_F(RunLogTest, TailReadsAsMuchOfALongLogAsOfAShortOne)
 {
-    const TemporaryFolder folder;
-    const std::filesystem::path log = folder / "log";
     constexpr std::uint64_t size = 10'000'000'000;
     append(log, "");
     std::filesystem::resize_file(log, size); // sparse: all but its end costs no disk
@@ -317,16 +253,70 @@ TEST(RunLog, TailReadsAsMuchOfALongLogAsOfAShortOne)
     for (std::uint64_t index = 0; index < 100'000; ++index)
         Stamp{.offset = index * 100'000 + (index > 0 ? 1 : 0), .milliseconds = 5000}.appendTo(sideFile);
     append(log, "\n");
-    for (int index = 0; index < 20; ++index) {
-        Stamp{.offset = size + 1 + static_cast<std::uint64_t>(index) * 2, .milliseconds = 7000}.appendTo(sideFile);
+    for (std::uint64_t index = 0; index < 20; ++index) {
+        Stamp{.offset = size + 1 + index * 2, .milliseconds = 7000}.appendTo(sideFile);
         append(log, "y\n");
     }
-    append(RunLog::times(log), sideFile);
+    append(times, sideFile);
     const std::uint64_t before = bytesRead();
     const std::vector<RunLog::Line> lines = RunLog::tail(log, 3);
     const std::uint64_t read = bytesRead() - before;
-    EXPECT_EQ(lines, (std::vector{line(100'018, 7, "y"), line(100'019, 7, "y"), line(100'020, 7, "y")}));
+    EXPECT_EQ(shown(lines), "100018@7 y\n100019@7 y\n100020@7 y\n");
     EXPECT_LT(read, 8000U);
+}
+
+TEST_F(RunLogTest, AFollowerGivesEachLineOnceItIsWhole)
+{
+    Follower follower(log, 10);
+    EXPECT_THAT(follower.next(), IsEmpty()); // no log yet
+    append(log, "a\nb");
+    EXPECT_THAT(shown(follower.next()), ElementsAre("1@- a")); // no stamps yet
+    stamp({0, 2});
+    EXPECT_THAT(follower.next(), IsEmpty());
+    append(log, "b\n\nd\n");
+    stamp({5, 6});
+    EXPECT_THAT(shown(follower.next()), ElementsAre("2@2 bb", "3@5 ", "4@6 d"));
+    append(log, "unstamped\nend");
+    EXPECT_THAT(shown(follower.next()), ElementsAre("5@- unstamped"));
+    follower.finish();
+    append(log, " and more");
+    EXPECT_THAT(shown(follower.next()), ElementsAre("6@- end"));
+    EXPECT_THAT(follower.next(), IsEmpty());
+}
+
+TEST_F(RunLogTest, AFollowerBeginsWithTheLastLines)
+{
+    append(log, "a\nb\nc\n");
+    stamp({0, 2, 4});
+    EXPECT_THAT(Follower(log, 0).next(), IsEmpty());
+    EXPECT_THAT(shown(Follower(log, 2).next()), ElementsAre("2@2 b", "3@4 c"));
+    EXPECT_THAT(shown(Follower(log, 9).next()), ElementsAre("1@0 a", "2@2 b", "3@4 c"));
+    append(log, "d");
+    Follower follower(log, 2);
+    EXPECT_THAT(shown(follower.next()), ElementsAre("3@4 c"));
+    append(log, "\n");
+    EXPECT_THAT(shown(follower.next()), ElementsAre("4@- d"));
+}
+
+TEST_F(RunLogTest, AFollowerGivesLongLinesInParts)
+{
+    std::string line = "x"; // so that no part could end between the two bytes of a character
+    while (line.size() < 3 * Follower::pieceBytes)
+        line += "ü";
+    append(log, "a\n" + line + "\n" + line + "\nz\n");
+    stamp({0, 2});
+    Follower follower(log, 3);
+    std::string joined;
+    std::size_t parts = 0;
+    for (auto pieces = follower.next(); !pieces.empty(); pieces = follower.next())
+        for (const Follower::Piece& piece : pieces) {
+            joined += piece.line.text + (piece.ends ? "\n" : "");
+            EXPECT_LE(piece.line.text.size(), 2 * Follower::pieceBytes);
+            EXPECT_EQ(piece.line.number, piece.line.text == "z" ? 4 : joined.size() <= line.size() + 1 ? 2 : 3);
+            ++parts;
+        }
+    EXPECT_EQ(joined, line + "\n" + line + "\nz\n");
+    EXPECT_GT(parts, 5u);
 }
 
 } // namespace

@@ -42,21 +42,13 @@ TEST(RunWatch, TellsEachRunOfItsFirstLookOnceWhenItHasEnded)
     test.backdate(ids[1], 11); // its supervisor never came
     EXPECT_THAT(numbers(watch.finishedSince()), ElementsAre(3));
     EXPECT_EQ(watch.waiting(), 1u);
-}
 
-TEST(RunWatch, ClosesLaterRunsWhoseSupervisorIsGoneAsWell)
-{
-    const TestLab test;
-    const Experiment node = test.baseline("true");
-    const UUID first = UUID::random();
     const UUID second = UUID::random();
-    test.store->insertRun(first, node, "commit", test.runs() / "none");
-    RunWatch watch(test.lab);
     test.store->insertRun(second, node, "commit", test.runs() / "none");
     EXPECT_THAT(watch.finishedSince(), IsEmpty());
     test.backdate(second, 11);
     EXPECT_THAT(watch.finishedSince(), IsEmpty()) << "it wasn't there at the first look";
-    EXPECT_EQ(test.store->run(second)->status, Run::Status::failed);
+    EXPECT_EQ(test.store->run(second)->status, Run::Status::failed) << "but is closed as well";
 }
 
 } // namespace

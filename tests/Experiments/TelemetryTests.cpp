@@ -1,3 +1,4 @@
+#include "Base/Text.h"
 #include "Experiments/Telemetry.h"
 #include "Platform/Files.h"
 #include "Support/PlainTelemetry.h"
@@ -72,26 +73,18 @@ TEST(Telemetry, ReadsOrRefusesALine)
         {"flattened", R"({"a":{"b":{"c":1}},"d":2})", {{"a.b.c", 1}, {"d", 2}}, {}},
         {"no number", R"({"a":1,"b":"x","c":[1,{"d":2}],"e":true,"f":null,"g":1e400})", {{"a", 1}}, {}},
         {"twice", R"({"a":{"b":1,"b":2},"c":3,"a":{"b":4,"d":5}})", {{"a.b", 1}, {"c", 3}, {"a.d", 5}}, {}},
-        {"escaped", R"({"\u0061\_":1,"\/":2,"\n":3,"\ud83d":4})", {{"a_", 1}}, {{Drop::badKey, 3}}},
+        {"escaped", R"({"\u0061\_-9":1,"\/":2,"\n":3,"\ud83d":4})", {{"a_-9", 1}}, {{Drop::badKey, 3}}},
         {"bad key", R"({"a.b":1,"c":2,"é":"x"})", {{"c", 2}}, {{Drop::badKey, 1}}},
         {"all under a bad key", R"({"a b":{"c":1,"d e":2},"f":1})", {{"f", 1}}, {{Drop::badKey, 1}}},
-        {"nothing but bad keys", R"({"a.b":1,"":2})", {}, {{Drop::badKey, 1}}},
-        {"text under a bad key", R"({"a b":"x"})", {}, {{Drop::noNumbers, 1}}},
-        {"no entries", "{}", {}, {{Drop::noNumbers, 1}}},
         {"too large", R"({"a":1e400,"b":-1e400})", {}, {{Drop::noNumbers, 1}}},
-        {"array", "[1,2]", {}, {{Drop::notObject, 1}}},
         {"NaN", "NaN", {}, {{Drop::notObject, 1}}},
         {"negative infinity", R"({"a":-Infinity,"b":Infinity,"c":1})", {{"c", 1}}, {}},
-        {"bare key", "{a:1}", {}, {{Drop::notJSON, 1}}},
-        {"last comma", R"({"a":1,})", {}, {{Drop::notJSON, 1}}},
         {"two values", R"({"a":1}{"a":2})", {}, {{Drop::notJSON, 1}}},
-        {"cut", R"({"a b":1,"c":)", {}, {{Drop::notJSON, 1}}},
         {"cut in an escape", "{\"a\\", {}, {{Drop::notJSON, 1}}},
         {"cut in a code", R"({"a\u00g0":1})", {}, {{Drop::notJSON, 1}}},
         {"control character", "{\"a\x01\":1}", {}, {{Drop::notJSON, 1}}},
         {"no UTF-8", "{\"\xFF\":\"\xFF\",\"a\":1}", {{"a", 1}}, {}},
         {"white", "\t{ \"a\" :\t1 , \"b\" : { \"c\" : 2 } } \r", {{"a", 1}, {"b.c", 2}}, {}},
-        {"blank", " \t\r", {}, {}},
         {"deepest", deepest, {{nested(62, "a.", "a", ""), 1}}, {}},
         {"too deep", R"({"a":)" + deepest + "}", {}, {{Drop::notJSON, 1}}},
         {"arrays too deep", R"({"a":)" + nested(63, "[", "", "]") + "}", {}, {{Drop::notJSON, 1}}},
@@ -130,8 +123,6 @@ TEST(Telemetry, KeepsItsLimits)
     EXPECT_EQ(taken(lineOf(64)).keys().size(), 64U);
     EXPECT_EQ(taken(lineOf(65) + "\n{\"a b\":1,\"c\":1}").keys(), std::vector<std::string>{"c"});
     EXPECT_EQ(taken(lineOf(65)).dropped(), (Telemetry::Drops{{Drop::tooManyKeys, 1}}));
-    const std::string repeated = lineOf(64).substr(0, lineOf(64).size() - 1) + R"(,"k0":2,"k63":2})";
-    EXPECT_EQ(taken(repeated).point(1).value().values.at("k63"), 1);
 
     std::string many;
     for (int first = 0; first < 256; first += 64)
@@ -243,36 +234,14 @@ std::string randomTelemetry(std::mt19937& random, std::size_t pieces)
     const std::vector<std::string> good = {
         "{\"step\": 1, \"loss\": 0.25}\n", "{\"train\": {\"loss\": 1e-3}, \"lr\": 0.30000000000000004}\n", "\n",
         "{\"eval\": {\"a\": 1, \"b\": 2}, \"step\": 2}\n", "{\"loss\": 7, \"step\": 3}\n"};
-    const std::vector<std::string> parts = {
-        "{",
-        "}",
-        "[",
-        "]",
-        ",",
-        ":",
-        "\"",
-        "\\",
-        "\\u0061",
-        "\"a\":1",
-        "\"b\":{\"c\":",
-        "\"a.b\":",
-        "NaN",
-        "-Infinity",
-        "1e999",
-        "null",
-        "\"a\"",
-        "2.50",
-        "12345678901234567890",
-        " ",
-        "\t",
-        "\r",
-        "\n",
-        "\xFF",
-        std::string(1, '\0'),
-        std::string(5000, ' '),
-        std::string(4100, 'x'),
-        lineOf(70),
-        "{\"z\":1,\"z\":{\"z\":2}}"};
+    std::vector<std::string> parts = {
+        " ",       "\t", "\r", "\n", "\xFF", std::string(1, '\0'), std::string(5000, ' '), std::string(4100, 'x'),
+        lineOf(70)};
+    for (const std::string_view part : text::split(
+             R"({ } [ ] , : " \ \u0061 "a" "a":1 "b":{"c": "a.b": NaN -Infinity null 1e999 2.50 12345678901234567890)"
+             R"( {"z":1,"z":{"z":2}})",
+             ' '))
+        parts.emplace_back(part);
     std::string text;
     while (pieces-- > 0)
         if (random() % 4 == 0)
