@@ -5,12 +5,16 @@
 
 #include <asio/detached.hpp>
 #include <asio/post.hpp>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
 
 namespace veltry {
 namespace {
+
+using testing::AnyOf;
+using testing::Each;
 
 using AgentProcessStress = test::ScriptedProcesses;
 
@@ -49,8 +53,8 @@ asio::awaitable<void> cancel(std::shared_ptr<ACPClient> client)
     co_await client->cancel(std::move(session));
 }
 
-/// One failure or another comes of every conversation in the end.
-asio::awaitable<void> converse(std::shared_ptr<ACPClient> client, std::size_t size, int& failures)
+/// Prompts until it fails, and adds what it failed with.
+asio::awaitable<void> converse(std::shared_ptr<ACPClient> client, std::size_t size, std::vector<std::string>& failures)
 {
     try {
         for (;;) {
@@ -58,8 +62,8 @@ asio::awaitable<void> converse(std::shared_ptr<ACPClient> client, std::size_t si
             std::string text(size, 'x');
             co_await client->prompt(std::move(session), std::move(text));
         }
-    } catch (const Error&) {
-        ++failures;
+    } catch (const Error& error) {
+        failures.push_back(error.description());
     }
 }
 
@@ -77,12 +81,15 @@ TEST_F(AgentProcessStress, AgentsThatDieAmidEverythingLeaveNothing)
             echo '{"jsonrpc":"2.0","id":'$((left % 5))',"result":{"stopReason":"end_turn"}}'
         done
         printf '{"jsonrpc":'; %END%)";
-    constexpr std::array ends{"exit 7", "kill -9 $$", "sleep 300"}; // the last is terminated
+    constexpr std::array<std::pair<const char*, int>, 3> ends{
+        {{"exit 7", 7}, {"kill -9 $$", 128 + SIGKILL}, {"sleep 300", 128 + SIGTERM}}};
     for (int round = 0; round < test::stressed(1000); ++round) {
         SCOPED_TRACE(round);
         const int lines = round % 11;
+        const auto [end, status] = ends.at(static_cast<std::size_t>(round) % ends.size());
+        const std::string exited = fmt::format("the agent exited with status {}", status);
         std::string life = text::replacingAll(script, "%LINES%", std::to_string(lines));
-        life = text::replacingAll(life, "%END%", ends.at(static_cast<std::size_t>(round) % ends.size()));
+        life = text::replacingAll(life, "%END%", end);
         std::weak_ptr<ACPClient> watched;
         runLeavingNothing([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
             const Harness harness{.name = "A script", .executable = "/bin/sh", .arguments = {"-c", life}};
@@ -90,19 +97,20 @@ TEST_F(AgentProcessStress, AgentsThatDieAmidEverythingLeaveNothing)
             const auto delegate = std::make_shared<QuickDelegate>(executor);
             const auto client = ACPClient::make(executor, agent, delegate, false);
             watched = client;
-            int failures = 0;
+            std::vector<std::string> failures;
             asio::co_spawn(executor, initialize(client), asio::detached);
             for (const std::size_t size : {1u, 10u, 100'000u, 10u})
                 asio::co_spawn(executor, converse(client, size, failures), asio::detached);
             asio::co_spawn(executor, cancel(client), asio::detached);
-            if (round % 3 == 2) {
+            if (status == 128 + SIGTERM) {
                 const std::function<bool()> isAlong = [&] { return delegate->received >= std::min(lines, 5); };
                 co_await test::eventuallyOnExecutor(isAlong);
                 agent->terminate();
             }
-            const std::function<bool()> allFailed = [&] { return failures == 4; };
+            const std::function<bool()> allFailed = [&] { return failures.size() == 4; };
             const bool all = co_await test::eventuallyOnExecutor(allFailed);
-            EXPECT_TRUE(all) << failures;
+            EXPECT_TRUE(all);
+            EXPECT_THAT(failures, Each(AnyOf(exited, "could not write to the peer: Broken pipe")));
         });
         ASSERT_FALSE(HasFailure());
         EXPECT_TRUE(watched.expired());

@@ -298,6 +298,8 @@ TEST(JSONRPCConnection, SmallAndLargeLinesOverAPipeKeepTheirOrder)
             connection->notify("n", JSONValue::array({number, std::string(size, 'x')}));
             if (number % 50 > 25) // the queue runs empty now and then
                 co_await connection->flush();
+            else if (size > 1) // and what comes next meets a line that a thread is writing
+                co_await asio::post(executor, asio::use_awaitable);
         }
         co_await connection->flush();
         reader.join();
