@@ -31,7 +31,7 @@ struct Peer {
 
     /// Answers "echo" with its params, "fail" with an error, "break" with something that isn't one, and "nan" with what
     /// JSON has no form for; collects notifications.
-    void start(JSONRPCConnection::OnEnd onEnd = {})
+    void start()
     {
         const auto notified = [this](std::string method, JSONValue params) -> asio::awaitable<void> {
             notifications.push_back(method + " " + params.text());
@@ -48,7 +48,7 @@ struct Peer {
                 co_return params;
             throw JSONRPCError::methodNotFound(method);
         };
-        connection->start(notified, answer, std::move(onEnd));
+        connection->start(notified, answer);
     }
 
     asio::awaitable<void> send(std::string_view line) { return far->send(std::string(line)); }
@@ -209,13 +209,6 @@ TEST(JSONRPCConnection, AResultThatJSONCannotHoldIsLoggedAndNotAnswered)
         co_await peer.send(R"({"jsonrpc":"2.0","id":2,"method":"echo"})");
         const std::string answer = co_await peer.receive();
         EXPECT_EQ(answer, R"({"id":2,"jsonrpc":"2.0","result":null})");
-        // A request of that kind throws, sends nothing, and its id isn't used again.
-        const double nan = std::numeric_limits<double>::quiet_NaN();
-        const std::string refused = co_await peer.outcome(nan);
-        EXPECT_EQ(refused, "threw JSON has no form for a number that isn't finite");
-        peer.ask(1);
-        const std::string line = co_await peer.receive();
-        EXPECT_EQ(line, R"({"id":1,"jsonrpc":"2.0","method":"ask","params":1})");
     });
     EXPECT_THAT(log.lines, ElementsAre("could not answer nan: JSON has no form for a number that isn't finite"));
 }
@@ -231,27 +224,6 @@ TEST(JSONRPCConnection, TheEndOfInputFailsWhatWaitsAndWhatComesAfter)
         EXPECT_EQ(last, "threw the connection is closed");
         EXPECT_EQ(peer.outcomes, std::vector<std::string>(3, "threw the connection is closed"));
         EXPECT_THROW(peer.connection->notify("late", nullptr), ConnectionError);
-    });
-}
-
-TEST(JSONRPCConnection, WithOnEndTheEndOfInputIsItsDecision)
-{
-    runOnExecutor([](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-        Peer peer(executor);
-        peer.start([&peer]() -> asio::awaitable<void> {
-            EXPECT_FALSE(peer.connection->isOpen());
-            peer.connection->fail(ConnectionError::agentExited(3));
-            peer.connection->fail(ConnectionError::closed()); // the first one counts
-            co_return;
-        });
-        peer.ask(0);
-        co_await peer.receive();
-        co_await peer.far->close();
-        while (peer.outcomes.empty())
-            co_await asio::post(executor, asio::use_awaitable);
-        const std::string later = co_await peer.outcome(1);
-        EXPECT_EQ(later, "threw the agent exited with status 3");
-        EXPECT_THAT(peer.outcomes, ElementsAre(later));
     });
 }
 

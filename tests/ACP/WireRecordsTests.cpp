@@ -178,33 +178,22 @@ TEST(WireRecords, AnAgentIsAskedWhatItCanDo)
 
 TEST(WireRecords, ASessionKnowsWhenItChanged)
 {
-    const struct {
-        std::string_view text;
-        std::optional<double> since1970;
-    } cases[] = {
+    const auto updated = [](std::optional<std::string> text) {
+        return SessionInfo{.sessionId = "s", .cwd = "/", .title = {}, .updatedAt = std::move(text)}.updated();
+    };
+    const std::pair<const char*, double> moments[] = {
         {"1970-01-02T00:00:01Z", 86401},
         {"2026-03-01T12:00:00.250Z", 1772366400.25},
         {"2026-03-01T13:30:00.25+0130", 1772366400.25},
         {"2026-03-01T11:00:00-01:00", 1772366400},
-        {"2026-02-29T12:00:00Z", {}},
-        {"2026-03-01T24:00:00Z", {}},
-        {"2026-03-01T12:00:00", {}},
-        {"2026-03-01T12:00:00.Z", {}},
-        {"2026-03-01T12:00:00Z ", {}},
-        {"2026-03-01 12:00:00Z", {}},
-        {"yesterday", {}},
-        {"", {}},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
-        const SessionInfo info{.sessionId = "s", .cwd = "/", .title = {}, .updatedAt = std::string(c.text)};
-        const std::optional<Date> updated = info.updated();
-        ASSERT_EQ(updated.has_value(), c.since1970.has_value());
-        if (updated) {
-            EXPECT_NEAR(updated->secondsSince1970(), *c.since1970, 1e-6);
-        }
-    }
-    EXPECT_FALSE(SessionInfo{}.updated());
+    for (const auto& [text, since1970] : moments)
+        EXPECT_NEAR(updated(text).value().secondsSince1970(), since1970, 1e-6) << text;
+    for (const char* text :
+         {"2026-02-29T12:00:00Z", "2026-03-01T24:00:00Z", "2026-03-01T12:00:00", "2026-03-01T12:00:00.Z",
+          "2026-03-01T12:00:00Z ", "2026-03-01 12:00:00Z", "yesterday", ""})
+        EXPECT_EQ(updated(text), std::nullopt) << text;
+    EXPECT_EQ(updated({}), std::nullopt);
 }
 
 } // namespace

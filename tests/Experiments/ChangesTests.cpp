@@ -90,41 +90,43 @@ TEST_F(ChangesTest, ThePersonsConfigurationHasNoSay)
     const std::string attributes = (test / "attributes").string();
     runScript("/", "printf '* -diff\\n' > '" + attributes + "'; echo to > '" + attributes + ".order'");
 
-    const std::pair<std::string, std::string> settings[] = {
-        {"color.ui", "always"},
-        {"color.diff", "always"},
-        {"core.quotePath", "true"},
-        {"core.attributesFile", attributes},
-        {"diff.algorithm", "histogram"},
-        {"diff.colorMoved", "zebra"},
-        {"diff.context", "0"},
-        {"diff.external", script},
-        {"diff.ignoreSubmodules", "all"},
-        {"diff.indentHeuristic", "false"},
-        {"diff.interHunkContext", "20"},
-        {"diff.mnemonicPrefix", "true"},
-        {"diff.noprefix", "true"},
-        {"diff.notes.binary", "true"},
-        {"diff.notes.command", script},
-        {"diff.notes.textconv", script},
-        {"diff.notes.xfuncname", "^[0-9]*$"},
-        {"diff.orderFile", attributes + ".order"},
-        {"diff.relative", "true"},
-        {"diff.renameLimit", "1"},
-        {"diff.renames", "copies"},
-        {"diff.submodule", "log"},
-        {"diff.suppressBlankEmpty", "true"},
-        {"diff.wordRegex", "."},
+    const std::string settings[] = {
+        "color.ui=always",
+        "color.diff=always",
+        "core.quotePath=true",
+        "core.attributesFile=" + attributes,
+        "diff.algorithm=histogram",
+        "diff.colorMoved=zebra",
+        "diff.context=0",
+        "diff.external=" + script,
+        "diff.ignoreSubmodules=all",
+        "diff.indentHeuristic=false",
+        "diff.interHunkContext=20",
+        "diff.mnemonicPrefix=true",
+        "diff.noprefix=true",
+        "diff.notes.binary=true",
+        "diff.notes.command=" + script,
+        "diff.notes.textconv=" + script,
+        "diff.notes.xfuncname=^[0-9]*$",
+        "diff.orderFile=" + attributes + ".order",
+        "diff.relative=true",
+        "diff.renameLimit=1",
+        "diff.renames=copies",
+        "diff.submodule=log",
+        "diff.suppressBlankEmpty=true",
+        "diff.wordRegex=."};
+    const auto showsTheSame = [&](const std::string& name) {
+        EXPECT_EQ(rendered(compared.changes().files), rendered(plain.files)) << name;
+        EXPECT_EQ(compared.changes(), plain) << name;
     };
-    const auto showsTheSame = [&] {
-        EXPECT_EQ(rendered(compared.changes().files), rendered(plain.files));
-        EXPECT_EQ(compared.changes(), plain);
+    const auto set = [&](const std::string& setting) {
+        const std::size_t end = setting.find('=');
+        test.repository.git({"config", setting.substr(0, end), setting.substr(end + 1)});
     };
-    for (const auto& [key, value] : settings) {
-        SCOPED_TRACE(key);
-        test.repository.git({"config", key, value});
-        showsTheSame();
-        test.repository.git({"config", "--unset", key});
+    for (const std::string& setting : settings) {
+        set(setting);
+        showsTheSame(setting);
+        test.repository.git({"config", "--unset", setting.substr(0, setting.find('='))});
     }
 
     const std::pair<const char*, std::string> variables[] = {
@@ -134,17 +136,15 @@ TEST_F(ChangesTest, ThePersonsConfigurationHasNoSay)
         {"GIT_ICASE_PATHSPECS", "1"},
     };
     for (const auto& [name, value] : variables) {
-        SCOPED_TRACE(name);
         ::setenv(name, value.c_str(), 1);
-        showsTheSame();
+        showsTheSame(name);
         ::unsetenv(name);
     }
 
-    SCOPED_TRACE("all at once, with the repository's own attributes");
     test.repository.write(".git/info/attributes", "* -diff\n");
-    for (const auto& [key, value] : settings)
-        test.repository.git({"config", key, value});
-    showsTheSame();
+    for (const std::string& setting : settings)
+        set(setting);
+    showsTheSame("all at once, with the repository's own attributes");
     compared.freeze();
     EXPECT_EQ(rendered(compared.changes().files), rendered(plain.files));
 }

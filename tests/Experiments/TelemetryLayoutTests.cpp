@@ -138,12 +138,7 @@ TEST(TelemetryLayout, IsReadFromAFolder)
 TEST(TelemetryLayout, HasAStandardForRunsWithoutAFile)
 {
     const auto standard = [](const std::vector<std::string>& keys) { return TelemetryLayout::standard(keys); };
-    TelemetryLayout expected;
-    expected.panels.resize(2);
-    expected.panels[0].title = "loss";
-    expected.panels[0].y = {"loss"};
-    expected.panels[1].title = "acc";
-    expected.panels[1].y = {"acc"};
+    TelemetryLayout expected = TelemetryLayout::parse("[[panel]]\ny = 'loss'\n[[panel]]\ny = 'acc'");
     EXPECT_EQ(standard({"loss", "acc"}), expected);
     expected.x = "step";
     EXPECT_EQ(standard({"loss", "step", "acc"}), expected);

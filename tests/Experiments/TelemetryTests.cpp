@@ -39,12 +39,9 @@ std::string lineOf(int count, int first = 0)
 
 std::string nested(int levels, std::string_view opening, std::string_view inner, std::string_view closing)
 {
-    std::string text;
-    for (int level = 0; level < levels; ++level)
-        text += opening;
-    text += inner;
-    for (int level = 0; level < levels; ++level)
-        text += closing;
+    std::string text(inner);
+    while (levels-- > 0)
+        text = std::string(opening) + text + std::string(closing);
     return text;
 }
 

@@ -7,16 +7,14 @@
 #include <cstdint>
 #include <cstdlib>
 #include <map>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <variant>
 #include <vector>
 
 namespace veltry::test {
 
-/// A second reading of telemetry, to hold the real one against: slow and plain, with a tree for each line.
+/// A second reading of telemetry, to hold the real one against: slow and plain.
 class PlainTelemetry {
 public:
     using Drop = Telemetry::Drop;
@@ -52,11 +50,7 @@ public:
     }
 
 private:
-    struct OrderedJSON;
-    using Object = std::vector<std::pair<std::string, OrderedJSON>>;
-    struct OrderedJSON {
-        std::variant<std::monostate, double, Object> value; ///< nothing for all that is valid and counts for nothing
-    };
+    enum class Kind { nothing, number, object }; ///< nothing for all that is valid and counts for nothing
     struct NotJSON {};
 
     void take(const std::string& line)
@@ -65,15 +59,17 @@ private:
             return;
         if (line.size() > 4096)
             return refuse(Drop::tooLong);
+        text_ = line;
+        at_ = 0;
+        depth_ = 0;
+        readings_.clear();
+        bad_ = 0;
         try {
-            text_ = line;
-            at_ = 0;
-            depth_ = 0;
-            const OrderedJSON json = value();
+            const Kind kind = value("", true);
             if (at_ != text_.size())
                 throw NotJSON();
-            if (const auto* object = std::get_if<Object>(&json.value))
-                takeObject(*object);
+            if (kind == Kind::object)
+                takeReadings();
             else
                 refuse(Drop::notObject);
         } catch (const NotJSON&) {
@@ -81,21 +77,18 @@ private:
         }
     }
 
-    void takeObject(const Object& object)
+    void takeReadings()
     {
-        std::vector<std::pair<std::string, double>> readings;
-        std::int64_t bad = 0;
-        flatten(object, "", readings, bad);
-        if (readings.empty())
-            return refuse(bad == 0 ? Drop::noNumbers : Drop::badKey);
-        if (readings.size() > 64)
+        if (readings_.empty())
+            return refuse(bad_ == 0 ? Drop::noNumbers : Drop::badKey);
+        if (readings_.size() > 64)
             return refuse(Drop::tooManyKeys);
-        if (bad > 0)
-            dropped[Drop::badKey] += bad;
+        if (bad_ > 0)
+            dropped[Drop::badKey] += bad_;
         if (pointCount >= 200'000)
             return refuse(Drop::pointsCap);
         const std::int32_t seq = pointCount + 1;
-        for (const auto& [key, number] : readings) {
+        for (const auto& [key, number] : readings_) {
             if (!columns.contains(key) && keys.size() == 256) {
                 refuse(Drop::keysCap);
                 continue;
@@ -107,65 +100,54 @@ private:
         }
     }
 
-    static void flatten(
-        const Object& object, const std::string& prefix, std::vector<std::pair<std::string, double>>& readings,
-        std::int64_t& bad)
-    {
-        for (const auto& [key, json] : object) {
-            const std::string full = prefix + key;
-            if (std::holds_alternative<std::monostate>(json.value))
-                continue;
-            if (key.find('.') != std::string::npos || !Telemetry::isPath(key))
-                ++bad;
-            else if (const auto* inner = std::get_if<Object>(&json.value))
-                flatten(*inner, full + ".", readings, bad);
-            else if (std::ranges::find(readings, full, &std::pair<std::string, double>::first) == readings.end())
-                readings.emplace_back(full, std::get<double>(json.value));
-        }
-    }
-
     void refuse(Drop drop) { ++dropped[drop]; }
 
-    OrderedJSON value()
+    /// Reads a value and, where it counts, keeps the numbers in it below that path.
+    Kind value(const std::string& path, bool counts)
     {
+        Kind kind = Kind::nothing;
         white();
-        OrderedJSON result;
-        if (accept("{"))
-            result.value = members<Object>("}", [&](Object& object) {
-                std::string key = text();
+        if (accept("{")) {
+            kind = Kind::object;
+            members("}", [&] {
+                const std::string key = text();
                 white();
                 expect(":");
-                object.emplace_back(std::move(key), value());
+                const bool isKey = key.find('.') == std::string::npos && Telemetry::isPath(key);
+                const Kind member = value(path.empty() ? key : path + "." + key, counts && isKey);
+                bad_ += counts && !isKey && member != Kind::nothing;
             });
-        else if (accept("["))
-            members<std::vector<OrderedJSON>>("]", [&](auto& elements) { elements.push_back(value()); });
-        else if (text_.substr(at_).starts_with('"'))
+        } else if (accept("[")) {
+            members("]", [&] { value("", false); });
+        } else if (text_.substr(at_).starts_with('"')) {
             text();
-        else if (
+        } else if (
             !accept("true") && !accept("false") && !accept("null") && !accept("NaN") && !accept("Infinity") &&
-            !accept("-Infinity"))
-            if (const double number = this->number(); std::isfinite(number))
-                result.value = number;
+            !accept("-Infinity")) {
+            const double number = this->number();
+            kind = std::isfinite(number) ? Kind::number : Kind::nothing;
+            if (counts && kind == Kind::number &&
+                std::ranges::find(readings_, path, &std::pair<std::string, double>::first) == readings_.end())
+                readings_.emplace_back(path, number);
+        }
         white();
-        return result;
+        return kind;
     }
 
-    template <typename Items, typename Member>
-    Items members(std::string_view closing, Member member)
+    template <typename Member>
+    void members(std::string_view closing, Member member)
     {
         if (++depth_ > 63)
             throw NotJSON();
-        Items items;
         white();
         if (!accept(closing)) {
             do {
                 white();
-                member(items);
+                member();
             } while (accept(","));
             expect(closing);
         }
         --depth_;
-        return items;
     }
 
     std::string text()
@@ -237,6 +219,8 @@ private:
     std::string_view text_; // of one line
     std::size_t at_ = 0;
     int depth_ = 0;
+    std::vector<std::pair<std::string, double>> readings_; // with their whole keys, the first of each
+    std::int64_t bad_ = 0;
 };
 
 } // namespace veltry::test
