@@ -31,7 +31,7 @@ TEST(TelemetryLayout, ReadsPanelsAndStats)
     const auto layout = TelemetryLayout::parse("x = 'step'\n"
                                                "[[stat]]\ny = 'acc'\n"
                                                "[[panel]]\ny = ['loss', 'eval.loss', 'loss']\n"
-                                               "[[panel]]\ny = 'lr'\nx = 'time'\ntitle = 'Rate'\nscale = 'log'\n"
+                                               "[[panel]]\ny = 'lr-1_0.a'\nx = 'time'\ntitle = 'Rate'\nscale = 'log'\n"
                                                "min = 1\nmax = 2.5\nrule = -1\nwide = true\n"
                                                "[[stat]]\ny = 'loss'\ntitle = 'Best'\nreduce = 'min'\n");
     TelemetryLayout expected;
@@ -42,7 +42,7 @@ TEST(TelemetryLayout, ReadsPanelsAndStats)
     expected.panels[1] = {
         .title = "Rate",
         .x = "time",
-        .y = {"lr"},
+        .y = {"lr-1_0.a"},
         .scale = TelemetryLayout::Scale::log,
         .min = 1,
         .max = 2.5,
