@@ -141,13 +141,18 @@ void Git::excludePrivately(std::string_view entry) const
     Files::writeAtomically(file, lines.append(entry) + '\n');
 }
 
-bool Git::hasIdentity(const std::filesystem::path& in) const
+std::string Git::configured(const std::string& key, const std::filesystem::path& in) const
 {
     try {
-        return !run({"config", "user.email"}, in).empty();
+        return run({"config", key}, in);
     } catch (const Error&) {
-        return false; // no value is an exit status of 1
+        return {}; // no value is an exit status of 1
     }
+}
+
+bool Git::hasIdentity(const std::filesystem::path& in) const
+{
+    return !configured("user.email", in).empty();
 }
 
 bool Git::hasChanges(const std::filesystem::path& in) const
@@ -157,6 +162,11 @@ bool Git::hasChanges(const std::filesystem::path& in) const
 
 void Git::commitAll(const std::filesystem::path& in, const std::string& message) const
 {
+    commitAll(in, message, {});
+}
+
+void Git::commitAll(const std::filesystem::path& in, const std::string& message, const Arguments& options) const
+{
     run({"add", "--all"}, in);
     Arguments arguments;
     if (!hasIdentity(in))
@@ -164,7 +174,17 @@ void Git::commitAll(const std::filesystem::path& in, const std::string& message)
     for (const char* argument : {"commit", "--quiet", "--no-verify", "-m"})
         arguments.emplace_back(argument);
     arguments.push_back(message);
+    arguments.insert(arguments.end(), options.begin(), options.end());
     run(arguments, in);
+}
+
+void Git::initialize(const std::string& message) const
+{
+    Arguments arguments = {"init", "--quiet"};
+    if (configured("init.defaultBranch", directory).empty())
+        arguments.insert(arguments.end(), {"--initial-branch", "main"});
+    run(arguments);
+    commitAll(directory, message, {"--allow-empty"});
 }
 
 void Git::snapshot(const std::string& commit, const std::filesystem::path& to) const

@@ -76,6 +76,10 @@ public:
     /// The repository's pre-commit and commit-msg hooks don't run.
     void commitAll(const std::filesystem::path& in, const std::string& message) const;
 
+    /// Makes the folder a repository, whose first commit holds all that lies in it, under the identity that commitAll()
+    /// takes. The branch is what `init.defaultBranch` says or, where that isn't configured, "main".
+    void initialize(const std::string& message) const;
+
     /// A text file of a commit, as run() gives output. Nothing if the commit has no such file, and for any failure.
     [[nodiscard]] std::optional<std::string> fileOf(std::string_view commit, std::string_view path) const;
 
@@ -83,6 +87,11 @@ public:
     void snapshot(const std::string& commit, const std::filesystem::path& to) const;
 
     std::filesystem::path directory;
+
+private:
+    /// The value of a configuration variable; empty where there is none, and for any failure.
+    [[nodiscard]] std::string configured(const std::string& key, const std::filesystem::path& in) const;
+    void commitAll(const std::filesystem::path& in, const std::string& message, const Arguments& options) const;
 };
 
 } // namespace veltry

@@ -19,7 +19,7 @@ namespace veltry::RunLog {
 /// For one thread. Nothing here waits: a FileWatch tells when another look pays.
 class Follower {
 public:
-    static constexpr std::size_t pieceBytes = 256 * 1024;
+    static constexpr std::size_t pieceBytes = 262'144;
 
     /// Begins with the last `count` lines, which it finds by reading backwards, as far as they reach. The log need not
     /// be there yet. Throws SystemError if it can't be read.

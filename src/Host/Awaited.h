@@ -21,7 +21,7 @@ template <typename Value>
     std::exception_ptr failure;
     std::optional<Value> result;
     asio::co_spawn(context, std::move(work), [&](std::exception_ptr thrown, Value value) {
-        failure = thrown;
+        failure = std::move(thrown);
         result = std::move(value);
         context.stop();
     });
@@ -29,6 +29,15 @@ template <typename Value>
     if (failure)
         std::rethrow_exception(failure);
     return std::move(*result);
+}
+
+inline void awaited(asio::awaitable<void> work)
+{
+    const auto givingValue = [](asio::awaitable<void> inner) -> asio::awaitable<bool> {
+        co_await std::move(inner);
+        co_return true;
+    };
+    static_cast<void>(awaited(givingValue(std::move(work))));
 }
 
 } // namespace veltry

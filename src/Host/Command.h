@@ -17,7 +17,7 @@ class Arguments;
 struct Option {
     enum class Count { optional, required, many, oneOrMore };
     /// What a shell offers for it.
-    enum class Completion { none, file, folder, project, node, run, round, conversation, setting };
+    enum class Completion { none, file, folder, project, node, run, round, conversation, setting, starter };
 
     std::string_view names; ///< "--sort", "-n,--lines", or for an argument by its place "NODE"
     std::string_view value; ///< what stands behind an option, "KEY"; empty for a flag and for an argument

@@ -22,6 +22,7 @@ constexpr std::array table = {
     Kind{Option::Completion::round, "round"},
     Kind{Option::Completion::conversation, "conversation"},
     Kind{Option::Completion::setting, "setting"},
+    Kind{Option::Completion::starter, "template"},
 };
 
 /// Empty for what is no business of veltry's.

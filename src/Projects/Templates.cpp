@@ -15,6 +15,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 
 namespace veltry::Templates {
 
@@ -31,9 +32,9 @@ bool isName(std::string_view name)
            std::ranges::all_of(name, [&](char c) { return isLetterOrDigit(c) || c == '-'; });
 }
 
-Failure noTemplate(std::string_view name)
+Missing noTemplate(std::string_view name)
 {
-    return Failure(fmt::format("There is no template {}.", name));
+    return Missing(fmt::format("There is no template {}.", name));
 }
 
 Failure notUnpacked(std::string_view why)
@@ -60,6 +61,14 @@ private:
     std::filesystem::path path_;
 };
 
+/// An archive that tar can read.
+struct LocalArchive {
+    std::filesystem::path file;
+    std::unique_ptr<Download> downloaded;
+
+    [[nodiscard]] const std::filesystem::path& path() const { return downloaded ? downloaded->path() : file; }
+};
+
 asio::awaitable<std::unique_ptr<Download>> download(WebAddress from, std::shared_ptr<HTTPSession> session)
 {
     TemporaryFile file(std::filesystem::temp_directory_path());
@@ -75,11 +84,24 @@ asio::awaitable<std::unique_ptr<Download>> download(WebAddress from, std::shared
     co_return std::make_unique<Download>(file);
 }
 
-/// Runs tar on the template's entries. Members that it doesn't find are no failure, and then it did nothing. It strips
-/// leading slashes, refuses ".." and makes links that lead out only when all else is written.
-std::string tar(
-    const char* action, std::string_view name, const std::filesystem::path& archive,
-    const std::vector<std::string>& options)
+/// Downloads what isn't a file. Throws asio::system_error if it was cancelled meanwhile.
+asio::awaitable<LocalArchive> local(Archive from, std::shared_ptr<HTTPSession> session)
+{
+    LocalArchive archive;
+    if (WebAddress* address = std::get_if<WebAddress>(&from)) {
+        asio::awaitable<std::unique_ptr<Download>> transfer = download(std::move(*address), std::move(session));
+        archive.downloaded = co_await std::move(transfer);
+    } else {
+        archive.file = std::get<std::filesystem::path>(std::move(from));
+    }
+    const asio::cancellation_state cancellation = co_await asio::this_coro::cancellation_state;
+    if (cancellation.cancelled() != asio::cancellation_type::none)
+        throw asio::system_error(asio::error::operation_aborted);
+    co_return archive;
+}
+
+ChildProcess::Output tar(
+    const char* action, const std::filesystem::path& archive, const std::vector<std::string>& options = {})
 {
     ChildProcess::Command command{
         .executable = tarProgram,
@@ -90,13 +112,21 @@ std::string tar(
         .output = {},
         .error = {}};
     command.arguments.insert(command.arguments.end(), options.begin(), options.end());
-    for (std::string& argument :
-         std::vector<std::string>{"--wildcards", "--no-wildcards-match-slash", fmt::format("*/{}", name)})
-        command.arguments.push_back(std::move(argument));
     command.environment.erase("TAR_OPTIONS"); // would be read as if it stood here
     command.environment["LC_ALL"] = "C.UTF-8";
     command.environment["LANGUAGE"] = "";
-    const ChildProcess::Output result = ChildProcess::run(std::move(command));
+    return ChildProcess::run(std::move(command));
+}
+
+/// Runs tar on the template's entries. Members that it doesn't find are no failure, and then it did nothing. It strips
+/// leading slashes, refuses ".." and makes links that lead out only when all else is written.
+std::string tarOne(
+    const char* action, std::string_view name, const std::filesystem::path& archive, std::vector<std::string> options)
+{
+    for (std::string& argument :
+         std::vector<std::string>{"--wildcards", "--no-wildcards-match-slash", fmt::format("*/{}", name)})
+        options.push_back(std::move(argument));
+    const ChildProcess::Output result = tar(action, archive, options);
     const std::string onlyMissing = fmt::format(
         "{0}: */{1}: Not found in archive\n{0}: Exiting with failure status due to previous errors\n", tarProgram,
         name);
@@ -108,15 +138,30 @@ std::string tar(
 void unpack(const std::string& name, const std::filesystem::path& folder, const std::filesystem::path& archive)
 {
     // The first letter of a line is what `ls` writes for the kind. As root, tar would make devices.
-    const std::string members = tar("-tvzf", name, archive, {});
+    const std::string members = tarOne("-tvzf", name, archive, {});
     for (const std::string_view line : text::split(members, '\n'))
         if (!line.empty() && (line.front() == 'b' || line.front() == 'c' || line.front() == 'p'))
             throw notUnpacked("It holds a device.");
-    tar("-xzf", name, archive,
+    tarOne(
+        "-xzf", name, archive,
         {"-C", folder.string(), "--strip-components", "2", "--no-same-owner", "--no-same-permissions"});
     std::error_code unreadable; // counts as empty
     if (std::filesystem::directory_iterator(folder, unreadable) == std::filesystem::directory_iterator())
         throw noTemplate(name);
+}
+
+std::vector<std::string> namesIn(const std::filesystem::path& archive)
+{
+    const ChildProcess::Output members = tar("-tzf", archive);
+    if (members.exitNumber != 0)
+        throw notUnpacked(members.error);
+    std::set<std::string> names;
+    for (const std::string_view member : text::split(members.output, '\n')) {
+        const std::vector<std::string_view> folders = text::split(member, '/');
+        if (folders.size() > 2 && isName(folders[1]))
+            names.emplace(folders[1]);
+    }
+    return {names.begin(), names.end()};
 }
 
 } // namespace
@@ -145,15 +190,16 @@ asio::awaitable<void> fetch(
 {
     if (!isName(name))
         throw noTemplate(name);
-    std::unique_ptr<Download> downloaded;
-    if (WebAddress* address = std::get_if<WebAddress>(&from)) {
-        asio::awaitable<std::unique_ptr<Download>> transfer = download(std::move(*address), std::move(session));
-        downloaded = co_await std::move(transfer);
-    }
-    const asio::cancellation_state cancellation = co_await asio::this_coro::cancellation_state;
-    if (cancellation.cancelled() != asio::cancellation_type::none)
-        throw asio::system_error(asio::error::operation_aborted);
-    unpack(name, folder, downloaded ? downloaded->path() : std::get<std::filesystem::path>(from));
+    asio::awaitable<LocalArchive> atHand = local(std::move(from), std::move(session));
+    const LocalArchive archive = co_await std::move(atHand);
+    unpack(name, folder, archive.path());
+}
+
+asio::awaitable<std::vector<std::string>> names(Archive from, std::shared_ptr<HTTPSession> session)
+{
+    asio::awaitable<LocalArchive> atHand = local(std::move(from), std::move(session));
+    const LocalArchive archive = co_await std::move(atHand);
+    co_return namesIn(archive.path());
 }
 
 } // namespace veltry::Templates

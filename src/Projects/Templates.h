@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 /// Starters for new projects: folders in a gzip-compressed tar archive, below its one top folder.
 namespace veltry::Templates {
@@ -19,6 +20,11 @@ struct Failure : Error {
     explicit Failure(std::string text) : message(std::move(text)) {}
     [[nodiscard]] std::string description() const override { return message; }
     std::string message;
+};
+
+/// The archive holds no template of that name.
+struct Missing : Failure {
+    using Failure::Failure;
 };
 
 /// A web address, absolute and percent-encoded.
@@ -44,5 +50,9 @@ using Archive = std::variant<std::filesystem::path, WebAddress>;
 [[nodiscard]] asio::awaitable<void> fetch(
     std::string name, std::filesystem::path folder, Archive from,
     std::shared_ptr<HTTPSession> session = HTTPSession::shared());
+
+/// The names of the templates in the archive, sorted. Executor and failures as fetch() has them.
+[[nodiscard]] asio::awaitable<std::vector<std::string>> names(
+    Archive from, std::shared_ptr<HTTPSession> session = HTTPSession::shared());
 
 } // namespace veltry::Templates

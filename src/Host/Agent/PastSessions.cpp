@@ -11,6 +11,7 @@
 
 namespace veltry::PastSessions {
 
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-reference-coroutine-parameters): the command's own, which waits for this
 asio::awaitable<std::vector<PastConversation>> found(Context& context, Harness harness, asio::any_io_executor executor)
 {
     const std::filesystem::path folder = context.project().folders.front();

@@ -124,8 +124,9 @@ std::vector<Axis::Tick> Axis::logarithmicTicks(std::size_t most) const
             ticks.push_back({.place = where, .label = shortNumber(value)});
     };
     if (powers >= 3 || powers > most) {
-        const double every = std::ceil(static_cast<double>(powers) / static_cast<double>(most));
-        for (double power = std::ceil(low - rounding); power <= high + rounding; power += every)
+        const auto every = static_cast<int>((powers + most - 1) / most);
+        const auto last = static_cast<int>(std::floor(high + rounding));
+        for (auto power = static_cast<int>(std::ceil(low - rounding)); power <= last; power += every)
             add(std::pow(10.0, power));
         return ticks;
     }
@@ -133,7 +134,7 @@ std::vector<Axis::Tick> Axis::logarithmicTicks(std::size_t most) const
         {{1, 2, 3, 4, 5, 6, 7, 8, 9}, {1, 2, 5, 0, 0, 0, 0, 0, 0}, {1, 3, 0, 0, 0, 0, 0, 0, 0}}};
     for (const auto& choice : factors) {
         ticks.clear();
-        for (double power = std::floor(low); power <= high; ++power)
+        for (auto power = static_cast<int>(std::floor(low)); power <= high; ++power)
             for (const double factor : choice)
                 if (factor > 0)
                     add(factor * std::pow(10.0, power));

@@ -12,6 +12,8 @@ using Family = std::span<const Command>;
 
 /// init, projects, project …
 [[nodiscard]] Family projectCommands();
+/// new, files
+[[nodiscard]] Family folderCommands();
 /// tree
 [[nodiscard]] Family treeCommands();
 /// list
@@ -53,25 +55,10 @@ using Family = std::span<const Command>;
 [[nodiscard]] inline std::vector<Family> families()
 {
     return {
-        projectCommands(),
-        treeCommands(),
-        listCommands(),
-        compareCommands(),
-        showCommands(),
-        diffCommand(),
-        logCommand(),
-        chartCommand(),
-        topCommand(),
-        runCommands(),
-        nodeCommands(),
-        questionCommands(),
-        agentCommands(),
-        conversationCommands(),
-        paperCommands(),
-        settingsCommands(),
-        diskCommand(),
-        doctorCommand(),
-        completeCommand(),
+        projectCommands(), folderCommands(),   treeCommands(),     listCommands(),  compareCommands(),
+        showCommands(),    diffCommand(),      logCommand(),       chartCommand(),  topCommand(),
+        runCommands(),     nodeCommands(),     questionCommands(), agentCommands(), conversationCommands(),
+        paperCommands(),   settingsCommands(), diskCommand(),      doctorCommand(), completeCommand(),
     };
 }
 

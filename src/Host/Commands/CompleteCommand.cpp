@@ -1,7 +1,9 @@
 #include "Base/Text.h"
+#include "Host/Awaited.h"
 #include "Host/Commands/Commands.h"
 #include "Host/CompletionKinds.h"
 #include "Host/Context.h"
+#include "Projects/Templates.h"
 
 #include <fmt/format.h>
 
@@ -82,6 +84,17 @@ Values settings(Context& /*context*/)
     return values;
 }
 
+/// Those of an archive on this machine: nobody downloads one for a key.
+Values starters(Context& /*context*/)
+{
+    Values values;
+    const Templates::Archive archive = Templates::archive();
+    if (std::holds_alternative<std::filesystem::path>(archive))
+        for (std::string& name : awaited(Templates::names(archive)))
+            values.push_back({std::move(name), ""});
+    return values;
+}
+
 struct Source {
     Completion kind;
     Values (*values)(Context& context);
@@ -94,6 +107,7 @@ constexpr std::array sources = {
     Source{Completion::round, &rounds},
     Source{Completion::conversation, &conversations},
     Source{Completion::setting, &settings},
+    Source{Completion::starter, &starters},
 };
 static_assert(sources.size() == CompletionKinds::table.size());
 

@@ -1,0 +1,166 @@
+#include "Base/Text.h"
+#include "Experiments/Git.h"
+#include "Experiments/Lab.h"
+#include "Host/Awaited.h"
+#include "Host/ClientConfiguration.h"
+#include "Host/Commands/Commands.h"
+#include "Host/Context.h"
+#include "Host/Init.h"
+#include "Host/Nearest.h"
+#include "Host/Terminal/Progress.h"
+#include "Platform/Files.h"
+#include "Projects/FolderListing.h"
+#include "Projects/NewProjectFolder.h"
+#include "Projects/Templates.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <string>
+
+namespace veltry::Commands {
+
+namespace {
+
+using Count = Option::Count;
+using Completion = Option::Completion;
+using Scope = Command::Scope;
+
+constexpr const char* plainTemplate = "empty";
+
+/// Where the project's folder is to lie. A node's worktree is no place: what lies there is an experiment's.
+std::filesystem::path parentFolder(const Arguments& arguments)
+{
+    const std::optional<std::string> given = arguments.text("--in");
+    std::filesystem::path parent =
+        given ? std::filesystem::weakly_canonical(std::filesystem::absolute(*given)) : NewProjectFolder::defaultRoot();
+    if (Files::exists(parent) && !Files::isFolder(parent))
+        throw Refusal(fmt::format("{} is not a folder. Name the folder in which to make the project's.", *given));
+    if (fmt::format("{}/", parent.string()).contains(fmt::format("/{}/", Lab::worktrees)))
+        throw Refusal(fmt::format("{} belongs to an experiment. Name a folder outside its project.", parent.string()));
+    return parent;
+}
+
+/// Takes an empty folder away again. What tar wrote before it failed stays.
+void giveUp(const Context& context, const std::filesystem::path& folder)
+{
+    std::error_code notEmpty;
+    if (!std::filesystem::remove(folder, notEmpty))
+        context.note(fmt::format("{} stays, with what was unpacked.", folder.string()));
+}
+
+void fill(const Context& context, const std::filesystem::path& folder, const std::string& starter)
+{
+    const Templates::Archive archive = Templates::archive();
+    try {
+        const Progress progress(context.notes(), "Fetching the template");
+        awaited(Templates::fetch(starter, folder, archive));
+    } catch (const Templates::Missing&) {
+        giveUp(context, folder);
+        const std::vector<std::string> known = awaited(Templates::names(archive));
+        throw Refusal(fmt::format(
+            "There is no template {}.{} These are there: {}.", starter, didYouMean(starter, known),
+            text::joined(known, ", ")));
+    } catch (...) {
+        giveUp(context, folder);
+        throw;
+    }
+}
+
+/// The store is opened first: a project that could not be registered is not begun.
+void makeProject(Context& context, const Arguments& arguments)
+{
+    const std::string given = arguments.required("TITLE");
+    const std::string title(text::trimmed(given));
+    if (title.empty())
+        throw UsageError("The title is blank.");
+    const std::string starter = arguments.text("--template").value_or(plainTemplate);
+    const std::filesystem::path parent = parentFolder(arguments);
+    static_cast<void>(context.storeMadeIfMissing());
+
+    const std::filesystem::path folder = NewProjectFolder::make(title, parent);
+    fill(context, folder, starter);
+    const Git git(folder);
+    git.initialize(fmt::format("Begin with the template {}", starter));
+    context.note(fmt::format("Made {} from the template {}, with a first commit.", folder.string(), starter));
+    Init::run(context, {.folder = folder, .name = title, .client = arguments.text("--client").value_or("common")});
+}
+
+JSONValue recordOf(const FolderEntry& entry)
+{
+    return JSONValue::object({{"url", text::repaired(entry.url.string())}, {"isDirectory", entry.isDirectory}});
+}
+
+std::string lineOf(const FolderEntry& entry, const Terminal& terminal)
+{
+    const std::string name = text::oneLine(entry.name());
+    return entry.isDirectory ? terminal.styled(Style::blue, name + '/') + '\n' : name + '\n';
+}
+
+/// Without PATH the project's own folders, of which most projects have one.
+void listFiles(Context& context, const Arguments& arguments)
+{
+    std::vector<std::filesystem::path> folders;
+    if (const std::optional<std::string> given = arguments.text("PATH"))
+        folders = {std::filesystem::absolute(*given).lexically_normal()};
+    else
+        folders = context.project().folders;
+
+    JSONValue::Array records;
+    std::string lines;
+    for (const std::filesystem::path& folder : folders) {
+        if (folders.size() > 1)
+            lines += fmt::format(
+                "{}{}:\n", lines.empty() ? "" : "\n",
+                context.out().styled(Style::bold, text::oneLine(folder.string())));
+        for (const FolderEntry& entry : FolderListing::entries(folder)) {
+            records.push_back(recordOf(entry));
+            lines += lineOf(entry, context.out());
+        }
+    }
+    if (context.json())
+        return context.printJSON(JSONValue(std::move(records)));
+    context.print(lines);
+}
+
+constexpr std::array newOptions = {
+    Option{"TITLE", "", "What the project is called; its folder is named after it", Count::required},
+    Option{
+        "--template", "NAME", "What the folder begins with; \"empty\" by default", Count::optional,
+        Completion::starter},
+    Option{
+        "--in", "FOLDER", "Where the project's folder is made; HarrowickVeltry in your home by default",
+        Count::optional, Completion::folder},
+    Option{
+        "--client", "CLIENT", "The client in whose form the block is written", Count::optional, Completion::none,
+        ClientConfiguration::forms},
+};
+constexpr std::array filesOptions = {
+    Option{"PATH", "", "The folder to list; by default the project's own", Count::optional, Completion::folder},
+};
+
+constexpr std::array table = {
+    Command{
+        .name = "new",
+        .summary = "Make a project: a folder from a template, with a first commit, and registered as init does",
+        .example = "veltry new \"Digits\" --template python-baseline --in ~/code",
+        .scope = Scope::store,
+        .options = newOptions,
+        .run = &makeProject},
+    Command{
+        .name = "files",
+        .summary = "List the contents of a folder as people look for them: folders first, numbers in their order",
+        .example = "veltry files src",
+        .hasJSON = true,
+        .options = filesOptions,
+        .run = &listFiles},
+};
+
+} // namespace
+
+Family folderCommands()
+{
+    return table;
+}
+
+} // namespace veltry::Commands
