@@ -20,7 +20,6 @@ from pathlib import Path
 
 PROTOCOL = "2025-06-18"
 ANSWER_SECONDS = 60  # how long an answer may take; a progress notice begins the time anew
-STAMP_BYTES = 30  # the width of a record of log.times
 
 
 class Failure(Exception):
@@ -347,29 +346,8 @@ class Demo:
         for run in runs:
             found(rf"^ *- {re.escape(run.node.title)} \[frozen\]", tree, f"that {run.node.title} is answered")
 
-        say("\n" + styled("1", "The results side by side"))
-        show(table(runs))
-        say("\n" + styled("1", f"The log of run {best.number}, with the time of each line"))
-        show(timed_log(best.folder / "log"))
-        say("\n" + styled("1", "The comparison"))
-        show(notes)
-
 
 # What is made of the answers
-
-
-def table(runs):
-    """The results as text, a row for each run."""
-    names = list(runs[0].result)
-    rows = [["run", "node", *names]]
-    rows += [[str(run.number), run.node.title, *(f"{run.result[name]:g}" for name in names)] for run in runs]
-    widths = [max(len(row[column]) for row in rows) for column in range(len(rows[0]))]
-    lines = []
-    for row in rows:
-        cells = [cell.ljust(width) if i == 1 else cell.rjust(width) for i, (cell, width) in enumerate(zip(row, widths))]
-        lines.append("  ".join(cells).rstrip())
-    lines.insert(1, "  ".join("-" * width for width in widths))
-    return "\n".join(lines)
 
 
 def comparison(best, baseline):
@@ -384,34 +362,6 @@ def comparison(best, baseline):
         f"more than the baseline.\nIts test loss is {loss:.4f} against {baseline.result['test_loss']:.4f}, "
         f"{share:.0%} less."
     )
-
-
-def read_times(log, count):
-    """Gives (offset of a line in bytes, milliseconds since 1970) for each of the log's count lines."""
-    deadline = time.monotonic() + 5  # the last lines get their times just after the run has ended
-    while True:
-        times = log.with_name("log.times").read_bytes()
-        if len(times) == count * STAMP_BYTES:
-            records = (times[i : i + STAMP_BYTES].split() for i in range(0, len(times), STAMP_BYTES))
-            return [(int(offset), int(milliseconds)) for offset, milliseconds in records]
-        if time.monotonic() > deadline:
-            raise Failure(f"{log} has {count} lines, and {len(times)} bytes of times")
-        time.sleep(0.1)
-
-
-def timed_log(log):
-    """A log's lines, each behind the moment that it appeared."""
-    lines = log.read_bytes().splitlines(keepends=True)
-    stamps = read_times(log, len(lines))
-    shown, offset, first = [], 0, stamps[0][1]
-    for line, (start, milliseconds) in zip(lines, stamps):
-        if start != offset:
-            raise Failure(f"{log}: a line begins at byte {offset}, and its record says {start}")
-        clock = time.strftime("%H:%M:%S", time.localtime(milliseconds / 1000))
-        after = styled("2", f"{clock}  +{(milliseconds - first) / 1000:6.3f} s")
-        shown.append(f"{after}  {line.decode(errors='replace').rstrip()}")
-        offset += len(line)
-    return "\n".join(shown)
 
 
 def read_block(path):
