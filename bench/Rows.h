@@ -43,6 +43,15 @@ namespace veltry::bench {
 [[nodiscard]] Measured conversationsCommand(const Workplace& place);
 [[nodiscard]] Measured settingsCommand(const Workplace& place);
 [[nodiscard]] Measured logCommand(const Workplace& place);
+[[nodiscard]] Measured compareCommand(const Workplace& place);
+[[nodiscard]] Measured completeCommand(const Workplace& place);
+[[nodiscard]] Measured diskCommand(const Workplace& place);
+
+// Host/WatchRows.cpp
+[[nodiscard]] Measured treeWatchIdle(const Workplace& place);
+[[nodiscard]] Measured questionsWatchIdle(const Workplace& place);
+[[nodiscard]] Measured logFollowIdle(const Workplace& place);
+[[nodiscard]] Measured chartsFollowIdle(const Workplace& place);
 
 // Literature/PaperRows.cpp
 [[nodiscard]] Measured searchAnswer(const Workplace& place);

@@ -8,6 +8,8 @@
 
 #include <fmt/format.h>
 
+#include <fcntl.h>
+
 namespace veltry::bench {
 
 namespace {
@@ -15,14 +17,20 @@ namespace {
 constexpr int rounds = 15;
 constexpr History::Size usual{.nodes = 1'000, .runs = 10'000};
 
-/// The command from its start to its end, as text into a pipe, against an aim.
-Measured timed(const Workplace& place, const std::vector<std::string>& arguments, double aim)
+/// Seconds that a program takes from its start to its end, writing into a pipe.
+double secondsOfProgram(const ChildProcess::Command& command)
+{
+    return secondsOf([&] { runProgram(command); });
+}
+
+ChildProcess::Command program(
+    const Workplace& place, const std::filesystem::path& executable, const std::vector<std::string>& arguments)
 {
     ChildProcess::Environment environment = ProcessFacts::environment();
     environment["XDG_DATA_HOME"] = (place.folder / "data").string();
     environment["VELTRY_SETTINGS_PATH"] = (place.folder / "settings.toml").string();
-    const ChildProcess::Command start{
-        .executable = place.tools.parent_path() / "veltry",
+    return {
+        .executable = executable,
         .arguments = arguments,
         .environment = std::move(environment),
         .directory = place.folder,
@@ -30,22 +38,28 @@ Measured timed(const Workplace& place, const std::vector<std::string>& arguments
         .output = {},
         .error = {},
         .group = ChildProcess::Group::ours};
-    const auto ours = [&] { return secondsOf([&] { runProgram(start); }); };
-    return interleaved(rounds, ours, [aim] { return aim; }, least);
 }
 
-/// The same with the project of a history.
-Measured timed(const Workplace& place, std::vector<std::string> arguments, const History& history, double aim)
+ChildProcess::Command veltry(
+    const Workplace& place, std::vector<std::string> arguments, const History* history = nullptr)
 {
-    Files::createFolders(place.folder / "project");
-    arguments.insert(arguments.end(), {"--db", history.store().path().string(), "--project", "Bench"});
-    return timed(place, arguments, aim);
+    if (history) {
+        Files::createFolders(place.folder / "project");
+        arguments.insert(arguments.end(), {"--db", history->store().path().string(), "--project", "Bench"});
+    }
+    return program(place, place.tools.parent_path() / "veltry", arguments);
 }
 
+Measured timed(const ChildProcess::Command& command, double aim)
+{
+    return interleaved(rounds, [&] { return secondsOfProgram(command); }, [aim] { return aim; }, least);
+}
+
+/// In the project of a long history.
 Measured command(const Workplace& place, std::vector<std::string> arguments, double aim)
 {
     const History history(place.folder, "store", usual);
-    return timed(place, std::move(arguments), history, aim);
+    return timed(veltry(place, std::move(arguments), &history), aim);
 }
 
 /// A hundred conversations, each with nine closed rounds of questions and an open one.
@@ -71,7 +85,7 @@ Measured commandOfConversations(const Workplace& place, std::vector<std::string>
 {
     const History history(place.folder, "store", usual);
     fillConversations(history);
-    return timed(place, std::move(arguments), history, 0.050);
+    return timed(veltry(place, std::move(arguments), &history), 0.050);
 }
 
 } // namespace
@@ -109,7 +123,7 @@ Measured conversationsCommand(const Workplace& place)
 Measured settingsCommand(const Workplace& place)
 {
     Files::writeAtomically(place.folder / "settings.toml", VeltrySettings::templateText({}));
-    return timed(place, {"settings"}, 0.050);
+    return timed(veltry(place, {"settings"}), 0.050);
 }
 
 Measured logCommand(const Workplace& place)
@@ -122,7 +136,31 @@ Measured logCommand(const Workplace& place)
         lines += fmt::format("step {} loss 1.0123 at the length that such lines usually have\n", line);
     Files::writeAtomically(run.log(), lines);
     RunLog::stampWhole(run.log(), Date::now(), 0.01);
-    return timed(place, {"log", "9000", "-n", "100"}, history, 0.050);
+    return timed(veltry(place, {"log", "9000", "-n", "100"}, &history), 0.050);
+}
+
+Measured compareCommand(const Workplace& place)
+{
+    return command(place, {"compare", "#5000", "#9000"}, 0.050);
+}
+
+Measured completeCommand(const Workplace& place)
+{
+    return command(place, {"complete", "node", "learning"}, 0.050);
+}
+
+Measured diskCommand(const Workplace& place)
+{
+    const History history(place.folder, "store", usual);
+    for (std::int64_t number = 1; number <= 1'000; ++number) {
+        const Run run = history.store().run(number, history.project()).value();
+        Files::createFolders(run.source());
+        for (int file = 0; file < 10; ++file)
+            Files::writeAll(Files::open(run.source() / fmt::format("{}.py", file), O_WRONLY | O_CREAT), "1", "file");
+    }
+    const ChildProcess::Command ours = veltry(place, {"disk"}, &history);
+    const ChildProcess::Command du = program(place, "/usr/bin/du", {"-s", history.lab().runsFolder.string()});
+    return interleaved(rounds, [&] { return secondsOfProgram(ours); }, [&] { return secondsOfProgram(du); }, least);
 }
 
 } // namespace veltry::bench
