@@ -3,6 +3,7 @@
 #include "Base/JSONValue.h"
 #include "Experiments/Lab.h"
 #include "Host/Context.h"
+#include "Literature/OpenAlex.h"
 #include "Projects/ProjectStore.h"
 
 #include <fmt/format.h>
@@ -13,11 +14,9 @@ namespace veltry {
 
 namespace {
 
-constexpr const char* keyVariable = "OPENALEX_API_KEY";
-
 /// What `veltry-tools` reads, and clients keep from it: most pass on little more than HOME and PATH.
 constexpr std::array passedOn = {
-    keyVariable, "OPENALEX_BASE_URL", "https_proxy", "HTTPS_PROXY", "no_proxy", "NO_PROXY",
+    OpenAlex::keyVariable, OpenAlex::baseVariable, "https_proxy", "HTTPS_PROXY", "no_proxy", "NO_PROXY",
 };
 
 JSONValue list(const std::vector<std::string>& texts)
@@ -95,13 +94,13 @@ std::string ClientConfiguration::text(std::string_view form) const
 std::vector<std::string> ClientConfiguration::notes(std::string_view form) const
 {
     std::vector<std::string> lines;
-    if (environment.contains(keyVariable))
-        lines.push_back(fmt::format("The block holds your {}: keep it out of a repository.", keyVariable));
+    if (environment.contains(OpenAlex::keyVariable))
+        lines.push_back(fmt::format("The block holds your {}: keep it out of a repository.", OpenAlex::keyVariable));
     else
         lines.push_back(fmt::format(
             "{} isn't set here, so searches for papers share a daily budget. To use a key of your own, add it to the "
             "block's {}: a client passes only a handful of variables on.",
-            keyVariable,
+            OpenAlex::keyVariable,
             form == "opencode" ? "\"environment\""
             : form == "codex"  ? "env table"
                                : "\"env\""));

@@ -4,7 +4,7 @@
 #include "ACP/JSONRPCConnection/PipeTransport.h"
 #include "Base/Text.h"
 #include "Host/Agent/AgentLaunch.h"
-#include "Literature/OpenAlex.h"
+#include "Host/ClientConfiguration.h"
 #include "Platform/Files.h"
 #include "Platform/ProcessFacts.h"
 
@@ -319,18 +319,12 @@ asio::awaitable<void> AgentConversation::receive(SessionNotification notificatio
 SessionSetup AgentConversation::sessionSetup() const
 {
     const Project& project = context_.project();
+    ClientConfiguration client =
+        ClientConfiguration::of(store_, project, *setup_.conversation, ProcessFacts::environment());
     McpServerStdio server{
-        .name = "veltry",
-        .command = Context::tools().string(),
-        .args =
-            {"mcp", "--db", store_.path().string(), "--project", project.id.text(), "--runs",
-             Lab::defaultRuns().string(), "--settings", Context::settingsPath().string(), "--conversation",
-             setup_.conversation->id.text()},
-        .env = {},
-    };
-    for (const char* variable : {OpenAlex::keyVariable, OpenAlex::baseVariable})
-        if (std::optional<std::string> value = ProcessFacts::variable(variable))
-            server.env.push_back({.name = variable, .value = std::move(*value)});
+        .name = "veltry", .command = client.command.string(), .args = std::move(client.arguments), .env = {}};
+    for (const auto& [name, value] : client.environment)
+        server.env.push_back({.name = name, .value = value});
     SessionSetup setup{
         .cwd = project.folders.front(),
         .additionalDirectories = {project.folders.begin() + 1, project.folders.end()},

@@ -5,6 +5,17 @@
 
 namespace veltry {
 
+namespace {
+
+/// What an item of that kind holds, as append() has made it.
+JSONValue& payloadOf(JSONValue& item, const std::string& kind)
+{
+    JSONValue::Object& kinds = *item.object()->at("kind").object();
+    return kinds.at(kind).object()->at("_0");
+}
+
+} // namespace
+
 Transcript::Transcript(std::string_view stored)
 {
     JSONValue document = JSONValue::parse(stored);
@@ -55,8 +66,7 @@ void Transcript::addChunk(const char* kind, const ContentChunk& chunk)
         append(kind, std::string());
         open_ = OpenMessage{.kind = kind, .messageID = chunk.messageId};
     }
-    JSONValue& payload = (*(*(*items_.back().object())["kind"].object())[kind].object())["_0"];
-    payload.string()->append(textOf(chunk.content));
+    payloadOf(items_.back(), kind).string()->append(textOf(chunk.content));
 }
 
 void Transcript::addCall(const ToolCallUpdate& call)
@@ -71,17 +81,17 @@ void Transcript::addCall(const ToolCallUpdate& call)
         append("tool", std::move(changed));
         return;
     }
-    JSONValue& payload = (*(*(*items_[known->second].object())["kind"].object())["tool"].object())["_0"];
+    JSONValue::Object& payload = *payloadOf(items_[known->second], "tool").object();
     for (auto& [key, value] : changed)
-        payload.object()->insert_or_assign(key, std::move(value));
+        payload.insert_or_assign(key, std::move(value));
 }
 
-JSONValue& Transcript::append(const char* kind, JSONValue payload)
+void Transcript::append(const char* kind, JSONValue payload)
 {
     JSONValue body = JSONValue::object({{"_0", std::move(payload)}});
     JSONValue::Object kinds;
     kinds.emplace(kind, std::move(body));
-    return items_.emplace_back(JSONValue::object({{"id", UUID::random().text()}, {"kind", std::move(kinds)}}));
+    items_.emplace_back(JSONValue::object({{"id", UUID::random().text()}, {"kind", std::move(kinds)}}));
 }
 
 } // namespace veltry

@@ -35,7 +35,7 @@ public:
 private:
     void addChunk(const char* kind, const ContentChunk& chunk);
     void addCall(const ToolCallUpdate& call);
-    JSONValue& append(const char* kind, JSONValue payload);
+    void append(const char* kind, JSONValue payload);
 
     /// The message whose pieces are coming in.
     struct OpenMessage {
