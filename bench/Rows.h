@@ -13,6 +13,7 @@ namespace veltry::bench {
 
 // Experiments/ChangesRows.cpp
 [[nodiscard]] Measured comparison(const Workplace& place);
+[[nodiscard]] Measured diffCommand(const Workplace& place);
 [[nodiscard]] Measured largeComparison(const Workplace& place);
 
 // Experiments/SupervisorRows.cpp

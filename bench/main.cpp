@@ -65,6 +65,7 @@ constexpr std::array rows = {
     Row{"a search's 25 works of 1 MB, to the tool's text", "reading the JSON alone", 2, seconds, searchAnswer},
     Row{"get_paper of one of 10,000 saved papers", "of one of 10", 2, seconds, paperOfLibrary},
     Row{"comparison of a node, 11 files of 200 changed", "its git commands in a script", 1.1, seconds, comparison},
+    Row{"veltry diff of the same node", "its git commands in a script", 1.2, seconds, diffCommand},
     Row{"comparison of a node, 1 file of 50,000", "its git commands in a script", 1, seconds, largeComparison},
     Row{"a new run with the next number, 100,000 runs", "10 runs", 0, seconds, nextNumber},
 };

@@ -40,6 +40,16 @@ public:
         });
     }
 
+    /// The same by the command of a person.
+    [[nodiscard]] double command() const
+    {
+        return secondsOf([&] {
+            runProgram(
+                lab_.tools.parent_path() / "veltry",
+                {"diff", node_.slug, "--db", lab_.store->path().string(), "--project", lab_.project.name});
+        });
+    }
+
     /// The commands that a comparison can't do without, in a shell.
     [[nodiscard]] double limit() const
     {
@@ -87,6 +97,12 @@ Measured comparison(const Workplace& place)
 {
     const ComparedNode node(place, 200, 60, editedFiles);
     return interleaved(40, [&] { return node.ours(); }, [&] { return node.limit(); }, least);
+}
+
+Measured diffCommand(const Workplace& place)
+{
+    const ComparedNode node(place, 200, 60, editedFiles);
+    return interleaved(40, [&] { return node.command(); }, [&] { return node.limit(); }, least);
 }
 
 Measured largeComparison(const Workplace& place)
