@@ -109,7 +109,7 @@ TEST(RunStress, ASupervisorStaysSmallWhateverTheRunPrints)
 
 TEST(RunStress, ASupervisorEndsThoughWhatTheShellLeftBehindPrintsForEver)
 {
-    SupervisedRun run("yes & echo $! > ../left; sleep 0.01");
+    SupervisedRun run("yes & echo $! > ../left; until test -s ../log; do sleep 0.01; done");
     EXPECT_LT(growth([&] { run.supervise(); }), flat);
     ASSERT_EQ(::kill(std::stoi(Files::read(run.row().directory / "left")), SIGKILL), 0) << "it still printed";
     EXPECT_EQ(run.row().status, Run::Status::succeeded);
