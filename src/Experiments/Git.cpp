@@ -67,11 +67,7 @@ std::string Git::output(
     ChildProcess::Command command{
         .executable = gitProgram,
         .arguments = {"-C", in.value_or(directory).string()},
-        .environment = ownEnvironment(),
-        .directory = {},
-        .input = {},
-        .output = {},
-        .error = {}};
+        .environment = ownEnvironment()};
     command.arguments.insert(command.arguments.end(), arguments.begin(), arguments.end());
     for (const auto& [name, value] : environment)
         command.environment[name] = value;
@@ -194,18 +190,8 @@ void Git::snapshot(const std::string& commit, const std::filesystem::path& to) c
     const ChildProcess::Output result = ChildProcess::runPipeline(
         {.executable = gitProgram,
          .arguments = {"-C", directory.string(), "archive", "--format=tar", commit},
-         .environment = environment,
-         .directory = {},
-         .input = {},
-         .output = {},
-         .error = {}},
-        {.executable = tarProgram,
-         .arguments = {"-x", "-C", to.string()},
-         .environment = environment,
-         .directory = {},
-         .input = {},
-         .output = {},
-         .error = {}});
+         .environment = environment},
+        {.executable = tarProgram, .arguments = {"-x", "-C", to.string()}, .environment = environment});
     if (result.exitNumber != 0)
         throw Failure(fmt::format("git archive {} | tar -x", commit), text::repaired(result.error));
 }

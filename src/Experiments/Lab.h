@@ -62,10 +62,10 @@ public:
 
     struct NewNode {
         std::string title;
-        std::string notes;
-        std::optional<std::string> parent;     ///< the parent's id; none for a baseline
-        std::optional<std::string> runCommand; ///< for a baseline alone
-        std::optional<UUID> conversation;
+        std::string notes{};
+        std::optional<std::string> parent{};     ///< the parent's id; none for a baseline
+        std::optional<std::string> runCommand{}; ///< for a baseline alone
+        std::optional<UUID> conversation{};
     };
     /// Makes the node's branch, worktree and row. A step that fails leaves what the steps before it made.
     [[nodiscard]] Experiment create(const NewNode& node) const;

@@ -52,10 +52,10 @@ struct Command {
     std::filesystem::path executable;   ///< absolute; PATH is not searched
     std::vector<std::string> arguments; ///< behind argv[0], which is the executable's path
     Environment environment;            ///< the whole of it
-    std::filesystem::path directory;    ///< the child's working directory; empty for the caller's
-    Stream input;
-    Stream output;
-    Stream error;
+    std::filesystem::path directory{};  ///< the child's working directory; empty for the caller's
+    Stream input{};
+    Stream output{};
+    Stream error{};
     Group group = Group::ours;
 };
 

@@ -13,15 +13,15 @@ namespace veltry {
 struct Experiment {
     UUID id;
     UUID projectID;
-    std::optional<UUID> parentID; ///< the node that this one started from; none for a baseline
-    std::string slug;             ///< unique within the project
+    std::optional<UUID> parentID{}; ///< the node that this one started from; none for a baseline
+    std::string slug;               ///< unique within the project
     std::string branch;
     std::string title;      ///< the idea under test
-    std::string notes;      ///< markdown
+    std::string notes{};    ///< markdown
     std::string runCommand; ///< the shell command of every run of this node
     bool archived = false;
-    std::optional<UUID> conversationID; ///< may name a conversation that is gone
-    Date createdAt;
+    std::optional<UUID> conversationID{}; ///< may name a conversation that is gone
+    Date createdAt{};
 
     [[nodiscard]] bool isRoot() const { return !parentID; }
 

@@ -15,14 +15,14 @@ namespace veltry {
 struct Paper {
     std::string id; ///< the OpenAlex W-id, such as "W4385245566"
     std::string title;
-    std::vector<std::string> authors; ///< display names in the order of the work
-    std::optional<std::int64_t> year;
-    std::optional<std::string> venue;
+    std::vector<std::string> authors{}; ///< display names in the order of the work
+    std::optional<std::int64_t> year{};
+    std::optional<std::string> venue{};
     std::int64_t citations = 0; ///< times cited
-    std::optional<std::string> doi;
+    std::optional<std::string> doi{};
     std::string url; ///< the landing page; never empty
-    std::optional<std::string> pdfURL;
-    std::optional<std::string> abstract;
+    std::optional<std::string> pdfURL{};
+    std::optional<std::string> abstract{};
 
     friend bool operator==(const Paper&, const Paper&) = default;
 };

@@ -15,23 +15,23 @@ namespace veltry {
 struct Question {
     struct Option {
         std::string label;
-        std::optional<std::string> description; ///< what picking it means
+        std::optional<std::string> description{}; ///< what picking it means
 
         friend bool operator==(const Option&, const Option&) = default;
     };
 
     std::string question;
-    std::optional<std::string> detail; ///< a short line below the question
-    std::vector<Option> options;       ///< may be empty: then an answer in words is asked for
-    bool multiSelect = false;          ///< whether more than one option may be picked
+    std::optional<std::string> detail{}; ///< a short line below the question
+    std::vector<Option> options{};       ///< may be empty: then an answer in words is asked for
+    bool multiSelect = false;            ///< whether more than one option may be picked
 
     friend bool operator==(const Question&, const Question&) = default;
 };
 
 /// The person's answer to one question.
 struct Answer {
-    std::vector<std::string> chosen;  ///< the labels that were picked
-    std::optional<std::string> other; ///< free text
+    std::vector<std::string> chosen{};  ///< the labels that were picked
+    std::optional<std::string> other{}; ///< free text
 
     /// True if nothing was picked and nothing but white space was typed.
     [[nodiscard]] bool isEmpty() const;

@@ -106,11 +106,7 @@ ChildProcess::Output tar(
     ChildProcess::Command command{
         .executable = tarProgram,
         .arguments = {action, std::filesystem::absolute(archive).string(), "--force-local"},
-        .environment = ProcessFacts::environment(),
-        .directory = {},
-        .input = {},
-        .output = {},
-        .error = {}};
+        .environment = ProcessFacts::environment()};
     command.arguments.insert(command.arguments.end(), options.begin(), options.end());
     command.environment.erase("TAR_OPTIONS"); // would be read as if it stood here
     command.environment["LC_ALL"] = "C.UTF-8";

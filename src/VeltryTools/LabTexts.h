@@ -14,8 +14,8 @@ namespace veltry::LabTexts {
 /// What the tree text is made of. The lists are in the store's order; `runs` go by number.
 struct Tree {
     std::vector<Experiment> experiments;
-    std::vector<Run> runs;
-    std::vector<Citation> citations;
+    std::vector<Run> runs{};
+    std::vector<Citation> citations{};
 };
 
 /// All nodes that aren't archived, depth first, with their runs and citations. A node whose parent is archived or gone

@@ -22,9 +22,9 @@ namespace veltry {
 /// To add a tool: a row in the table of LabTools.cpp, with its handler, and the handler's declaration below.
 struct LabTools {
     Lab lab;
-    std::optional<UUID> conversation; ///< a new node records it, and its person is asked; none: nobody can be
+    std::optional<UUID> conversation{}; ///< a new node records it, and its person is asked; none: nobody can be
     /// Where `settings.toml` lies; read afresh at each run_experiment. None: any number of runs at once.
-    std::optional<std::filesystem::path> settings;
+    std::optional<std::filesystem::path> settings{};
     std::chrono::milliseconds poll = std::chrono::seconds(1);             ///< pause between two looks at the store
     std::chrono::milliseconds questionWait = std::chrono::seconds(600);   ///< how long one ask_user call waits
     std::chrono::milliseconds progressInterval = std::chrono::seconds(5); ///< between two notices of a tool that waits

@@ -26,11 +26,7 @@ bool endsProcessesOfALogin()
             .arguments =
                 {"--system", "--timeout=2", "get-property", "org.freedesktop.login1", "/org/freedesktop/login1",
                  "org.freedesktop.login1.Manager", "KillUserProcesses"},
-            .environment = ProcessFacts::environment(),
-            .directory = {},
-            .input = {},
-            .output = {},
-            .error = {}};
+            .environment = ProcessFacts::environment()};
         return text::trimmed(ChildProcess::run(std::move(command)).output) == "b true";
     } catch (const Error&) {
         return false; // no bus to ask; Debian's own default
