@@ -1,8 +1,8 @@
 #pragma once
 
+#include "Support/TemporaryFolder.h"
+
 #include <cstddef>
-#include <filesystem>
-#include <iterator>
 #include <ostream>
 #include <thread>
 
@@ -15,11 +15,7 @@ struct ProcessResources {
         // The thread sanitizer brings a thread of its own with the first one that is started.
         static const bool hadThread = (std::thread([] {}).join(), true);
         static_cast<void>(hadThread);
-        const auto count = [](const char* folder) {
-            const std::filesystem::directory_iterator entries(folder);
-            return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
-        };
-        return {.descriptors = count("/proc/self/fd"), .threads = count("/proc/self/task")};
+        return {.descriptors = entryCount("/proc/self/fd"), .threads = entryCount("/proc/self/task")};
     }
 
     bool operator==(const ProcessResources&) const = default;
@@ -29,8 +25,8 @@ struct ProcessResources {
         return out << resources.descriptors << " descriptors, " << resources.threads << " threads";
     }
 
-    std::size_t descriptors;
-    std::size_t threads;
+    std::ptrdiff_t descriptors;
+    std::ptrdiff_t threads;
 };
 
 } // namespace veltry::test

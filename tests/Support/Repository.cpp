@@ -38,13 +38,7 @@ std::string Repository::git(const std::vector<std::string>& arguments) const
     std::vector<std::string> all{"-C", path().string()};
     all.insert(all.end(), arguments.begin(), arguments.end());
     ChildProcess::Output result = ChildProcess::run(
-        {.executable = "/usr/bin/git",
-         .arguments = std::move(all),
-         .environment = ProcessFacts::environment(),
-         .directory = {},
-         .input = {},
-         .output = {},
-         .error = {}});
+        {.executable = "/usr/bin/git", .arguments = std::move(all), .environment = ProcessFacts::environment()});
     if (result.exitNumber != 0)
         throw std::runtime_error("git " + arguments.front() + ": " + result.error);
     if (result.output.ends_with('\n'))

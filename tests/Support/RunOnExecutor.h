@@ -7,7 +7,9 @@
 
 #include <chrono>
 #include <exception>
+#include <optional>
 #include <stdexcept>
+#include <utility>
 
 namespace veltry::test {
 
@@ -31,6 +33,15 @@ void runOnExecutor(Body body)
         std::rethrow_exception(failure);
     if (!done)
         throw std::runtime_error("the coroutine still waits after thirty seconds");
+}
+
+/// The same for one task alone; returns its result.
+template <typename Result>
+[[nodiscard]] Result resultOf(asio::awaitable<Result> work)
+{
+    std::optional<Result> result;
+    runOnExecutor([&](const asio::any_io_executor&) -> asio::awaitable<void> { result = co_await std::move(work); });
+    return std::move(result).value();
 }
 
 } // namespace veltry::test

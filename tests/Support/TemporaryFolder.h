@@ -1,5 +1,8 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <cstddef>
 #include <filesystem>
 #include <string_view>
 
@@ -20,5 +23,10 @@ public:
 private:
     std::filesystem::path path_;
 };
+
+/// How many names stand in a folder, "." and ".." left out.
+[[nodiscard]] std::ptrdiff_t entryCount(const std::filesystem::path& folder);
+/// A file's permissions, as chmod(2) takes them.
+[[nodiscard]] mode_t modeOf(const std::filesystem::path& file);
 
 } // namespace veltry::test

@@ -10,8 +10,9 @@
 
 namespace veltry::test {
 
-TestLab::TestLab(Repository::Options options)
-    : repository(options), store(std::make_shared<ProjectStore>(database())),
+TestLab::TestLab(Repository::Options options, const std::filesystem::path& database)
+    : repository(options),
+      store(std::make_shared<ProjectStore>(database.empty() ? folder_ / "veltry.sqlite" : database)),
       lab(store, store->createProject("P", {repository.path()}), runs(), toolsProgram())
 {
     lab.adopt = [this](pid_t supervisor) { supervisors.push_back(supervisor); };
@@ -36,14 +37,21 @@ std::vector<std::string> TestLab::serverArguments() const
     return {"mcp", "--db", database().string(), "--project", lab.project.id.text(), "--runs", runs().string()};
 }
 
+McpProcess TestLab::serve(const std::vector<std::string>& more) const
+{
+    std::vector<std::string> arguments = serverArguments();
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return McpProcess(arguments);
+}
+
 Experiment TestLab::baseline(const std::string& command, const std::string& title) const
 {
-    return lab.create({.title = title, .notes = "", .parent = {}, .runCommand = command, .conversation = {}});
+    return lab.create({.title = title, .runCommand = command});
 }
 
 Experiment TestLab::child(const Experiment& parent, const std::string& title) const
 {
-    return lab.create({.title = title, .notes = "", .parent = parent.id.text(), .runCommand = {}, .conversation = {}});
+    return lab.create({.title = title, .parent = parent.id.text()});
 }
 
 void TestLab::write(const Experiment& node, std::string_view name, std::string_view contents) const

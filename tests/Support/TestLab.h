@@ -16,13 +16,14 @@ class TestLab {
 public:
     TestLab() : TestLab(Repository::Options{}) {}
 
-    explicit TestLab(Repository::Options options);
+    /// `database` is where the store lies, if not in the lab's own folder.
+    explicit TestLab(Repository::Options options, const std::filesystem::path& database = {});
     /// Ends the runs that still go and waits for their supervisors.
     ~TestLab();
     TestLab(const TestLab&) = delete;
     TestLab& operator=(const TestLab&) = delete;
 
-    [[nodiscard]] std::filesystem::path database() const { return folder_ / "veltry.sqlite"; }
+    [[nodiscard]] std::filesystem::path database() const { return store->path(); }
 
     [[nodiscard]] std::filesystem::path runs() const { return folder_ / "Runs"; }
 
@@ -31,7 +32,8 @@ public:
     /// The arguments of a server for this project.
     [[nodiscard]] std::vector<std::string> serverArguments() const;
 
-    [[nodiscard]] McpProcess serve() const { return McpProcess(serverArguments()); }
+    /// A server with these arguments behind its own; of an option that stands there twice the last counts.
+    [[nodiscard]] McpProcess serve(const std::vector<std::string>& more = {}) const;
 
     /// A baseline with that command.
     Experiment baseline(const std::string& command, const std::string& title = "Baseline") const;

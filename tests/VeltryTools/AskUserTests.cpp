@@ -1,8 +1,6 @@
 #include "QuickTools.h"
 #include "VeltryTools/AskUser.h"
 
-#include <asio/steady_timer.hpp>
-#include <asio/use_awaitable.hpp>
 #include <gmock/gmock.h>
 
 #include <functional>
@@ -11,11 +9,10 @@ namespace veltry {
 namespace {
 
 using test::call;
+using test::callTwice;
 using test::quickTools;
-using test::runOnExecutor;
 using test::TestLab;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 /// Tools for a conversation that is in the store.
@@ -38,10 +35,9 @@ TEST(AskUser, ReadsQuestionsWithTolerance)
         R"({"question":"C?","detail":5,"options":null,"multi_select":1},)"
         R"({"question":"D?","options":[{"label":"l","description":["x"]}],"multi_select":false}]})");
     EXPECT_THAT(
-        AskUser::questions(arguments),
-        ElementsAre(
-            Question{" A? ", " d ", {{"A", {}}, {"a", " x "}, {"A ", {}}, {"b", {}}}, true},
-            Question{"B?", {}, {}, false}, Question{"C?", {}, {}, false}, Question{"D?", {}, {{"l", {}}}, false}));
+        AskUser::questions(arguments), ElementsAre(
+                                           Question{" A? ", " d ", {{"A"}, {"a", " x "}, {"A "}, {"b"}}, true},
+                                           Question{"B?"}, Question{"C?"}, Question{"D?", {}, {{"l"}}}));
 }
 
 TEST(AskUser, RefusesWhatNobodyCouldAnswer)
@@ -52,15 +48,12 @@ TEST(AskUser, RefusesWhatNobodyCouldAnswer)
         std::string name, questions, text;
     } cases[] = {
         {"none", "[]", "missing_argument: Pass questions: one to 4 of them."},
-        {"null", "null", "missing_argument: Pass questions: one to 4 of them."},
         {"a text", R"("Why?")", "missing_argument: Pass questions: one to 4 of them."},
         {"five", "[1,1,1,1,1]", "too_many_questions: Ask at most 4 questions at once. Ask the rest after."},
         {"no object", R"(["Why?"])", "missing_argument: Pass question."},
         {"a blank question", R"([{"question":" \n","options":5}])", "missing_argument: Pass question."},
         {"the second one", R"([{"question":"A?"},{}])", "missing_argument: Pass question."},
         {"options as a text", R"([{"question":"A?","options":"yes"}])",
-         "invalid_options: options is a list of {label, description}."},
-        {"options as an object", R"([{"question":"A?","options":{}}])",
          "invalid_options: options is a list of {label, description}."},
         {"a bare option", R"([{"question":"A?","options":["yes"]}])", "missing_argument: Pass label."},
         {"five options", R"([{"question":" \"A\"? ","options":[)" + five + R"({"label":"1"}]}])",
@@ -85,8 +78,6 @@ TEST(AskUser, RefusesWhatNobodyCouldAnswer)
     const ToolOutcome nobody = call(tools, "ask_user", optimizer);
     EXPECT_EQ(nobody.text, "no_conversation: Nobody is there to answer: this server serves no conversation.");
     EXPECT_TRUE(nobody.isError);
-    EXPECT_EQ(call(tools, "ask_user", 5).text, "missing_argument: Pass questions: one to 4 of them.");
-
     LabTools elsewhere = tools;
     elsewhere.conversation = UUID::random(); // not in the store, which refuses it
     EXPECT_TRUE(call(elsewhere, "ask_user", optimizer).isError);
@@ -94,8 +85,7 @@ TEST(AskUser, RefusesWhatNobodyCouldAnswer)
 
 TEST(AskUser, RendersAnswersByPosition)
 {
-    const std::vector<Question> asked = {
-        {"Which optimizer?", {}, {}, false}, {"How long should it train?", {}, {}, false}};
+    const std::vector<Question> asked = {{"Which optimizer?"}, {"How long should it train?"}};
 
     const struct {
         std::string name;
@@ -112,7 +102,6 @@ TEST(AskUser, RendersAnswersByPosition)
         {"lines", {{{}, "a\n b "}}, "1. Which optimizer?\n   In their words: a\n b"},
         {"fewer answers", {{}}, "1. Which optimizer?"},
         {"more answers", {{}, {}, {{"x"}, {}}}, "1. Which optimizer?\n2. How long should it train?"},
-        {"no answers", {}, ""},
     };
 
     for (const auto& c : cases)
@@ -143,22 +132,10 @@ TEST(AskUser, TwoCallsWaitOnOneRoundAndBothLearnHowItEnds)
 
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        std::vector<ToolOutcome> outcomes;
-        runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-            for (int index = 0; index < 2; ++index)
-                asio::co_spawn(
-                    executor, tools.call("ask_user", optimizer),
-                    [&outcomes](std::exception_ptr, ToolOutcome outcome) { outcomes.push_back(std::move(outcome)); });
-            asio::steady_timer pause(executor, std::chrono::milliseconds(1));
-            co_await pause.async_wait(asio::use_awaitable); // both have taken their first look
-            EXPECT_THAT(outcomes, IsEmpty());
+        const std::vector<ToolOutcome> outcomes = callTwice(tools, "ask_user", optimizer, [&] {
             const std::vector<AgentQuestions> open = test.store->openQuestions(*tools.conversation);
-            EXPECT_THAT(open, SizeIs(1));
-            c.close(open.at(0).id);
-            while (outcomes.size() < 2) {
-                pause.expires_after(std::chrono::milliseconds(1));
-                co_await pause.async_wait(asio::use_awaitable);
-            }
+            ASSERT_THAT(open, SizeIs(1));
+            c.close(open[0].id);
         });
         for (const ToolOutcome& outcome : outcomes) {
             EXPECT_EQ(outcome.text, c.text);

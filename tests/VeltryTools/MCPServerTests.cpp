@@ -4,6 +4,7 @@
 #include "Support/TestLab.h"
 #include "VeltryTools/MCPServer.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <map>
@@ -121,109 +122,45 @@ TEST(MCPServer, AWaitHoldsUpNobody)
     EXPECT_THAT(test::toolText(server.answer(wait)), HasSubstr("run 1 of Baseline: cancelled"));
 }
 
-/// What a client sees that waits a second with each of these as its calls' `_meta`, all at once; ids count from 0.
-std::vector<JSONValue> conversation(const TestLab& test, const std::vector<std::string>& metas)
-{
-    std::vector<JSONValue> messages;
-    runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-        const MemoryTransport::Pair ends = MemoryTransport::pair(executor);
-        MCPServer server(test.lab, {}, {}, {});
-        server.tools.poll = std::chrono::milliseconds(5);
-        server.tools.progressInterval = std::chrono::milliseconds(200);
-        MCPServer::serve(std::move(server), executor, ends.first, {});
-        for (std::size_t id = 0; id < metas.size(); ++id) {
-            std::string request = R"({"jsonrpc":"2.0","method":"tools/call","params":{"name":"wait_for_runs",)";
-            request +=
-                R"("arguments":{"timeout_seconds":1},"_meta":)" + metas[id] + R"(},"id":)" + std::to_string(id) + "}";
-            co_await ends.second->send(std::move(request));
-        }
-        for (std::size_t answers = 0; answers < metas.size();) {
-            const std::optional<std::string> line = co_await ends.second->lines().next();
-            messages.push_back(JSONValue::parse(*line));
-            answers += messages.back().find("id") ? 1 : 0;
-        }
-        co_await ends.second->close();
-    });
-    return messages;
-}
-
 TEST(MCPServer, TellsAClientThatAskedForItThatACallStillWaits)
 {
     const TestLab test;
     const Experiment node = test.baseline("true");
     for (int index = 0; index < 2; ++index)
         test.store->insertRun(UUID::random(), node, "commit", test.runs() / "none");
-    // Two tokens, and what counts as none.
-    const std::vector<JSONValue> messages = conversation(
-        test, {R"({"progressToken":"t/1"})", R"({"progressToken":-9007199254740991})", "{}", R"({"progressToken":1.5})",
-               R"({"progressToken":null})", R"({"progressToken":["a"]})", R"({"progressToken":1e300})", "5"});
+    // Two tokens, and what counts as none: each is that of a call whose id is its place.
+    const std::string tokens[] = {R"("t/1")", "-9007199254740991", "1.5", "null", R"(["a"])", "1e300"};
     std::map<std::string, int> notices; // by token
     std::set<std::string> answered;     // by id
-    for (const JSONValue& message : messages) {
-        if (const JSONValue* id = message.find("id")) {
-            answered.insert(id->text());
-            continue;
+    runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
+        const MemoryTransport::Pair ends = MemoryTransport::pair(executor);
+        MCPServer server(test.lab, {}, {}, {});
+        server.tools.poll = std::chrono::milliseconds(5);
+        server.tools.progressInterval = std::chrono::milliseconds(200);
+        MCPServer::serve(std::move(server), executor, ends.first, {});
+        for (std::size_t id = 0; id < std::size(tokens); ++id) {
+            std::string request = fmt::format(
+                R"({{"jsonrpc":"2.0","id":{},"method":"tools/call","params":{{"name":"wait_for_runs",)"
+                R"("arguments":{{"timeout_seconds":1}},"_meta":{{"progressToken":{}}}}}}})",
+                id, tokens[id]);
+            co_await ends.second->send(std::move(request));
         }
-        const std::string token = message.find("params")->find("progressToken")->text();
-        EXPECT_EQ(
-            message.text(),
-            R"({"jsonrpc":"2.0","method":"notifications/progress","params":{"message":"2 runs in flight","progress":)" +
-                std::to_string(++notices[token]) + R"(,"progressToken":)" + token + "}}");
-        EXPECT_FALSE(answered.contains(token == R"("t/1")" ? "0" : "1")) << "a notice follows its answer";
-    }
-    EXPECT_THAT(notices, ElementsAre(Pair(R"("t/1")", testing::Ge(2)), Pair("-9007199254740991", testing::Ge(2))));
-}
-
-/// A client like the common ones: it ends a call when nothing has come for a while.
-asio::awaitable<bool> isAnsweredInTime(
-    std::shared_ptr<MemoryTransport> far, std::string request, std::chrono::milliseconds patience)
-{
-    asio::steady_timer clock(co_await asio::this_coro::executor, patience);
-    bool givenUp = false;
-    clock.async_wait([&](const asio::error_code& error) {
-        if (!error) {
-            givenUp = true;
-            far->lines().finish();
-        }
-    });
-    co_await far->send(std::move(request));
-    while (const std::optional<std::string> line = co_await far->lines().next()) {
-        if (JSONValue::parse(*line).find("id"))
-            co_return true;
-        clock.expires_after(patience); // progress sets the clock back
-        clock.async_wait([&](const asio::error_code& error) {
-            if (!error) {
-                givenUp = true;
-                far->lines().finish();
+        while (answered.size() < std::size(tokens)) {
+            const std::optional<std::string> line = co_await ends.second->lines().next();
+            const JSONValue message = JSONValue::parse(*line);
+            if (const JSONValue* id = message.find("id")) {
+                answered.insert(id->text());
+                continue;
             }
-        });
-    }
-    EXPECT_TRUE(givenUp);
-    co_return false;
-}
-
-TEST(MCPServer, NoticesKeepAClientFromGivingUp)
-{
-    const TestLab test;
-    const Experiment node = test.baseline("true");
-    test.store->insertRun(UUID::random(), node, "commit", test.runs() / "none");
-    for (const bool asks : {true, false}) {
-        bool answered = !asks;
-        runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-            const MemoryTransport::Pair ends = MemoryTransport::pair(executor);
-            MCPServer server(test.lab, {}, {}, {});
-            server.tools.poll = std::chrono::milliseconds(5);
-            server.tools.progressInterval = std::chrono::milliseconds(20);
-            MCPServer::serve(std::move(server), executor, ends.first, {});
-            std::string request =
-                R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"name":"wait_for_runs","arguments":)"
-                R"({"timeout_seconds":1})";
-            request += asks ? R"(,"_meta":{"progressToken":1}}})" : "}}";
-            answered = co_await isAnsweredInTime(ends.second, request, std::chrono::milliseconds(600));
-            co_await ends.second->close();
-        });
-        EXPECT_EQ(answered, asks);
-    }
+            const std::string token = message.find("params")->find("progressToken")->text();
+            const std::string params = fmt::format(
+                R"({{"message":"2 runs in flight","progress":{},"progressToken":{}}})", ++notices[token], token);
+            EXPECT_EQ(*line, R"({"jsonrpc":"2.0","method":"notifications/progress","params":)" + params + "}");
+            EXPECT_FALSE(answered.contains(token == tokens[0] ? "0" : "1")) << "a notice follows its answer";
+        }
+        co_await ends.second->close();
+    });
+    EXPECT_THAT(notices, ElementsAre(Pair(tokens[0], testing::Ge(2)), Pair(tokens[1], testing::Ge(2))));
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include "Support/TestLab.h"
 #include "VeltryTools/PaperTools.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <cstdlib>
@@ -18,7 +19,6 @@ namespace {
 using test::FakeOpenAlex;
 using test::McpProcess;
 using test::pageOf;
-using test::runOnExecutor;
 using test::TestLab;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -28,6 +28,11 @@ using testing::StartsWith;
 JSONValue paperID(const std::string& id)
 {
     return JSONValue::object({{"paper_id", id}});
+}
+
+JSONValue query(const std::string& text, JSONValue limit = nullptr)
+{
+    return JSONValue::object({{"query", text}, {"limit", std::move(limit)}});
 }
 
 /// The tools over a real lab, with a service on loopback.
@@ -48,21 +53,25 @@ protected:
     ~PaperToolsTest() override { ::unsetenv(OpenAlex::baseVariable); }
 
     /// The tool's text, with "!" before it if it is an error.
-    std::string call(const std::string& name, const JSONValue& arguments) const
+    std::string call(const std::string& name, const JSONValue& arguments = JSONValue::object({})) const
     {
-        ToolOutcome outcome;
-        runOnExecutor([&](const asio::any_io_executor&) -> asio::awaitable<void> {
-            asio::awaitable<ToolOutcome> work = tools->call(name, arguments);
-            outcome = co_await std::move(work);
-        });
+        const ToolOutcome outcome = test::resultOf(tools->call(name, arguments));
         return (outcome.isError ? "!" : "") + outcome.text;
     }
 
-    std::string cite(const std::string& paper, const Experiment& node, const std::string& reason) const
+    std::string cite(const std::string& paper, const std::string& node, const std::string& reason) const
     {
         return call(
-            "cite_paper",
-            JSONValue::object({{"paper_id", paper}, {"experiment_id", node.id.text()}, {"reason", reason}}));
+            "cite_paper", JSONValue::object({{"paper_id", paper}, {"experiment_id", node}, {"reason", reason}}));
+    }
+
+    /// The service has a paper "W5", whose file comes as `file` says.
+    void offerFile(const FakeOpenAlex::Reply& file)
+    {
+        const std::string address = server.address("/file.pdf");
+        const std::string work = R"({"id":"W5","display_name":"On Loss","best_oa_location":{"pdf_url":")";
+        server.reply("/works/W5", {.body = work + address + "\"}}"});
+        server.reply("/file.pdf", file);
     }
 
     FakeOpenAlex server;
@@ -90,33 +99,19 @@ TEST_F(PaperToolsTest, SearchesAndMarksWhatIsSaved)
     const std::string first = "1. W1 · Direct Preference (2023)\n   A, B, C and 1 more · arXiv · 1 citations · "
                               "open-access PDF · saved to this "
                               "project\n   While large";
-    const auto search = [&](JSONValue limit) {
-        return call("search_papers", JSONValue::object({{"query", " pre, ference"}, {"limit", std::move(limit)}}));
-    };
     const std::string both =
         "2 of 812 papers matching \" pre, ference\":\n\n" + first + "\n\n2. W2 · Bare\n   0 citations";
-    EXPECT_EQ(search(nullptr), both);
-    EXPECT_EQ(search(100), both);
-    EXPECT_EQ(search("2"), both);
-    for (const JSONValue& limit : {JSONValue(0), JSONValue(-7), JSONValue("1")})
-        EXPECT_EQ(search(limit), "1 of 812 papers matching \" pre, ference\":\n\n" + first);
-    server.reply("/works", {.body = pageOf({}, 0)});
-    EXPECT_EQ(search(nullptr), "No papers match \" pre, ference\".");
-    EXPECT_EQ(call("search_papers", JSONValue::object({{"query", " "}})), "!missing_argument: Pass query.");
-}
-
-TEST_F(PaperToolsTest, ShowsAtMostTenPapersUnasked)
-{
+    for (const JSONValue& limit : {JSONValue(nullptr), JSONValue("2"), JSONValue(100)})
+        EXPECT_EQ(call("search_papers", query(" pre, ference", limit)), both);
+    EXPECT_EQ(call("search_papers", query("x", -7)), "1 of 812 papers matching \"x\":\n\n" + first);
     std::vector<std::string> works;
     for (int number = 1; number <= 25; ++number)
-        works.push_back(
-            R"({"id":"W)" + std::to_string(number) + R"(","display_name":"T )" + std::to_string(number) + "\"}");
+        works.push_back(fmt::format(R"({{"id":"W{0}","display_name":"T {0}"}})", number));
     server.reply("/works", {.body = pageOf(works, 25)});
-    EXPECT_THAT(
-        call("search_papers", JSONValue::object({{"query", "x"}})), StartsWith("10 of 25 papers matching \"x\":"));
-    const std::string all = call("search_papers", JSONValue::object({{"query", "x"}, {"limit", 99}}));
-    EXPECT_THAT(all, StartsWith("25 of 25 papers"));
-    EXPECT_THAT(all, testing::EndsWith("\n\n25. W25 · T 25\n   0 citations"));
+    EXPECT_THAT(call("search_papers", query("x")), StartsWith("10 of 25 papers matching \"x\":"));
+    server.reply("/works", {.body = pageOf({}, 0)});
+    EXPECT_EQ(call("search_papers", query("x")), "No papers match \"x\".");
+    EXPECT_EQ(call("search_papers", query(" ")), "!missing_argument: Pass query.");
 }
 
 TEST_F(PaperToolsTest, ShowsOnePaperInFull)
@@ -134,7 +129,7 @@ TEST_F(PaperToolsTest, ShowsOnePaperInFull)
     EXPECT_EQ(
         call("save_paper", paperID("W1\n")),
         "!paper_not_found: No paper W1\n. Use an id from search_papers, like W4385245566.");
-    EXPECT_EQ(call("get_paper", JSONValue::object({})), "!missing_argument: Pass paper_id.");
+    EXPECT_EQ(call("get_paper"), "!missing_argument: Pass paper_id.");
     EXPECT_THAT(server.asked(), SizeIs(3));
 }
 
@@ -156,41 +151,37 @@ TEST_F(PaperToolsTest, APaperOfAnyProjectsLibraryCostsNoRequest)
 
 TEST_F(PaperToolsTest, CitesAndListsForThisProject)
 {
-    EXPECT_EQ(call("list_library", JSONValue::object({})), "No papers are saved to this project.");
+    EXPECT_EQ(call("list_library"), "No papers are saved to this project.");
     server.reply("/works/W1", {.body = fullWork});
     server.reply("/works/W2", {.body = bareWork});
-    const Experiment node = test.baseline("true", "Base");
+    const std::string node = test.baseline("true", "Base").id.text();
     const Experiment archived = test.baseline("true", "Gone");
     EXPECT_EQ(
-        call("cite_paper", JSONValue::object({{"paper_id", "W1"}, {"experiment_id", "x"}})),
+        cite("W1", "x", "why"),
         "!experiment_not_found: No experiment x in this project. Call experiment_tree for the ids.");
     EXPECT_THAT(server.asked(), IsEmpty()) << "the node is looked up first";
     EXPECT_EQ(cite("W1", node, " \n"), "!missing_argument: Pass reason.");
     EXPECT_THAT(test.store->libraryPapers(), IsEmpty());
     EXPECT_EQ(cite("W1", node, " The loss.\n"), "Base cites Direct Preference.");
-    EXPECT_EQ(
-        call("list_library", JSONValue::object({})),
-        "1 paper saved to this project:\n\n1. W1 · Direct Preference (2023)\n   A, B, C and 1 more · arXiv · 1 "
-        "citations · open-access PDF · saved to this project\n   While large\n   Cited by Base (" +
-            node.id.text() + "): The loss.");
+    const std::string entry =
+        "W1 · Direct Preference (2023)\n   A, B, C and 1 more · arXiv · 1 citations · open-access PDF · saved to this "
+        "project\n   While large\n   Cited by Base (" +
+        node + "): The loss.";
+    EXPECT_EQ(call("list_library"), "1 paper saved to this project:\n\n1. " + entry);
 
-    EXPECT_EQ(cite("W1", node, "Unchanged."), "Base cites Direct Preference.");
-    EXPECT_EQ(cite("W1", archived, "no"), "Gone cites Direct Preference.");
+    EXPECT_EQ(cite("W1", archived.id.text(), "no"), "Gone cites Direct Preference.");
     test.store->setArchived(archived.id, true);
     EXPECT_EQ(call("save_paper", paperID("W2")), "Saved Bare to this project.");
-    const std::string list = call("list_library", JSONValue::object({}));
-    EXPECT_THAT(
-        list,
-        StartsWith("2 papers saved to this project:\n\n1. W2 · Bare\n   0 citations · saved to this project\n\n2. W1"));
-    EXPECT_THAT(list, testing::EndsWith("\n   While large\n   Cited by Base (" + node.id.text() + "): Unchanged."));
-    EXPECT_THAT(test.lab.store->citations(test.lab.project.id), SizeIs(2));
+    EXPECT_EQ(
+        call("list_library"),
+        "2 papers saved to this project:\n\n1. W2 · Bare\n   0 citations · saved to this project\n\n2. " + entry);
 }
 
 TEST_F(PaperToolsTest, TellsFailuresOfTheServiceAndOfDownloads)
 {
     server.reply("/works", {.status = 429});
     EXPECT_EQ(
-        call("search_papers", JSONValue::object({{"query", "x"}})),
+        call("search_papers", query("x")),
         "!search_failed: OpenAlex's free searches from this network are used up for today. Add an OpenAlex key in "
         "Settings › Literature, or search again tomorrow.");
     server.reply("/works/W3", {.status = 500});
@@ -202,7 +193,6 @@ TEST_F(PaperToolsTest, TellsFailuresOfTheServiceAndOfDownloads)
     EXPECT_EQ(
         call("download_paper", paperID("W2")),
         "!download_failed: This paper has no open-access PDF. Open it in the browser to read it there.");
-    EXPECT_EQ(call("nope", JSONValue::object({})), "!unknown_tool: There is no tool nope.");
     EXPECT_FALSE(Files::exists(test / "Papers"));
     EXPECT_THAT(test.store->libraryPapers(), IsEmpty());
 }
@@ -220,37 +210,30 @@ TEST(PaperTexts, CutsAtTheLastWholeWord)
 /// What a real server does while a download trickles.
 TEST_F(PaperToolsTest, ATricklingDownloadHoldsUpNobody)
 {
-    const std::string paper =
-        R"({"id":"W5","display_name":"Slow","best_oa_location":{"pdf_url":")" + server.address("/slow.pdf") + "\"}}";
-    server.reply("/works/W5", {.body = paper});
     server.reply("/works", {.body = pageOf({bareWork}, 1)});
-    const FakeOpenAlex::Reply slow{
-        .body = "%PDF-" + std::string(45, 'x'), .pieces = 50, .pause = std::chrono::milliseconds(60)};
-    server.reply("/slow.pdf", slow);
+    const std::string body = "%PDF-" + std::string(45, 'x');
+    offerFile({.body = body, .pieces = 50, .pause = std::chrono::milliseconds(60)});
     McpProcess client = test.serve();
     const std::int64_t download = client.sendCall("download_paper", paperID("W5"));
     ASSERT_TRUE(test::eventually([&] { return server.asked().size() == 2; }));
 
-    EXPECT_EQ(client.request("ping").text(), "{}");
     EXPECT_THAT(client.call("experiment_tree"), StartsWith("The tree is empty."));
     constexpr int searches = 20;
     for (int index = 0; index < searches; ++index)
-        client.sendCall("search_papers", JSONValue::object({{"query", "x"}}));
+        client.sendCall("search_papers", query("x"));
     for (int index = 0; index < searches; ++index) {
         const JSONValue message = client.receive().value();
         EXPECT_NE(*message.find("id"), JSONValue(download)) << "the download is the last to end";
         EXPECT_EQ(test::toolText(message), "1 of 1 papers matching \"x\":\n\n1. W2 · Bare\n   0 citations");
     }
-    EXPECT_THAT(test::toolText(client.answer(download)), StartsWith("Downloaded Slow to "));
-    EXPECT_EQ(Files::read(test / "Papers/W5.pdf"), slow.body);
+    const std::filesystem::path file = test / "Papers/W5.pdf";
+    EXPECT_EQ(test::toolText(client.answer(download)), "Downloaded On Loss to " + file.string());
+    EXPECT_EQ(Files::read(file), body);
 }
 
 TEST_F(PaperToolsTest, TheEndOfInputDropsADownloadAndLeavesNothingOfIt)
 {
-    server.reply(
-        "/works/W5", {.body = R"({"id":"W5","display_name":"Slow","best_oa_location":{"pdf_url":")" +
-                              server.address("/slow.pdf") + "\"}}"});
-    server.reply("/slow.pdf", {.body = "%PDF-xxxx", .pieces = 2, .pause = std::chrono::seconds(60)});
+    offerFile({.body = "%PDF-xxxx", .pieces = 2, .pause = std::chrono::seconds(60)});
     Files::createFolders(test / "Papers");
     McpProcess client = test.serve();
     client.sendCall("download_paper", paperID("W5"));
@@ -260,41 +243,22 @@ TEST_F(PaperToolsTest, TheEndOfInputDropsADownloadAndLeavesNothingOfIt)
     EXPECT_TRUE(std::filesystem::is_empty(test / "Papers"));
 }
 
-TEST_F(PaperToolsTest, AnAgentAsksReadsSavesCitesAndDownloads)
+TEST_F(PaperToolsTest, AnAgentOfAConversationAsksItsPersonAndCites)
 {
-    server.reply(
-        "/works", {.body = pageOf(
-                       {R"({"id":"W5","display_name":"On Loss","best_oa_location":{"pdf_url":")" +
-                        server.address("/loss.pdf") + "\"}}"},
-                       1)});
-    server.reply(
-        "/works/W5", {.body = R"({"id":"W5","display_name":"On Loss","best_oa_location":{"pdf_url":")" +
-                              server.address("/loss.pdf") + "\"}}"});
-    server.reply("/loss.pdf", {.body = "%PDF-1.7 all of it"});
+    offerFile({});
     const UUID conversation = test.store->createConversation(test.lab.project.id, "chat", "agent").id;
-    std::vector<std::string> arguments = test.serverArguments();
-    arguments.insert(arguments.end(), {"--conversation", conversation.text()});
-    McpProcess client(arguments);
-
+    McpProcess client = test.serve({"--conversation", conversation.text()});
     const std::int64_t asked = client.sendCall(
         "ask_user", JSONValue::parse(R"({"questions":[{"question":"Which loss?","options":[{"label":"DPO"}]}]})"));
     ASSERT_TRUE(test::eventually([&] { return !test.store->openQuestions(conversation).empty(); }));
-    test.store->answer(
-        test.store->openQuestions(conversation).front().id, std::vector{Answer{.chosen = {"DPO"}, .other = {}}});
+    test.store->answer(test.store->openQuestions(conversation).front().id, {{.chosen = {"DPO"}}});
     EXPECT_THAT(test::toolText(client.answer(asked)), HasSubstr("DPO"));
 
-    EXPECT_THAT(client.call("search_papers", JSONValue::object({{"query", "loss"}})), HasSubstr("1. W5 · On Loss"));
-    EXPECT_EQ(client.call("save_paper", paperID("W5")), "Saved On Loss to this project.");
     const Experiment node = test.baseline("true");
-    EXPECT_EQ(
-        client.call(
-            "cite_paper",
-            JSONValue::object({{"paper_id", "W5"}, {"experiment_id", node.id.text()}, {"reason", "its loss"}})),
-        "Baseline cites On Loss.");
+    const JSONValue citation =
+        JSONValue::object({{"paper_id", "W5"}, {"experiment_id", node.id.text()}, {"reason", "its loss"}});
+    EXPECT_EQ(client.call("cite_paper", citation), "Baseline cites On Loss.");
     EXPECT_THAT(client.call("experiment_tree"), testing::EndsWith("\n  cites W5 On Loss: its loss"));
-    EXPECT_EQ(
-        client.call("download_paper", paperID("W5")), "Downloaded On Loss to " + (test / "Papers/W5.pdf").string());
-    EXPECT_EQ(Files::read(test / "Papers/W5.pdf"), "%PDF-1.7 all of it");
 }
 
 TEST_F(PaperToolsTest, TheServerReadsTheKeyWhenItStarts)
@@ -304,7 +268,7 @@ TEST_F(PaperToolsTest, TheServerReadsTheKeyWhenItStarts)
     ::unsetenv(OpenAlex::keyVariable);
     server.reply("/works", {.status = 401});
     EXPECT_EQ(
-        client.call("search_papers", JSONValue::object({{"query", "x"}})),
+        client.call("search_papers", query("x")),
         "search_failed: OpenAlex refused the key. Check it in Settings › Literature.");
     EXPECT_EQ(server.asked().back().query.at("api_key"), "secret");
 }

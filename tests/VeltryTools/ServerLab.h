@@ -13,13 +13,11 @@ namespace veltry::test {
 /// A lab for several servers, whose runs can be made to go on until they are let go.
 class ServerLab : public TestLab {
 public:
-    ServerLab() { hold(); }
+    /// `database` as TestLab's.
+    explicit ServerLab(const std::filesystem::path& database = {});
 
     /// Lets the runs go and waits until none is left, whoever started it.
     ~ServerLab();
-
-    /// A server with a runs folder of that name, and further arguments.
-    [[nodiscard]] McpProcess server(const std::string& runsFolder, const std::vector<std::string>& more = {}) const;
 
     /// A command that goes on until letGo(), or until the lab is gone.
     [[nodiscard]] std::string holding() const;
@@ -40,17 +38,10 @@ public:
 /// What /proc says of other processes.
 namespace processes {
 
-struct Child {
-    pid_t pid;
-    char state; ///< as ps(1) shows it: 'Z' for a zombie
-};
-
-[[nodiscard]] std::vector<Child> childrenOf(pid_t parent);
+/// The children of a process, ended ones that it hasn't waited for included.
+[[nodiscard]] std::vector<pid_t> childrenOf(pid_t parent);
 /// Those that have the text somewhere in their command line.
 [[nodiscard]] std::vector<pid_t> withArgument(std::string_view text);
-[[nodiscard]] std::size_t descriptorCount(pid_t process);
-/// Kilobytes of resident memory; 0 under a sanitizer, which keeps freed memory.
-[[nodiscard]] std::int64_t residentKilobytes(pid_t process);
 
 } // namespace processes
 

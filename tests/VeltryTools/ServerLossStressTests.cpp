@@ -47,7 +47,7 @@ void checkAfterLoss(const ServerLab& test, const Experiment& node, const std::st
     for (const Run& run : stored)
         if (!run.isFinished())
             test.backdate(run.id, pastStarting);
-    auto server = test.server("Runs");
+    auto server = test.serve();
     std::string tree;
     std::vector<Run> told;
     // A supervisor that is about to start, or to die, still has its run in flight, and rightly so.
@@ -89,7 +89,7 @@ TEST(ServerLossStress, AKillAtAnyMomentLosesNothingThatWasStored)
             test.write(node, "change", change);
             test.write(node, "much", std::string(1'000'000, static_cast<char>('a' + round % 26)));
             {
-                auto server = test.server("Runs"); // ends by force when it goes out of scope
+                auto server = test.serve(); // ends by force when it goes out of scope
                 const std::int64_t call = server.sendCall("run_experiment", test::naming(node));
                 if (!victim.server)
                     static_cast<void>(test::startedRun(test::toolText(server.answer(call))));
@@ -111,52 +111,20 @@ TEST(ServerLossStress, AKillAtAnyMomentLosesNothingThatWasStored)
     }
 }
 
-/// A lab whose store lies on a small disk of its own.
-struct LabOnDisk {
-    explicit LabOnDisk(const SmallDisk& disk)
-        : store(std::make_shared<ProjectStore>(disk / "veltry.sqlite")),
-          lab(store, store->createProject("P", {repository.path()}), folder / "Runs", test::toolsProgram())
-    {
-    }
-
-    [[nodiscard]] test::McpProcess serve() const
-    {
-        return test::McpProcess(
-            {"mcp", "--db", store->path().string(), "--project", lab.project.id.text(), "--runs", lab.runsFolder});
-    }
-
-    [[nodiscard]] Run ended(const UUID& id) const
-    {
-        EXPECT_TRUE(test::eventually([&] { return store->run(id)->isFinished(); }));
-        return store->run(id).value();
-    }
-
-    test::TemporaryFolder folder;
-    test::Repository repository;
-    std::shared_ptr<ProjectStore> store;
-    Lab lab;
-};
-
 TEST(ServerLossStress, AStoreOnAFullDiskIsToldAndServesAgainWhenThereIsRoom)
 {
     const test::TemporaryFolder folder;
     const SmallDisk disk(folder / "disk");
     if (!disk.mounted)
         GTEST_SKIP() << "mounting a file system takes root";
-    const LabOnDisk full(disk);
-    const auto create = [&](const std::string& title, const std::string& command) {
-        return full.lab.create({.title = title, .notes = "", .parent = {}, .runCommand = command, .conversation = {}});
-    };
-    const Experiment node = create("Node", "true");
-    const Experiment held =
-        create("Held", fmt::format("until [ -e {} ]; do sleep 0.05; done", (full.folder / "go").string()));
-    auto server = full.serve();
+    const ServerLab test(disk / "veltry.sqlite");
+    const Experiment node = test.baseline("true");
+    const Experiment held = test.baseline(test.holding(), "Held");
+    auto server = test.serve();
     const UUID run = test::startedRun(server.call("run_experiment", test::naming(held)));
-    ASSERT_TRUE(test::eventually([&] { return full.store->run(run)->status == Run::Status::running; }));
+    ASSERT_TRUE(test::eventually([&] { return test.store->run(run)->status == Run::Status::running; }));
 
-    Database(full.store->path()).withConnection([](Connection& file) {
-        file.execute("PRAGMA wal_checkpoint(TRUNCATE)");
-    });
+    Database(test.database()).withConnection([](Connection& file) { file.execute("PRAGMA wal_checkpoint(TRUNCATE)"); });
     disk.fill();
     JSONValue notes = JSONValue::object({{"experiment_id", node.id.text()}, {"notes", std::string(100'000, 'n')}});
     for (const std::int64_t call :
@@ -166,20 +134,18 @@ TEST(ServerLossStress, AStoreOnAFullDiskIsToldAndServesAgainWhenThereIsRoom)
         EXPECT_THAT(test::toolText(answer), HasSubstr("full"));
     }
     EXPECT_THAT(server.call("experiment_tree"), HasSubstr("run 1 of Held: running"));
-    Files::writeAtomically(full.folder / "go", "");
+    test.letGo();
     ASSERT_TRUE(test::eventually([&] { return test::processes::childrenOf(server.pid()).empty(); }))
         << "the supervisor ends though it can't store the end";
 
     disk.clear();
-    Database(full.store->path()).withConnection([&](Connection& file) {
-        file.execute("UPDATE run SET created_at = created_at - ?", pastStarting);
-    });
+    test.backdate(run, pastStarting);
     EXPECT_THAT(server.call("experiment_tree"), HasSubstr("run 1 of Held: failed no result"));
     EXPECT_EQ(server.call("set_experiment_notes", notes), "Notes saved.");
-    const auto next = full.ended(test::startedRun(server.call("run_experiment", test::naming(node))));
+    const auto next = test.finished(test::startedRun(server.call("run_experiment", test::naming(node))));
     EXPECT_EQ(next.number, 2);
     EXPECT_EQ(next.status, Run::Status::succeeded);
-    EXPECT_EQ(integrity(full.store->path()), "ok");
+    EXPECT_EQ(integrity(test.database()), "ok");
 }
 
 TEST(ServerLossStress, ARunsFolderOnAFullDiskFailsTheLaunchAlone)
@@ -189,7 +155,7 @@ TEST(ServerLossStress, ARunsFolderOnAFullDiskFailsTheLaunchAlone)
     if (!disk.mounted)
         GTEST_SKIP() << "mounting a file system takes root";
     const Experiment node = test.baseline("true");
-    auto server = test.server("disk/Runs");
+    auto server = test.serve({"--runs", disk / "Runs"});
     disk.fill();
     EXPECT_THAT(
         server.call("run_experiment", test::naming(node)), StartsWith("launch_failed: Run 1 could not start: "));

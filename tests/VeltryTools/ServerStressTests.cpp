@@ -23,7 +23,7 @@ TEST(ServerStress, FourServersOnOneStoreNumberTheirRunsWithoutAGap)
     const Experiment root = test.baseline("printf '{\"run\": %d}' $HARROWICK_RUN > $HARROWICK_RESULT_PATH");
     std::vector<test::McpProcess> servers;
     for (const char* runs : {"Runs 1", "Runs 2", "Runs 3", "Runs 4"})
-        servers.push_back(test.server(runs));
+        servers.push_back(test.serve({"--runs", test / runs}));
     std::vector<Experiment> nodes;
     for (int i = 0; i < 4 * each; ++i) {
         nodes.push_back(test.child(root, fmt::format("Child {}", i)));
@@ -55,7 +55,7 @@ TEST(ServerStress, OfTwoServersAtTheSameMomentOneComesSecond)
 
     const struct {
         std::string name;
-        std::vector<std::string> arguments;
+        std::vector<std::string> options;
         bool sameNode;
         std::string refusal;
     } cases[] = {
@@ -66,8 +66,10 @@ TEST(ServerStress, OfTwoServersAtTheSameMomentOneComesSecond)
 
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        auto first = test.server("Runs 1", c.arguments);
-        auto second = test.server("Runs 2", c.arguments);
+        auto first = test.serve(c.options);
+        std::vector<std::string> elsewhere = c.options;
+        elsewhere.insert(elsewhere.end(), {"--runs", test / "Runs 2"});
+        auto second = test.serve(elsewhere);
         for (int round = 0; round < stressed(100); ++round) {
             test.hold();
             // Both find something to commit.
@@ -94,7 +96,7 @@ TEST(ServerStress, ManyRunsLeaveNoZombieAndNoDescriptor)
 {
     const ServerLab test;
     const Experiment node = test.baseline("true");
-    auto server = test.server("Runs");
+    auto server = test.serve();
     const auto runOnce = [&] {
         const auto run = test.finished(test::startedRun(server.call("run_experiment", test::naming(node))));
         EXPECT_EQ(run.status, Run::Status::succeeded);
@@ -103,11 +105,12 @@ TEST(ServerStress, ManyRunsLeaveNoZombieAndNoDescriptor)
     const auto alone = [&] { return test::processes::childrenOf(server.pid()).empty(); };
     runOnce();
     ASSERT_TRUE(test::eventually(alone));
-    const std::size_t before = test::processes::descriptorCount(server.pid());
+    const std::string descriptors = fmt::format("/proc/{}/fd", server.pid());
+    const std::ptrdiff_t before = test::entryCount(descriptors);
     for (int run = 0; run < std::max(stressed(200), 5); ++run)
         runOnce();
     EXPECT_TRUE(test::eventually(alone)) << "a supervisor that has ended is reaped";
-    EXPECT_EQ(test::processes::descriptorCount(server.pid()), before);
+    EXPECT_EQ(test::entryCount(descriptors), before);
 }
 
 /// Sends 500 calls without reading, the ids being numbers and texts in turn. The last one is handled last, and `marked`
@@ -142,7 +145,7 @@ TEST(ServerStress, FiveHundredCallsInFlightAreEachAnsweredOnOneLine)
     test.lab.setNotes(node.id.text(), std::string(100'000, 'n')); // in every tree, so that answers pile up
     const Experiment marked = test.baseline("true", "Marked");
     const auto run = test.lab.launch(node.id.text(), 0);
-    auto server = test.server("Runs");
+    auto server = test.serve();
     std::set<std::string> open = sendManyCalls(server, marked);
     ASSERT_TRUE(test::eventually([&] { return test.store->experiment(marked.id)->notes == "seen"; }))
         << "a client that doesn't read holds up no call";
@@ -156,38 +159,6 @@ TEST(ServerStress, FiveHundredCallsInFlightAreEachAnsweredOnOneLine)
         EXPECT_TRUE(answer->find("result")) << answer->text();
     }
     EXPECT_EQ(server.request("ping"), JSONValue::object({})) << "and nothing behind the last answer";
-}
-
-TEST(ServerStress, AClientThatGivesUpWithoutProgressHearsOfIt)
-{
-    const ServerLab test;
-    static_cast<void>(test.lab.launch(test.baseline(test.holding()).id.text(), 0));
-    auto server = test.server("Runs");
-
-    const struct {
-        std::string token;
-        bool told;
-    } cases[] = {{"\"a\"", true}, {"7", true}, {"1.5", false}, {"true", false}, {"{}", false}};
-
-    std::string expected;
-    for (const auto& c : cases)
-        server.sendLine(fmt::format(
-            R"({{"jsonrpc":"2.0","id":{0},"method":"tools/call","params":{{"name":"wait_for_runs","arguments":{{"timeout_seconds":6}},"_meta":{{"progressToken":{0}}}}}}})",
-            c.token));
-    for (std::size_t answers = 0; answers < std::size(cases);) {
-        const JSONValue message = server.receive().value();
-        if (const JSONValue* id = message.find("id")) {
-            ++answers;
-            EXPECT_EQ(test::toolText(message), "No run finished within 6.0 seconds. 1 still in flight.") << id->text();
-            continue;
-        }
-        EXPECT_EQ(answers, 0U) << "a notice never follows its answer";
-        EXPECT_EQ(*message.find("method"), JSONValue("notifications/progress"));
-        expected += message.find("params")->text() + "\n";
-    }
-    EXPECT_EQ(expected, R"({"message":"1 run in flight","progress":1,"progressToken":"a"}
-{"message":"1 run in flight","progress":1,"progressToken":7}
-)");
 }
 
 } // namespace
