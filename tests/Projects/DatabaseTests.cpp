@@ -1,9 +1,5 @@
 #include "Projects/Database.h"
 #include "StoreSupport.h"
-#include "Support/TemporaryFolder.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <sqlite3.h>
 
@@ -37,7 +33,6 @@ TEST_F(DatabaseTest, TellsWhatFailed)
     EXPECT_EQ(failure.arguments, (std::vector<DatabaseError::Argument>{std::int64_t{1}, std::string("again")}));
     const auto doubleQuotes = [](Connection& c) { c.execute(R"(SELECT * FROM t WHERE b = "one")"); };
     EXPECT_EQ(failureOf([&] { database.read(doubleQuotes); }).message, "no such column: one");
-    EXPECT_EQ(DatabaseError(SQLITE_BUSY, "database is locked").description(), "SQLite error 5: database is locked");
 }
 
 TEST_F(DatabaseTest, ReadsWriteNothingAndAFailureLeavesNoTrace)
@@ -53,20 +48,6 @@ TEST_F(DatabaseTest, ReadsWriteNothingAndAFailureLeavesNoTrace)
     EXPECT_THAT(rows(path, "SELECT b FROM t"), ElementsAre("one"));
     database.write(insert); // neither left a transaction or query_only behind
     EXPECT_THAT(rows(path, "SELECT b FROM t"), ElementsAre("one", "two"));
-}
-
-TEST_F(DatabaseTest, SpreadsArgumentsOverSeveralStatements)
-{
-    database.write([](Connection& connection) {
-        connection.execute(
-            "INSERT INTO t VALUES (?, ?); /* two */ INSERT INTO t VALUES (?, ?); ",
-            UUID::parse("5e0b6d5c-1c4e-4e6e-9e4e-2b8b8b8b8b8b"), Date{1.5}, std::optional<std::string>(),
-            Blob{std::string_view("\0x", 2)});
-    });
-    EXPECT_THAT(
-        rows(path, "SELECT typeof(a) || ' ' || coalesce(a, '') || ' ' || typeof(b) || ' ' || hex(b) FROM t"),
-        ElementsAre(
-            "integer 1 text 6F6E65", "text 5E0B6D5C-1C4E-4E6E-9E4E-2B8B8B8B8B8B real 312E35", "null  blob 0078"));
 }
 
 TEST_F(DatabaseTest, SeesOneSnapshotAndSchemaChangesOfOthers)

@@ -1,10 +1,6 @@
 #include "Projects/Migrations.h"
 #include "Projects/ProjectStore.h"
 #include "StoreSupport.h"
-#include "Support/TemporaryFolder.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <sqlite3.h>
 
@@ -55,27 +51,6 @@ FROM sqlite_master AS m WHERE type = 'table' AND name NOT LIKE 'conversation_tex
             "run: id TEXT! 1, experiment_id TEXT!, project_id TEXT!, number INTEGER!, status TEXT!, commit_sha TEXT!, "
             "command TEXT!, directory TEXT!, pid INTEGER, exit_code INTEGER, result TEXT, cancel_requested BOOLEAN!=0, "
             "created_at DOUBLE!, ended_at DOUBLE"));
-    EXPECT_THAT(
-        rows(path, R"(SELECT name || ' of ' || tbl_name FROM sqlite_master WHERE type != 'table' AND sql IS NOT NULL
-ORDER BY name)"),
-        ElementsAre(
-            "citation_on_paper_id of citation", "conversation_on_project_id of conversation",
-            "conversation_text_delete of conversation_transcript",
-            "conversation_text_insert of conversation_transcript",
-            "conversation_text_update of conversation_transcript", "experiment_on_project_id of experiment",
-            "project_paper_on_paper_id of project_paper", "question_on_conversation_id of question",
-            "run_on_experiment_id of run", "run_on_project_id of run"));
-    EXPECT_THAT(
-        rows(path, R"(SELECT m.name || '.' || k."from" || ' to ' || k."table" || iif(k.on_update = 'NO ACTION', '', '?')
-    || iif(k.on_delete = 'CASCADE', '', ', ' || k.on_delete)
-FROM sqlite_master AS m, pragma_foreign_key_list(m.name) AS k WHERE m.type = 'table' ORDER BY 1)"),
-        ElementsAre(
-            "citation.experiment_id to experiment", "conversation.project_id to project",
-            "conversation_transcript.conversation_id to conversation", "experiment.parent_id to experiment, SET NULL",
-            "experiment.project_id to project", "project_folder.project_id to project",
-            "project_paper.paper_id to library_paper", "project_paper.project_id to project",
-            "question.conversation_id to conversation", "run.experiment_id to experiment",
-            "run.project_id to project"));
 }
 
 TEST_F(MigrationsTest, IndexOldTranscripts)

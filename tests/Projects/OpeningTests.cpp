@@ -1,13 +1,9 @@
 #include "Platform/Files.h"
 #include "Platform/SystemError.h"
-#include "Platform/SystemLog.h"
 #include "Projects/Migrations.h"
 #include "Projects/ProjectStore.h"
 #include "StoreSupport.h"
-#include "Support/TemporaryFolder.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "Support/LogLines.h"
 
 #include <sqlite3.h>
 
@@ -24,15 +20,6 @@ using testing::UnorderedElementsAre;
 
 class OpeningTest : public testing::Test {
 protected:
-    OpeningTest()
-    {
-        SystemLog::redirect([this](SystemLog::Level, std::string_view category, std::string_view message) {
-            log.push_back(std::string(category) + ": " + std::string(message));
-        });
-    }
-
-    ~OpeningTest() override { SystemLog::redirect({}); }
-
     std::vector<std::string> names() const
     {
         std::vector<std::string> result;
@@ -56,28 +43,24 @@ protected:
 
     TemporaryFolder folder;
     std::filesystem::path path = folder / "veltry.sqlite";
-    std::vector<std::string> log;
+    LogLines log{"store"};
 };
 
-TEST_F(OpeningTest, MakesFolderAndStore)
+TEST_F(OpeningTest, MakesFolderAndStoreOnce)
 {
     const std::filesystem::path deep = folder / "a/b/veltry.sqlite";
     EXPECT_EQ(ProjectStore(deep).path(), deep);
     EXPECT_EQ(rows(deep, "PRAGMA journal_mode"), std::vector<std::string>{"wal"});
+    const std::string first = Files::read(deep);
+    EXPECT_EQ(ProjectStore::openOrReplace(deep).movedAside, std::nullopt);
+    EXPECT_TRUE(Files::read(deep) == first);
+
     EXPECT_TRUE(ProjectStore("relative.sqlite").path().is_absolute());
     std::filesystem::remove("relative.sqlite");
-
-    write("", "a file");
+    write("", ""); // an empty file is an empty store
+    EXPECT_EQ(ProjectStore::openOrReplace(path).movedAside, std::nullopt);
+    EXPECT_THAT(rows(path, "SELECT * FROM grdb_migrations"), SizeIs(10));
     EXPECT_THROW(ProjectStore(path / "veltry.sqlite"), SystemError);
-}
-
-TEST_F(OpeningTest, SecondOpeningChangesNothing)
-{
-    static_cast<void>(ProjectStore(path));
-    const std::string first = Files::read(path);
-    const ProjectStore::Opened second = ProjectStore::openOrReplace(path);
-    EXPECT_EQ(second.movedAside, std::nullopt);
-    EXPECT_TRUE(Files::read(path) == first);
 }
 
 TEST_F(OpeningTest, FindsTheDefaultPath)
@@ -88,13 +71,6 @@ TEST_F(OpeningTest, FindsTheDefaultPath)
     EXPECT_EQ(ProjectStore::defaultPath(), "odd/../place");
     ::unsetenv("VELTRY_DATABASE_PATH");
     ::unsetenv("XDG_DATA_HOME");
-}
-
-TEST_F(OpeningTest, AnEmptyFileIsAnEmptyStore)
-{
-    write("", "");
-    EXPECT_EQ(ProjectStore::openOrReplace(path).movedAside, std::nullopt);
-    EXPECT_THAT(rows(path, "SELECT * FROM grdb_migrations"), SizeIs(10));
 }
 
 TEST_F(OpeningTest, ReplacesOnlyWhatCannotBeRead)
@@ -129,10 +105,10 @@ TEST_F(OpeningTest, ReplacesOnlyWhatCannotBeRead)
         EXPECT_THAT(opened.store->projects(), IsEmpty());
         EXPECT_FALSE(Files::exists(opened.movedAside->string() + "-shm"));
     }
-    EXPECT_THAT(log, SizeIs(2));
+    EXPECT_THAT(log.lines, SizeIs(2));
     EXPECT_EQ(
-        log.front(), "store: the database is unreadable, moving it aside: SQLite error 26: file is not a database "
-                     "- while executing `PRAGMA journal_mode = WAL`");
+        log.lines.front(), "the database is unreadable, moving it aside: SQLite error 26: file is not a database "
+                           "- while executing `PRAGMA journal_mode = WAL`");
 }
 
 TEST_F(OpeningTest, TheOldWALGoesAsideAsItWas)
@@ -167,7 +143,7 @@ TEST_F(OpeningTest, ANewerStoreStaysAsItIs)
     EXPECT_THROW(static_cast<void>(ProjectStore::openOrReplace(path)), ProjectStoreError);
     EXPECT_TRUE(Files::read(path) == before);
     EXPECT_THAT(names(), ElementsAre("veltry.sqlite"));
-    EXPECT_THAT(log, IsEmpty());
+    EXPECT_THAT(log.lines, IsEmpty());
 }
 
 TEST_F(OpeningTest, EightProcessesOpenOneStoreAtOnce)

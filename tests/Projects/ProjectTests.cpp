@@ -1,8 +1,4 @@
 #include "StoreSupport.h"
-#include "Support/TemporaryFolder.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace veltry::test {
 namespace {
@@ -18,7 +14,7 @@ std::string item(std::string_view id, std::string_view kind, std::string_view te
     return JSONValue::object({{"id", id}, {"kind", JSONValue::object({{std::string(kind), payload}})}}).text();
 }
 
-class ProjectTest : public testing::Test {
+class ProjectTest : public StoreTest {
 protected:
     Conversation makeConversation(const UUID& projectID, const std::string& items)
     {
@@ -26,9 +22,6 @@ protected:
         store.saveTranscript(made.id, items);
         return made;
     }
-
-    TemporaryFolder folder;
-    ProjectStore store{folder / "store"};
 };
 
 TEST_F(ProjectTest, NamesAndFolders)
@@ -70,12 +63,12 @@ TEST_F(ProjectTest, Updates)
     project = {project.id, "new", {"/a", "/b"}, project.createdAt, true, true};
     EXPECT_THAT(store.projects(), ElementsAre(project));
 
-    execute(store.path(), "UPDATE project_folder SET position = 7 WHERE path = '/a'");
+    execute("UPDATE project_folder SET position = 7 WHERE path = '/a'");
     store.addFolder("/c", project.id);
     EXPECT_EQ(store.projects().front().folders, (Folders{"/b", "/a", "/c"}));
     EXPECT_THROW(store.addFolder("/a", UUID::random()), DatabaseError);
 
-    execute(store.path(), "PRAGMA foreign_keys = OFF; UPDATE project SET id = 'damaged'");
+    execute("PRAGMA foreign_keys = OFF; UPDATE project SET id = 'damaged'");
     EXPECT_THAT(store.projects(), IsEmpty());
 }
 
@@ -84,17 +77,18 @@ TEST_F(ProjectTest, RemovalTakesEverythingAlong)
     const UUID project = store.createProject("p", {"/p"}).id;
     const UUID kept = store.createProject("kept", {"/k"}).id;
     for (const UUID& id : {project, kept}) {
-        makeConversation(id, "[" + item("1", "user", "hello") + "]");
-        const Experiment node = makeExperiment(id, "node");
-        store.insertExperiment(node);
+        const Conversation chat = makeConversation(id, "[" + item("1", "user", "hello") + "]");
+        store.ask({{.question = "?"}}, chat.id);
+        const Experiment node = insertExperiment(id, "node");
         store.insertRun(UUID::random(), node, "c", "/r");
+        store.cite({.id = "W1", .title = "t", .url = "u"}, node.id, "why");
     }
     store.removeProject(project);
     store.removeProject(project);
     for (const std::string table :
-         {"project", "project_folder", "conversation", "conversation_transcript", "conversation_text", "experiment",
-          "run"})
-        EXPECT_THAT(rows(store.path(), "SELECT count(*) FROM " + table), ElementsAre("1")) << table;
+         {"project", "project_folder", "project_paper", "conversation", "conversation_transcript", "conversation_text",
+          "question", "experiment", "citation", "run"})
+        EXPECT_THAT(rows("SELECT count(*) FROM " + table), ElementsAre("1")) << table;
 }
 
 TEST_F(ProjectTest, Conversations)
@@ -133,8 +127,8 @@ TEST_F(ProjectTest, Transcripts)
         EXPECT_EQ(store.transcript(chat.id), items);
     }
     store.saveTranscript(UUID::random(), "[]");
-    EXPECT_THAT(rows(store.path(), "SELECT count(*) FROM conversation_transcript"), ElementsAre("1"));
-    EXPECT_THAT(rows(store.path(), "SELECT typeof(items) FROM conversation_transcript"), ElementsAre("blob"));
+    EXPECT_THAT(rows("SELECT count(*) FROM conversation_transcript"), ElementsAre("1"));
+    EXPECT_THAT(rows("SELECT typeof(items) FROM conversation_transcript"), ElementsAre("blob"));
 }
 
 TEST_F(ProjectTest, Search)

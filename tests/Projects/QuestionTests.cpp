@@ -1,8 +1,4 @@
 #include "StoreSupport.h"
-#include "Support/TemporaryFolder.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace veltry::test {
 namespace {
@@ -12,30 +8,27 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using Status = AgentQuestions::Status;
 
-class QuestionTest : public testing::Test {
+class QuestionTest : public StoreTest {
 protected:
     /// Status, answers and whether the time of closing is set, as they stand in the row.
     std::string row(const UUID& id)
     {
         return rows(
-                   store.path(),
                    "SELECT status, coalesce(answers, '-'), answered_at IS NOT NULL FROM question WHERE id = '" +
                        id.text() + "'",
                    3)
             .at(0);
     }
 
-    TemporaryFolder folder;
-    ProjectStore store{folder / "store"};
     UUID project = store.createProject("p", {"/p"}).id;
     UUID here = store.createConversation(project, "here", "agent").id;
     UUID elsewhere = store.createConversation(project, "elsewhere", "agent").id;
     Question pick{
         .question = "Adam/W?",
         .detail = "a line",
-        .options = {{.label = "Yes", .description = {}}, {.label = "No", .description = "SGD \"plain\""}},
+        .options = {{.label = "Yes"}, {.label = "No", .description = "SGD \"plain\""}},
         .multiSelect = true};
-    Question write{.question = "Why?", .detail = {}, .options = {}, .multiSelect = false};
+    Question write{.question = "Why?"};
     std::vector<Question> both{pick, write};
 };
 
@@ -58,7 +51,7 @@ TEST_F(QuestionTest, TheSameQuestionsAreOneRoundWhileItIsOpen)
     store.answer(round.id, {});
     const AgentQuestions again = store.ask(both, here);
     EXPECT_NE(again.id, round.id);
-    execute(store.path(), "UPDATE question SET created_at = 1 WHERE id = ?", again.id);
+    execute("UPDATE question SET created_at = 1 WHERE id = ?", again.id);
     EXPECT_EQ(store.openQuestions(here).front().id, again.id); // by age
     EXPECT_EQ(store.openQuestions(here).at(1), second);
 
@@ -75,24 +68,20 @@ TEST_F(QuestionTest, ProcessesThatAskAtOnceShareTheRounds)
 TEST_F(QuestionTest, KeepsARoundAsItsJSON)
 {
     const AgentQuestions round = store.ask(both, here);
-    store.answer(round.id, {{.chosen = {"Yes", "N/A"}, .other = {}}, {.chosen = {}, .other = " \n"}});
+    store.answer(round.id, {{.chosen = {"Yes", "N/A"}}, {.other = " \n"}});
     EXPECT_THAT(
-        rows(store.path(), "SELECT questions, answers FROM question", 2),
+        rows("SELECT questions, answers FROM question", 2),
         ElementsAre(R"([{"detail":"a line","multiSelect":true,"options":[{"label":"Yes"},)"
                     R"({"description":"SGD \"plain\"","label":"No"}],"question":"Adam\/W?"},)"
                     R"({"multiSelect":false,"options":[],"question":"Why?"}])"
                     R"(|[{"chosen":["Yes","N\/A"]},{"chosen":[],"other":" \n"}])"));
     const std::vector<Answer> answers = store.questions(round.id)->answers.value();
     EXPECT_THAT(answers, ElementsAre(Answer{{"Yes", "N/A"}, {}}, Answer{{}, " \n"}));
-    EXPECT_FALSE(answers[0].isEmpty());
-    EXPECT_TRUE(answers[1].isEmpty());
-    EXPECT_TRUE(Answer().isEmpty());
-    EXPECT_FALSE((Answer{{}, " x"}).isEmpty());
 }
 
 TEST_F(QuestionTest, TheFirstToCloseARoundWins)
 {
-    const std::vector<Answer> answers{{.chosen = {"Yes"}, .other = {}}, {}};
+    const std::vector<Answer> answers{{.chosen = {"Yes"}}, {}};
 
     const struct {
         std::string name;
@@ -115,11 +104,11 @@ TEST_F(QuestionTest, TheFirstToCloseARoundWins)
         EXPECT_EQ(closed->status, first.status);
         EXPECT_EQ(closed->answers, first.status == Status::answered ? std::optional(answers) : std::nullopt);
         EXPECT_EQ(row(id), first.row);
-        execute(store.path(), "UPDATE question SET answered_at = 1 WHERE id = ?", id);
+        execute("UPDATE question SET answered_at = 1 WHERE id = ?", id);
         for (const auto& late : closings)
             late.close(id);
         EXPECT_EQ(row(id), first.row);
-        EXPECT_THAT(rows(store.path(), "SELECT 1 FROM question WHERE answered_at <> 1"), IsEmpty());
+        EXPECT_THAT(rows("SELECT 1 FROM question WHERE answered_at <> 1"), IsEmpty());
     }
     EXPECT_EQ(row(other), "open|-|0");
     store.answer(UUID::random(), answers); // nobody's: nothing happens
@@ -138,14 +127,12 @@ TEST_F(QuestionTest, DamagedRowsGiveNoRoundAndDamagedAnswersNone)
         {"nulls count as absent", "questions",
          R"([{"question":"","detail":null,"options":[{"label":"","description":null}],"multiSelect":false}])", true},
         {"no multiSelect", "questions", R"([{"question":"","options":[]}])", false},
-        {"no options", "questions", R"([{"question":"","multiSelect":false}])", false},
         {"option without a label", "questions", R"([{"question":"","options":[{}],"multiSelect":false}])", false},
         {"detail as a number", "questions", R"([{"question":"","detail":1,"options":[],"multiSelect":false}])", false},
         {"no list", "questions", "{}", false},
         {"no JSON", "questions", "[", false},
         {"another status", "status", "postponed", false},
         {"no identifier", "id", "x", false},
-        {"answers that aren't JSON", "answers", "[", true},
         {"answers of another shape", "answers", R"([{"chosen":"Yes"}])", true},
         {"answers without the picked", "answers", R"([{"other":"x"}])", true},
     };
@@ -153,12 +140,12 @@ TEST_F(QuestionTest, DamagedRowsGiveNoRoundAndDamagedAnswersNone)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const UUID id = store.ask({write}, here).id;
-        execute(store.path(), "UPDATE question SET " + c.column + " = ? WHERE id = ?", c.value, id);
+        execute("UPDATE question SET " + c.column + " = ? WHERE id = ?", c.value, id);
         const std::optional<AgentQuestions> round = store.questions(id);
         EXPECT_EQ(round.has_value(), c.reads);
         EXPECT_THAT(store.openQuestions(here), SizeIs(c.reads ? 1 : 0));
         EXPECT_TRUE(!round || !round->answers);
-        execute(store.path(), "DELETE FROM question");
+        execute("DELETE FROM question");
     }
 }
 

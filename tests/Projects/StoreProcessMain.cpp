@@ -18,18 +18,6 @@ void waitForStart()
         continue;
 }
 
-void insertRuns(ProjectStore& store, const Experiment& experiment, int count)
-{
-    for (int index = 0; index < count; ++index)
-        store.insertRun(UUID::random(), experiment, "commit", "/runs");
-}
-
-void askRounds(ProjectStore& store, const UUID& conversation, int count)
-{
-    for (int index = 0; index < count; ++index)
-        store.ask({{.question = std::to_string(index) + "?", .detail = {}, .options = {}}}, conversation);
-}
-
 } // namespace
 
 /// store-process STORE [runs EXPERIMENT COUNT | ask CONVERSATION COUNT]: opens the store, and inserts that many runs of
@@ -43,10 +31,12 @@ int main(int count, char** arguments)
             return 0;
         const UUID id = UUID::parse(arguments[3]).value();
         const int times = std::atoi(arguments[4]);
-        if (std::string_view(arguments[2]) == "runs")
-            insertRuns(store, store.experiment(id).value(), times);
-        else
-            askRounds(store, id, times);
+        const bool runs = std::string_view(arguments[2]) == "runs";
+        for (int index = 0; index < times; ++index)
+            if (runs)
+                store.insertRun(UUID::random(), store.experiment(id).value(), "commit", "/runs");
+            else
+                store.ask({{.question = std::to_string(index) + "?"}}, id);
         return 0;
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "%s\n", describe(failure).c_str());

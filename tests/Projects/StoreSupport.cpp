@@ -2,7 +2,6 @@
 
 #include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
-#include "Support/TemporaryFolder.h"
 
 namespace veltry::test {
 
@@ -30,21 +29,24 @@ std::vector<std::string> inProcesses(
     return failures;
 }
 
-Experiment makeExperiment(const UUID& projectID, const std::string& slug)
+Experiment StoreTest::makeExperiment(const UUID& projectID, const std::string& slug)
 {
     return Experiment{
         .id = UUID::random(),
         .projectID = projectID,
-        .parentID = {},
         .slug = slug,
         .branch = "veltry/" + slug,
         .title = "Try " + slug,
-        .notes = "",
         .runCommand = "python3 train.py",
-        .archived = false,
-        .conversationID = {},
         .createdAt = Date::now(),
     };
+}
+
+Experiment StoreTest::insertExperiment(const UUID& projectID, const std::string& slug)
+{
+    const Experiment made = makeExperiment(projectID, slug);
+    store.insertExperiment(made);
+    return made;
 }
 
 std::vector<std::string> rows(const std::filesystem::path& store, const std::string& sql, int columns)

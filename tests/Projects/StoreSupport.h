@@ -2,8 +2,9 @@
 
 #include "Projects/Database.h"
 #include "Projects/ProjectStore.h"
+#include "Support/TemporaryFolder.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <filesystem>
 #include <string>
@@ -17,15 +18,16 @@ namespace veltry::test {
 [[nodiscard]] std::vector<std::string> inProcesses(
     int count, const std::filesystem::path& store, const std::vector<std::string>& work = {});
 
-/// An experiment of the project that isn't in the store yet.
-[[nodiscard]] Experiment makeExperiment(const UUID& projectID, const std::string& slug);
-
 /// Runs statements on the store's file from outside.
 template <typename... Arguments>
 void execute(const std::filesystem::path& store, std::string_view sql, const Arguments&... arguments)
 {
     Database(store).withConnection([&](Connection& connection) { connection.execute(sql, arguments...); });
 }
+
+/// The rows of a query from outside, their columns parted by "|" as the sqlite3 shell does it.
+[[nodiscard]] std::vector<std::string> rows(
+    const std::filesystem::path& store, const std::string& sql, int columns = 1);
 
 /// The failure that a body must throw.
 template <typename Body>
@@ -40,8 +42,28 @@ template <typename Body>
     return DatabaseError(0, "");
 }
 
-/// The rows of a query from outside, their columns parted by "|" as the sqlite3 shell does it.
-[[nodiscard]] std::vector<std::string> rows(
-    const std::filesystem::path& store, const std::string& sql, int columns = 1);
+/// A new store, and ways past it to its file.
+class StoreTest : public testing::Test {
+protected:
+    /// An experiment of the project that isn't in the store yet.
+    [[nodiscard]] static Experiment makeExperiment(const UUID& projectID, const std::string& slug);
+
+    /// The same in the store.
+    Experiment insertExperiment(const UUID& projectID, const std::string& slug);
+
+    template <typename... Arguments>
+    void execute(std::string_view sql, const Arguments&... arguments) const
+    {
+        test::execute(store.path(), sql, arguments...);
+    }
+
+    [[nodiscard]] std::vector<std::string> rows(const std::string& sql, int columns = 1) const
+    {
+        return test::rows(store.path(), sql, columns);
+    }
+
+    TemporaryFolder folder;
+    ProjectStore store{folder / "store"};
+};
 
 } // namespace veltry::test

@@ -1,6 +1,5 @@
 #include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
-#include "Platform/ProcessFacts.h"
 #include "Projects/Templates.h"
 #include "Support/FakeOpenAlex.h"
 #include "Support/RunOnExecutor.h"
@@ -36,21 +35,20 @@ with tarfile.open(sys.argv[1], "w:gz") as archive:
 
 class TemplatesTest : public testing::Test {
 protected:
-    TemplatesTest() { Files::createFolders(target); }
+    TemplatesTest() { emptyTarget(); }
+
+    void emptyTarget() const
+    {
+        std::filesystem::remove_all(target);
+        Files::createFolders(target);
+    }
 
     std::filesystem::path archive(const std::string& lines) const
     {
         const std::filesystem::path path = folder / "an:archive.tar.gz";
-        EXPECT_EQ(
-            ChildProcess::run({.executable = "/usr/bin/python3",
-                               .arguments = {"-c", archiver, path.string(), lines},
-                               .environment = ProcessFacts::environment(),
-                               .directory = {},
-                               .input = {},
-                               .output = {},
-                               .error = {}})
-                .exitNumber,
-            0);
+        const ChildProcess::Output written = ChildProcess::run(
+            {.executable = "/usr/bin/python3", .arguments = {"-c", archiver, path.string(), lines}, .environment = {}});
+        EXPECT_EQ(written.exitNumber, 0) << written.error;
         return path;
     }
 
@@ -58,10 +56,7 @@ protected:
     std::string fetch(const std::string& name, const Templates::Archive& from) const
     {
         try {
-            test::runOnExecutor([&](const asio::any_io_executor&) -> asio::awaitable<void> {
-                asio::awaitable<void> work = Templates::fetch(name, target, from, session);
-                co_await std::move(work);
-            });
+            test::runOnExecutor([&](const auto&) { return Templates::fetch(name, target, from, session); });
         } catch (const Error& error) {
             return error.description();
         }
@@ -133,12 +128,11 @@ TEST_F(TemplatesTest, NothingIsWrittenOutsideTheFolder)
         SCOPED_TRACE(c.name);
         EXPECT_EQ(fetch("n", archive(c.lines)) != "done", c.fails);
         EXPECT_EQ(Files::read(outside + "/victim"), "safe");
-        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(outside), {}), 1);
-        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 3);
+        EXPECT_EQ(test::entryCount(outside), 1);
+        EXPECT_EQ(test::entryCount(folder.path()), 3);
         for (const auto& entry : std::filesystem::recursive_directory_iterator(target))
             EXPECT_TRUE(entry.is_symlink() || entry.is_regular_file() || entry.is_directory()) << entry.path();
-        std::filesystem::remove_all(target);
-        Files::createFolders(target);
+        emptyTarget();
     }
 }
 
@@ -190,8 +184,7 @@ TEST_F(TemplatesTest, TheInstalledArchiveHoldsOurs)
         EXPECT_EQ(fetch(name, Templates::archive()), "done");
         EXPECT_TRUE(Files::exists(target / "README.md")) << name;
         EXPECT_EQ(Files::exists(target / "telemetry.toml"), std::string_view(name) != "empty") << name;
-        std::filesystem::remove_all(target);
-        Files::createFolders(target);
+        emptyTarget();
     }
 }
 
