@@ -95,14 +95,10 @@ TEST(VeltrySettings, WarnsOfWhatItPassesOver)
         EXPECT_EQ(reading.warnings, c.warnings);
         EXPECT_EQ(reading.settings, VeltrySettings());
     }
-}
-
-TEST(VeltrySettings, KeepsTheGoodValuesBesideABadOne)
-{
-    const auto reading = VeltrySettings::read("[experiments]\nmax_runs = 3e2\ntree = 1\n[appearance]\ntheme='light'");
-    EXPECT_EQ(reading.settings.maxRuns, 300);
-    EXPECT_EQ(reading.settings.theme, VeltrySettings::Theme::light);
-    EXPECT_THAT(reading.warnings, ElementsAre("experiments.tree must be \"graph\" or \"indented\""));
+    const auto partly = VeltrySettings::read("[experiments]\nmax_runs = 3e2\ntree = 1\n[appearance]\ntheme='light'");
+    EXPECT_EQ(partly.settings.maxRuns, 300);
+    EXPECT_EQ(partly.settings.theme, VeltrySettings::Theme::light);
+    EXPECT_THAT(partly.warnings, ElementsAre("experiments.tree must be \"graph\" or \"indented\""));
     EXPECT_THROW(static_cast<void>(VeltrySettings::read("[experiments")), TOML::Failure);
 }
 
@@ -112,19 +108,11 @@ TEST(VeltrySettings, LoadsTheDefaultsWhereAFileCannotBeRead)
     const auto file = folder / "settings.toml";
     EXPECT_EQ(VeltrySettings::load(file), VeltrySettings());
     EXPECT_EQ(VeltrySettings::load(folder.path()), VeltrySettings());
-
-    const struct {
-        std::string_view contents;
-        std::int64_t maxRuns;
-    } cases[] = {
-        {"[experiments]\nmax_runs = 7\n", 7},
-        {"[experiments]\nmax_runs = 7\nbad = \"\xFF\"\n", 2},
-        {"[experiments]\nmax_runs = 7\n?", 2},
-    };
-
-    for (const auto& c : cases) {
-        Files::writeAtomically(file, c.contents);
-        EXPECT_EQ(VeltrySettings::load(file).maxRuns, c.maxRuns) << c.contents;
+    Files::writeAtomically(file, "[experiments]\nmax_runs = 7\n");
+    EXPECT_EQ(VeltrySettings::load(file).maxRuns, 7);
+    for (const char* end : {"bad = \"\xFF\"\n", "?"}) {
+        Files::writeAtomically(file, std::string("[experiments]\nmax_runs = 7\n") + end);
+        EXPECT_EQ(VeltrySettings::load(file), VeltrySettings()) << end;
     }
 }
 
@@ -153,7 +141,6 @@ TEST(VeltrySettings, ChangesOneLineAndNothingElse)
          "[experiments]\nmax_runs = 0\n# none\n[x]"},
         {"a header on the last line", Key::maxRuns, 0, "[experiments]", "[experiments]\nmax_runs = 0"},
         {"no table, no line feed", Key::maxRuns, 0, "# mine", "# mine\n\n[experiments]\nmax_runs = 0\n"},
-        {"no table", Key::maxRuns, 0, "[x]\n", "[x]\n\n[experiments]\nmax_runs = 0\n"},
         {"an empty file", Key::passAPIKeys, false, "", "\n[agents]\npass_api_keys = false\n"},
         {"a file that does not parse", Key::maxRuns, 1, "?\n[experiments]\n= 3\nmax_runs : 4\n\xFF",
          "?\n[experiments]\n= 3\nmax_runs = 1\nmax_runs : 4\n\xFF"},

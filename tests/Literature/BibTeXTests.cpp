@@ -14,12 +14,7 @@ Paper makePaper(std::string title, std::vector<std::string> authors, std::option
         .title = std::move(title),
         .authors = std::move(authors),
         .year = year,
-        .venue = {},
-        .citations = 0,
-        .doi = {},
-        .url = "https://openalex.org/W7",
-        .pdfURL = {},
-        .abstract = {}};
+        .url = "https://openalex.org/W7"};
 }
 
 TEST(BibTeX, WritesEntriesThatStayWhole)

@@ -12,7 +12,6 @@ namespace veltry {
 namespace {
 
 using test::FakeOpenAlex;
-using test::runOnExecutor;
 using testing::StartsWith;
 
 constexpr const char* unreachable = "The PDF did not download. Check the connection and try again.";
@@ -21,17 +20,7 @@ constexpr const char* webPage =
 
 Paper paperWith(const std::optional<std::string>& pdf, const std::string& id = "W1")
 {
-    return {
-        .id = id,
-        .title = "T",
-        .authors = {},
-        .year = {},
-        .venue = {},
-        .citations = 0,
-        .doi = {},
-        .url = "u",
-        .pdfURL = pdf,
-        .abstract = {}};
+    return {.id = id, .title = "T", .url = "u", .pdfURL = pdf};
 }
 
 class PaperFilesTest : public testing::Test {
@@ -39,16 +28,11 @@ protected:
     /// The path or the error's text.
     std::string pdf(const Paper& paper)
     {
-        std::string text;
         try {
-            runOnExecutor([&](const asio::any_io_executor&) -> asio::awaitable<void> {
-                asio::awaitable<std::filesystem::path> work = files.pdf(paper);
-                text = (co_await std::move(work)).string();
-            });
+            return test::resultOf(files.pdf(paper)).string();
         } catch (const Error& error) {
-            text = error.description();
+            return error.description();
         }
-        return text;
     }
 
     bool leftNothing() const { return std::filesystem::is_empty(folder.path()); }
@@ -83,8 +67,8 @@ TEST_F(PaperFilesTest, AFailedDownloadLeavesNothingBehind)
         {"too short", {.body = "%PDF"}, webPage},
         {"empty", {}, webPage},
         {"refused with a PDF", {.status = 404, .body = "%PDF-1.7"}, unreachable},
-        {"cut off", {.body = "%PDF-1.7 and much more", .cutAfter = 12}, unreachable},
         {"to a file", {.status = 302, .location = "file:///etc/hostname"}, unreachable},
+        {"cut off", {.body = "%PDF-1.7 and much more", .cutAfter = 12}, unreachable},
     };
 
     for (const auto& c : cases) {

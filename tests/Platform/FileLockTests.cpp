@@ -1,4 +1,3 @@
-#include "Platform/ChildProcess.h"
 #include "Platform/FileDescriptor.h"
 #include "Platform/FileLock.h"
 #include "Platform/Files.h"
@@ -63,21 +62,6 @@ TEST(FileLock, IsDroppedWhenItsHolderIsKilled)
     ::kill(holder, SIGKILL);
     EXPECT_TRUE(test::eventually([&] { return taken.load(); }));
     ::waitpid(holder, nullptr, 0);
-}
-
-TEST(FileLock, IsNotKeptByAChild)
-{
-    const test::TemporaryFolder folder;
-    const auto path = folder / "lock";
-    auto lock = FileLock::tryTake(path);
-    ChildProcess::Command command;
-    command.executable = "/bin/sleep";
-    command.arguments = {"60"};
-    const pid_t child = ChildProcess::start(command);
-    lock.reset();
-    EXPECT_FALSE(FileLock::isHeld(path));
-    ::kill(child, SIGKILL);
-    EXPECT_EQ(ChildProcess::wait(child), 128 + SIGKILL);
 }
 
 TEST(FileLock, IsNotLostToThoseWhoOnlyAsk)

@@ -1,3 +1,4 @@
+#include "Base/Text.h"
 #include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
 #include "Platform/HTTPSession.h"
@@ -26,11 +27,6 @@ HTTPSession::Outcome get(HTTPSession& session, HTTPSession::Request request)
     std::promise<HTTPSession::Outcome> promise;
     session.get(std::move(request), [&](HTTPSession::Outcome outcome) { promise.set_value(std::move(outcome)); });
     return promise.get_future().get();
-}
-
-std::ptrdiff_t threadCount()
-{
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
 }
 
 TEST(HTTPSession, GivesWhatTheServerAnswered)
@@ -137,11 +133,11 @@ TEST(HTTPSession, ASlowTransferHoldsUpNoOther)
     FakeOpenAlex server;
     server.reply("/slow", {.body = "ab", .pieces = 2, .pause = std::chrono::seconds(60)});
     server.reply("/plain", {.body = "{}"});
-    const std::ptrdiff_t before = threadCount();
+    const std::ptrdiff_t before = test::entryCount("/proc/self/task");
     std::atomic<int> slow = 0;
     {
         HTTPSession session;
-        EXPECT_EQ(threadCount(), before) << "no thread before the first request";
+        EXPECT_EQ(test::entryCount("/proc/self/task"), before) << "no thread before the first request";
         session.get({.address = server.address("/slow")}, [&](const HTTPSession::Outcome&) { ++slow; });
         std::atomic<int> finished = 0;
         for (int index = 0; index < 20; ++index)
@@ -173,11 +169,10 @@ TEST(HTTPSession, RefusesACertificateThatNobodyVouchesFor)
         GTEST_SKIP() << "openssl makes the certificate, and isn't here";
     ChildProcess::Command command;
     command.executable = "/usr/bin/openssl";
-    command.arguments = {"req",          "-x509",  "-newkey",
-                         "rsa:2048",     "-nodes", "-keyout",
-                         folder / "key", "-out",   folder / "certificate",
-                         "-days",        "1",      "-subj",
-                         "/CN=127.0.0.1"};
+    for (const std::string_view word :
+         text::split("req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=127.0.0.1", ' '))
+        command.arguments.emplace_back(word);
+    command.arguments.insert(command.arguments.end(), {"-keyout", folder / "key", "-out", folder / "certificate"});
     ASSERT_EQ(ChildProcess::run(command).exitNumber, 0);
     FakeOpenAlex server(folder / "certificate", folder / "key");
     server.reply("/x", {.body = "{}"});
