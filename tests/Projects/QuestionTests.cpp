@@ -77,6 +77,8 @@ TEST_F(QuestionTest, KeepsARoundAsItsJSON)
                     R"(|[{"chosen":["Yes","N\/A"]},{"chosen":[],"other":" \n"}])"));
     const std::vector<Answer> answers = store.questions(round.id)->answers.value();
     EXPECT_THAT(answers, ElementsAre(Answer{{"Yes", "N/A"}, {}}, Answer{{}, " \n"}));
+    EXPECT_FALSE(answers[0].isEmpty());
+    EXPECT_TRUE(answers[1].isEmpty());
 }
 
 TEST_F(QuestionTest, TheFirstToCloseARoundWins)

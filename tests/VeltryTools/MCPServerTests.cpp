@@ -20,49 +20,35 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Pair;
 
-std::string answerTo(McpProcess& server, std::string_view method, std::string_view params)
-{
-    server.sendLine(
-        R"({"jsonrpc":"2.0","id":"q","method":")" + std::string(method) + "\"" +
-        (params.empty() ? "" : ",\"params\":" + std::string(params)) + "}");
-    return server.receive().value_or(nullptr).text();
-}
-
 TEST(MCPServer, AnswersItsFourMethodsAndRefusesTheRest)
 {
     const TestLab test;
     McpProcess server = test.serve();
-    const auto result = [](const std::string& text) { return R"({"id":"q","jsonrpc":"2.0","result":)" + text + "}"; };
-    const auto error = [](int code, const std::string& message) {
-        return R"({"error":{"code":)" + std::to_string(code) + R"(,"message":")" + message +
-               R"("},"id":"q","jsonrpc":"2.0"})";
-    };
-    const auto failed = [&](const std::string& text) {
-        return result(R"({"content":[{"text":")" + text + R"(","type":"text"}],"isError":true})");
+    const auto tool = [](const std::string& text, const std::string& isError) {
+        return R"({"content":[{"text":")" + text + R"(","type":"text"}],"isError":)" + isError + "}";
     };
 
     const struct {
-        std::string_view method, params;
-        std::string answer;
+        std::string method, params, answer; ///< the result or the error
     } cases[] = {
-        {"ping", "", result("{}")}, // also before initialize
-        {"tools/call", R"({"name":3})", error(-32602, "tools/call needs a name")},
-        {"tools/call", "", error(-32602, "tools/call needs a name")},
-        {"tools/call", R"({"name":"nope"})", failed("unknown_tool: There is no tool nope.")},
-        {"tools/call", R"({"name":"get_run","arguments":5})", failed("missing_argument: Pass run.")},
-        {"tools/call", R"({"name":"wait_for_runs"})",
-         result(R"({"content":[{"text":"Nothing is in flight.","type":"text"}],"isError":false})")},
-        {"resources/list", "{}", error(-32601, "method not found: resources/list")},
-        {"Ping", "{}", error(-32601, "method not found: Ping")},
+        {"ping", "null", "{}"}, // also before initialize
+        {"tools/call", R"({"name":3})", R"({"code":-32602,"message":"tools/call needs a name"})"},
+        {"tools/call", "null", R"({"code":-32602,"message":"tools/call needs a name"})"},
+        {"tools/call", R"({"name":"nope"})", tool("unknown_tool: There is no tool nope.", "true")},
+        {"tools/call", R"({"name":"get_run","arguments":5})", tool("missing_argument: Pass run.", "true")},
+        {"tools/call", R"({"name":"wait_for_runs"})", tool("Nothing is in flight.", "false")},
+        {"resources/list", "{}", R"({"code":-32601,"message":"method not found: resources/list"})"},
+        {"Ping", "{}", R"({"code":-32601,"message":"method not found: Ping"})"},
     };
-
-    for (const auto& c : cases)
-        EXPECT_EQ(answerTo(server, c.method, c.params), c.answer);
 
     // Notifications of any kind change nothing.
     server.sendLine(R"({"jsonrpc":"2.0","method":"notifications/initialized"})");
     server.sendLine(R"({"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":1}})");
-    EXPECT_EQ(answerTo(server, "ping", ""), result("{}"));
+    for (const auto& c : cases) {
+        const JSONValue answer = server.answer(server.send(c.method, JSONValue::parse(c.params)));
+        const JSONValue* result = answer.find("result");
+        EXPECT_EQ((result ? result : answer.find("error"))->text(), c.answer) << c.method << c.params;
+    }
 }
 
 TEST(MCPServer, InitializeEchoesTheVersionAndTellsTheAgentHowToWork)

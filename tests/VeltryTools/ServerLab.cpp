@@ -53,11 +53,6 @@ JSONValue naming(const Experiment& node)
     return JSONValue::object({{"experiment_id", node.id.text()}});
 }
 
-bool isError(const JSONValue& answer)
-{
-    return *answer.find("result")->find("isError") != JSONValue(false);
-}
-
 UUID startedRun(const std::string& text)
 {
     const std::size_t place = text.find(" started (");

