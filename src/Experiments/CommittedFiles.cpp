@@ -11,7 +11,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t bytesAtOnce = 64 * 1024;
+constexpr std::size_t bytesAtOnce = 65'536;
 
 struct Entry {
     std::string mode;

@@ -14,7 +14,7 @@ constexpr std::size_t dateLength = 11; // "2026-03-01 "
 std::string time(const RunLog::Line& line, const Terminal& terminal, Date now)
 {
     const std::string today = Times::local(now);
-    const std::string moment = line.at ? Times::local(*line.at) : std::string();
+    std::string moment = line.at ? Times::local(*line.at) : std::string();
     if (!terminal.isTerminal())
         return fmt::format("{:<{}}", moment, today.size());
     if (moment.empty() || moment.substr(0, dateLength) == today.substr(0, dateLength))

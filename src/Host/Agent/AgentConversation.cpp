@@ -152,7 +152,7 @@ asio::awaitable<void> AgentConversation::beginSession()
 }
 
 /// With an older session. False if the agent can't, or doesn't know it any more.
-asio::awaitable<bool> AgentConversation::goOn(const std::string& sessionID)
+asio::awaitable<bool> AgentConversation::goOn(std::string sessionID)
 {
     const bool loads = agent_.loadsSessions() && (keepsHistory_ || !agent_.resumesSessions());
     if (!loads && !agent_.resumesSessions()) {

@@ -49,7 +49,7 @@ private:
     [[nodiscard]] asio::awaitable<void> converse();
     [[nodiscard]] asio::awaitable<void> open();
     [[nodiscard]] asio::awaitable<void> beginSession();
-    [[nodiscard]] asio::awaitable<bool> goOn(const std::string& sessionID);
+    [[nodiscard]] asio::awaitable<bool> goOn(std::string sessionID);
     [[nodiscard]] asio::awaitable<void> logIn();
     [[nodiscard]] asio::awaitable<void> setAutoMode();
     [[nodiscard]] asio::awaitable<void> turn(std::string prompt);

@@ -93,6 +93,7 @@ Harness harnessFor(
 }
 
 asio::awaitable<std::shared_ptr<AgentProcess>> start(
+    // NOLINTNEXTLINE(cppcoreguidelines-avoid-reference-coroutine-parameters): the command's own, which waits for this
     Context& context, Harness harness, std::filesystem::path folder, asio::any_io_executor executor)
 {
     asio::awaitable<ChildProcess::Environment> captured = environment(context, harness);
@@ -101,6 +102,7 @@ asio::awaitable<std::shared_ptr<AgentProcess>> start(
     co_return AgentProcess::start(executor, harness, found, folder);
 }
 
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-reference-coroutine-parameters): the command's own, which waits for this
 asio::awaitable<ChildProcess::Environment> environment(Context& context, Harness harness)
 {
     const ChildProcess::Environment own = ProcessFacts::environment();

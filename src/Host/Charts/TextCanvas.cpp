@@ -62,10 +62,11 @@ void TextCanvas::line(double fromX, double fromY, double toX, double toY, Pen pe
     const auto down = static_cast<double>(dotsDown() - 1);
     const double stepsX = std::abs(toX - fromX) * across;
     const double stepsY = std::abs(toY - fromY) * down;
-    const double steps = std::max(1.0, std::ceil(std::max(stepsX, stepsY)));
-    for (double step = 0; step <= steps; ++step) {
-        const double x = fromX + (toX - fromX) * step / steps;
-        const double y = fromY + (toY - fromY) * step / steps;
+    const auto steps = static_cast<std::size_t>(std::max(1.0, std::ceil(std::max(stepsX, stepsY))));
+    for (std::size_t step = 0; step <= steps; ++step) {
+        const double share = static_cast<double>(step) / static_cast<double>(steps);
+        const double x = fromX + (toX - fromX) * share;
+        const double y = fromY + (toY - fromY) * share;
         dot(static_cast<std::size_t>(std::lround(x * across)), static_cast<std::size_t>(std::lround((1 - y) * down)),
             pen);
     }

@@ -101,7 +101,6 @@ std::string forEyes(const Context& context, const RunTable& table, const std::ve
     TextTable shown(std::move(headings));
     for (const RunTable::Row& row : table.rows()) {
         std::vector<TextTable::Cell> cells;
-        cells.reserve(columns.size());
         for (const Column column : columns)
             cells.push_back(forEyes(table, row, column));
         shown.add(std::move(cells));

@@ -113,8 +113,8 @@ void waitForAll(Context& context, bool forAnyOne, Clock::time_point deadline)
         return context.json() ? context.printJSON(JSONValue::Array()) : context.note("No run is in flight.");
     JSONValue::Array records;
     std::string unsuccessful;
-    bool isEnough = false;
-    while (!isEnough) {
+    bool isLate = false;
+    for (bool isEnough = false; !isEnough;) {
         std::vector<Run> finished;
         {
             const Progress progress(context.notes(), fmt::format("Waiting for runs, {} in flight", watch.waiting()));
@@ -127,12 +127,13 @@ void waitForAll(Context& context, bool forAnyOne, Clock::time_point deadline)
             if (run.status != Run::Status::succeeded)
                 unsuccessful += fmt::format("{}#{}", unsuccessful.empty() ? "" : ", ", run.number);
         }
-        isEnough = finished.empty() || watch.waiting() == 0 || forAnyOne;
-        if (isEnough && context.json())
-            context.printJSON(std::move(records));
-        if (finished.empty())
-            throw Refusal(fmt::format("{} runs still go. They were not waited for any longer.", watch.waiting()));
+        isLate = finished.empty();
+        isEnough = isLate || watch.waiting() == 0 || forAnyOne;
     }
+    if (context.json())
+        context.printJSON(std::move(records));
+    if (isLate)
+        throw Refusal(fmt::format("{} still in flight. They were not waited for any longer.", watch.waiting()));
     if (!unsuccessful.empty())
         throw Refusal(fmt::format("These runs did not succeed: {}.", unsuccessful));
 }

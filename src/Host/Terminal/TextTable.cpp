@@ -11,7 +11,7 @@ namespace {
 constexpr std::size_t gap = 2;
 constexpr std::size_t narrowest = 4; // of a column that is cut
 
-std::string padded(std::string text, std::size_t width, bool toTheRight)
+std::string padded(const std::string& text, std::size_t width, bool toTheRight)
 {
     const std::size_t taken = text::columns(text);
     const std::string blanks(width > taken ? width - taken : 0, ' ');
