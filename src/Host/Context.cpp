@@ -21,25 +21,10 @@ bool names(std::string_view given, const UUID& id)
     return given.size() >= shortestIDStart && text::lowercased(id.text()).starts_with(text::lowercased(given));
 }
 
-[[noreturn]] void refuseStore(const std::filesystem::path& path, const DatabaseError& error)
-{
-    if (error.isDamage())
-        throw Refusal(fmt::format(
-            "The store {} is damaged: {}. Nothing was changed; veltry doctor says more and offers to set it aside.",
-            path.string(), error.message));
-    if (error.isBusy())
-        throw Refusal(fmt::format(
-            "The store {} is busy: another program has been writing to it for ten seconds. Try again.", path.string()));
-    throw Refusal(fmt::format(
-        "The store {} can't be opened: {}. Is the path right, and may you write there?", path.string(), error.message));
-}
-
 std::shared_ptr<ProjectStore> opened(const std::filesystem::path& path)
 {
     try {
         return std::make_shared<ProjectStore>(path);
-    } catch (const DatabaseError& error) {
-        refuseStore(path, error);
     } catch (const ProjectStoreError& error) {
         throw Refusal(fmt::format(
             "The store {} was made by a newer Veltry than this one, {}. Nothing was changed; use the newer program.",
@@ -89,6 +74,20 @@ const Project& projectAround(const std::vector<Project>& projects, const std::fi
 }
 
 } // namespace
+
+Refusal Context::refusal(const DatabaseError& error) const
+{
+    const std::string path = storePath().string();
+    if (error.isDamage())
+        return Refusal(fmt::format(
+            "The store {} is damaged: {}. Nothing was changed; veltry doctor says more and offers to set it aside.",
+            path, error.message));
+    if (error.isBusy())
+        return Refusal(fmt::format(
+            "The store {} is busy: another program has been writing to it for ten seconds. Try again.", path));
+    return Refusal(fmt::format(
+        "The store {} can't be read or written: {}. Is the path right, and may you write there?", path, error.message));
+}
 
 void Context::printJSON(const JSONValue& document) const
 {

@@ -6,6 +6,7 @@
 #include "Host/Command.h"
 #include "Host/Refusal.h"
 #include "Host/Terminal/Terminal.h"
+#include "Projects/DatabaseError.h"
 #include "Projects/ProjectStore.h"
 
 #include <filesystem>
@@ -41,7 +42,10 @@ public:
     void note(std::string_view line) const;
 
     [[nodiscard]] std::filesystem::path storePath() const;
-    /// Throws Refusal if there is no store, or one that is damaged, newer than this program or busy.
+    /// What a failure of the store means to a person, and what to do.
+    [[nodiscard]] Refusal refusal(const DatabaseError& error) const;
+    /// Throws Refusal if there is no store or one that is newer than this program, DatabaseError for one that is
+    /// damaged or busy.
     [[nodiscard]] const std::shared_ptr<ProjectStore>& store();
     /// The same, but one that isn't there is made: for `init` and `new`.
     [[nodiscard]] const std::shared_ptr<ProjectStore>& storeMadeIfMissing();

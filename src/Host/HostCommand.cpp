@@ -68,15 +68,30 @@ public:
 
     CLI::App& app() { return app_; }
 
+    /// What the command line has and no command takes.
+    [[nodiscard]] UsageError tooMuch() const
+    {
+        const std::string name = commandName();
+        const std::vector<std::string> left = app_.remaining(true);
+        const Command* const command = CommandTable::find(name);
+        if (!command || left.empty() || !left.front().starts_with('-'))
+            return UsageError(fmt::format(
+                "{} takes no {}. veltry {} --help tells what it takes.", name, text::joined(left, " "), name));
+        std::vector<std::string> known;
+        for (const Option& option : command->options)
+            known.emplace_back(option.name());
+        for (const Option& option : CommandTable::commonOptions(*command))
+            known.emplace_back(option.name());
+        std::erase_if(known, [](const std::string& each) { return !each.starts_with('-'); });
+        return UsageError(fmt::format(
+            "{} has no option {}.{} veltry {} --help lists them.", name, left.front(), didYouMean(left.front(), known),
+            name));
+    }
+
     /// The command that was parsed, and what it was given.
     std::pair<const Command*, Arguments> parsed()
     {
-        const CLI::App* last = &app_;
-        std::string name;
-        while (!last->get_subcommands().empty()) {
-            last = last->get_subcommands().front();
-            name += (name.empty() ? "" : " ") + last->get_name();
-        }
+        const std::string name = commandName();
         Arguments arguments;
         for (auto& [option, values] : parsers_.at(name).values)
             if (!values.empty())
@@ -85,6 +100,17 @@ public:
     }
 
 private:
+    [[nodiscard]] std::string commandName() const
+    {
+        const CLI::App* last = &app_;
+        std::string name;
+        while (!last->get_subcommands().empty()) {
+            last = last->get_subcommands().front();
+            name += (name.empty() ? "" : " ") + last->get_name();
+        }
+        return name;
+    }
+
     void add(const Command& command)
     {
         CLI::App* parent = &app_;
@@ -122,18 +148,51 @@ private:
     std::map<std::string, CLI::App*> groups_; // by their names
 };
 
+/// The second words of commands that begin with this one.
+std::vector<std::string> secondWords(const std::string& first)
+{
+    std::vector<std::string> words;
+    for (const Command& command : CommandTable::commands())
+        if (command.name.starts_with(first + ' '))
+            words.emplace_back(command.name.substr(first.size() + 1));
+    return words;
+}
+
+/// `papers` is a command and `project` only the beginning of some; neither takes just any second word.
+void checkSecondWord(const std::string& first, const std::string& given)
+{
+    const std::vector<std::string> known = secondWords(first);
+    const Command* const alone = CommandTable::find(first);
+    const bool isOption = given.starts_with('-') || (alone && given.empty());
+    if (known.empty() || isOption || std::ranges::find(known, given) != known.end() ||
+        (alone && std::ranges::any_of(alone->options, &Option::isArgument)))
+        return;
+    if (given.empty())
+        throw UsageError(fmt::format("{} what? There are {}.", first, text::joined(known, ", ")));
+    throw UsageError(fmt::format(
+        "There is no command {} {}.{} There are {}.", first, given, didYouMean(given, known),
+        text::joined(known, ", ")));
+}
+
 /// What CLI11 would only call a missing command.
 void checkCommand(const std::vector<std::string>& arguments)
 {
     if (arguments.size() < 2)
         throw UsageError("Which command? veltry --help lists them.");
     const std::string& given = arguments[1];
+    constexpr std::array own = {"-h", "--help", "--version"};
+    if (std::ranges::find(own, given) != own.end())
+        return;
+    if (given.starts_with('-'))
+        throw UsageError(
+            fmt::format("The command comes before its options, {} too. veltry --help lists the commands.", given));
     std::vector<std::string> known;
     for (const Command& command : CommandTable::commands())
         known.emplace_back(command.name.substr(0, command.name.find(' ')));
-    if (!given.starts_with('-') && std::ranges::find(known, given) == known.end())
+    if (std::ranges::find(known, given) == known.end())
         throw UsageError(
             fmt::format("There is no command {}.{} veltry --help lists them.", given, didYouMean(given, known)));
+    checkSecondWord(given, arguments.size() > 2 ? arguments[2] : "");
 }
 
 /// The lab's sentences name the tools by which an agent would go on; a person goes on by commands.
@@ -177,13 +236,19 @@ int run(const std::vector<std::string>& arguments, const Terminal& out, const Te
         grammar.app().exit(asked, text, text);
         out.write(text.str());
         return 0;
+    } catch (const CLI::ExtrasError&) {
+        throw grammar.tooMuch();
     } catch (const CLI::ParseError& error) {
         throw UsageError(fmt::format("{}. Try veltry {} --help.", text::trimmed(error.what()), arguments[1]));
     }
     const auto [command, given] = grammar.parsed();
     Context context(
         {.database = given.text("--db"), .project = given.text("--project"), .json = given.has("--json")}, out, notes);
-    command->run(context, given);
+    try {
+        command->run(context, given);
+    } catch (const DatabaseError& error) {
+        throw context.refusal(error);
+    }
     return 0;
 }
 

@@ -138,7 +138,7 @@ TEST_F(InitTest, RefusesInOneLineAndMakesNothing)
         {{node},
          1,
          "veltry: " + node + " is the worktree of an experiment. Its project is " + repository.path().string() + ".\n"},
-        {{"a", "b"}, 2, "veltry: The following argument was not expected: b. Try veltry init --help.\n"},
+        {{"a", "b"}, 2, "veltry: init takes no b. veltry init --help tells what it takes.\n"},
         {{"--nme", "x"}, 2, "veltry: "},
     };
 
@@ -151,8 +151,6 @@ TEST_F(InitTest, RefusesInOneLineAndMakesNothing)
     }
     EXPECT_FALSE(Files::exists(database()));
     EXPECT_FALSE(Files::exists(settings()));
-    EXPECT_EQ(test::runProgram(test::hostProgram(), {}).exitNumber, 2);
-    EXPECT_EQ(test::runProgram(test::hostProgram(), {"--help"}).exitNumber, 0);
 }
 
 } // namespace

@@ -57,6 +57,7 @@ Key keyNamed(const std::string& given)
         if (key.text() == given || key.name == given)
             return key;
         known.push_back(key.text());
+        known.emplace_back(key.name);
     }
     throw Refusal(
         fmt::format("There is no setting {}.{} veltry settings lists them.", given, didYouMean(given, known)));

@@ -1,0 +1,54 @@
+#include "Platform/Files.h"
+#include "Support/HostLab.h"
+
+#include <gmock/gmock.h>
+
+namespace veltry {
+namespace {
+
+using testing::StartsWith;
+
+TEST(HostCommand, SaysOfEachCommandLineThatMeansNothingWhatWasMeantPerhaps)
+{
+    const struct {
+        std::vector<std::string> arguments;
+        const char* error;
+    } cases[] = {
+        {{}, "Which command? veltry --help lists them."},
+        {{"treee"}, "There is no command treee. Did you mean tree? veltry --help lists them."},
+        {{"--json", "tree"}, "The command comes before its options, --json too. veltry --help lists the commands."},
+        {{"project"}, "project what? There are rename, add-folder, remove."},
+        {{"project", "remov"}, "There is no command project remov. Did you mean remove? There are rename,"},
+        {{"papers", "serch", "x"}, "There is no command papers serch. Did you mean search?"},
+        {{"tree", "a", "b"}, "tree takes no a b. veltry tree --help tells what it takes."},
+        {{"list", "--srot", "x"}, "list has no option --srot. Did you mean --sort? veltry list --help"},
+        {{"tree", "--jsn"}, "tree has no option --jsn. Did you mean --json?"},
+        {{"show"}, "NODE|RUN is required. Try veltry show --help."},
+    };
+    for (const auto& c : cases) {
+        const ChildProcess::Output output = test::runProgram(test::hostProgram(), c.arguments);
+        EXPECT_EQ(output.exitNumber, 2);
+        EXPECT_THAT(output.error, StartsWith(std::string("veltry: ") + c.error));
+        EXPECT_EQ(output.output, "");
+    }
+    EXPECT_EQ(test::runProgram(test::hostProgram(), {"--help"}).exitNumber, 0);
+    EXPECT_EQ(test::runProgram(test::hostProgram(), {"tree", "--help"}).exitNumber, 0);
+}
+
+TEST(HostCommand, TellsADamagedStoreFromOneThatCanNotBeReached)
+{
+    const test::HostLab lab;
+    const std::string damaged = (lab / "damaged").string();
+    Files::writeAtomically(damaged, std::string(5000, 'x'));
+    EXPECT_THAT(
+        lab.veltry({"tree", "--db", damaged}).error,
+        StartsWith("veltry: The store " + damaged + " is damaged: file is not a database. Nothing was changed;"));
+    EXPECT_EQ(Files::read(damaged), std::string(5000, 'x'));
+    const std::string folder = lab.repository.path().string();
+    EXPECT_THAT(
+        lab.veltry({"tree", "--db", folder}).error,
+        StartsWith("veltry: The store " + folder + " can't be read or written: "));
+}
+
+} // namespace
+} // namespace veltry
