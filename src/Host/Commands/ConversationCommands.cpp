@@ -85,7 +85,7 @@ void restore(Context& context, const Arguments& arguments)
 std::string excerpt(const std::string& said, std::span<const std::string> terms, const Terminal& terminal)
 {
     constexpr std::size_t before = 24; // bytes
-    const std::string line = text::oneLine(text::trimmed(said));
+    std::string line = text::oneLine(text::trimmed(said));
     const std::string lower = text::lowercased(line);
     std::size_t found = lower.size();
     for (const std::string& term : terms)
