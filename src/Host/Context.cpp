@@ -66,11 +66,17 @@ const Project& projectAround(const std::vector<Project>& projects, const std::fi
                 found = &project;
                 longest = folder.native().size();
             }
-    if (!found)
-        throw Refusal(fmt::format(
-            "No project's folder holds {}. Go to one, name it with --project, or register this one: veltry init.",
-            directory.string()));
-    return *found;
+    if (found)
+        return *found;
+    std::string gone;
+    for (const Project& project : projects)
+        if (!project.folders.empty() && !Files::exists(project.folders.front()))
+            gone += fmt::format(
+                " The folder of {}, {}, is gone; if this is it, move it back.", project.name,
+                project.folders.front().string());
+    throw Refusal(fmt::format(
+        "No project's folder holds {}.{} Go to one, name it with --project, or register this one: veltry init.",
+        directory.string(), gone));
 }
 
 } // namespace
@@ -138,8 +144,8 @@ const Lab& Context::lab()
                 fmt::format("The project {} has no folder. Add its repository: veltry project add-folder.", mine.name));
         if (!Files::isFolder(mine.folders.front()))
             throw Refusal(fmt::format(
-                "The folder of the project {}, {}, is gone. Move it back; or register it where it is now: veltry init.",
-                mine.name, mine.folders.front().string()));
+                "The folder of the project {}, {}, is gone. {}", mine.name, mine.folders.front().string(),
+                movedFolder));
         lab_.emplace(store(), mine, Lab::defaultRuns(), tools());
     }
     return *lab_;

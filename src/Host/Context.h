@@ -52,6 +52,9 @@ public:
     /// The one that --project names by its name or id, else the one with a folder that holds the current directory.
     /// Throws Refusal with the names that are near.
     [[nodiscard]] const Project& project();
+    /// What to do about a project's folder that is gone.
+    static constexpr std::string_view movedFolder =
+        "Move it back: veltry init where it is now would begin a project without its experiments.";
     /// Throws Refusal as project() does, and if the project's repository isn't there any more.
     [[nodiscard]] const Lab& lab();
 

@@ -35,6 +35,21 @@ TEST(HostCommand, SaysOfEachCommandLineThatMeansNothingWhatWasMeantPerhaps)
     EXPECT_EQ(test::runProgram(test::hostProgram(), {"tree", "--help"}).exitNumber, 0);
 }
 
+TEST(HostCommand, TellsWhoseFolderMovedSoWhereverItIsLookedFor)
+{
+    const test::HostLab lab;
+    const std::filesystem::path other = lab / "here now";
+    Files::createFolders(other);
+    const std::filesystem::path gone = lab / "was here";
+    lab.store->createProject("Digits", {gone});
+    EXPECT_THAT(
+        test::runProgram(test::hostProgram(), {"tree"}, lab.environment(), other).error,
+        testing::HasSubstr("The folder of Digits, " + gone.string() + ", is gone; if this is it, move it back."));
+    EXPECT_THAT(
+        lab.veltry({"tree", "--project", "Digits"}).error,
+        testing::HasSubstr("The folder of the project Digits, " + gone.string() + ", is gone. Move it back: "));
+}
+
 TEST(HostCommand, TellsADamagedStoreFromOneThatCanNotBeReached)
 {
     const test::HostLab lab;

@@ -20,22 +20,28 @@ namespace {
 constexpr std::int64_t shownLogLines = 10;
 constexpr std::size_t shownCommit = 12;
 
-/// What a name and a value are told by, one below the other.
+/// Names with a value each, one below the other. No value is cut: paths and ids are there to be copied.
 class Fields {
 public:
-    explicit Fields(const Terminal& terminal) : terminal_(terminal) {}
-
-    void add(std::string_view name, std::string value)
+    void add(std::string_view name, std::string_view value)
     {
         if (!value.empty())
-            table_.add({{"  " + std::string(name), Style::dim}, {std::move(value)}});
+            fields_.emplace_back(name, text::oneLine(value));
     }
 
-    [[nodiscard]] std::string text() const { return table_.text(terminal_); }
+    [[nodiscard]] std::string text(const Terminal& terminal) const
+    {
+        std::size_t widest = 0;
+        for (const auto& [name, value] : fields_)
+            widest = std::max(widest, name.size());
+        std::string text;
+        for (const auto& [name, value] : fields_)
+            text += fmt::format("{}  {}\n", terminal.styled(Style::dim, fmt::format("  {:<{}}", name, widest)), value);
+        return text;
+    }
 
 private:
-    const Terminal& terminal_;
-    TextTable table_{{{}, {.heading = "", .mayBeCut = true}}};
+    std::vector<std::pair<std::string_view, std::string>> fields_;
 };
 
 std::string heading(const Terminal& terminal, std::string_view words)
@@ -150,7 +156,7 @@ void showNode(const Context& context, const Lab& lab, const Experiment& node)
     std::string text = fmt::format(
         "{}  {}{}\n", out.styled(Style::bold, text::oneLine(node.title)),
         out.styled(stateStyle(state), stateText(state)), node.archived ? out.styled(Style::dim, "  archived") : "");
-    Fields fields(out);
+    Fields fields;
     fields.add("name", node.slug);
     fields.add("branch", node.branch);
     fields.add("worktree", lab.worktree(node).string());
@@ -158,7 +164,7 @@ void showNode(const Context& context, const Lab& lab, const Experiment& node)
     fields.add("command", node.runCommand);
     fields.add("made", when(node.createdAt));
     fields.add("id", node.id.text());
-    text += fields.text();
+    text += fields.text(out);
     if (!text::isBlank(node.notes))
         text += heading(out, "Notes") + block(node.notes);
     if (const Run* answer = answerAmong(view.runs))
@@ -211,7 +217,7 @@ void showRun(const Context& context, const Lab& lab, const Run& given)
     std::string text = fmt::format(
         "{}  {}\n", out.styled(Style::bold, fmt::format("Run #{} of {}", run.number, text::oneLine(view.node.title))),
         out.styled(statusStyle(run.status), statusText(run)));
-    Fields fields(out);
+    Fields fields;
     fields.add("began", when(run.createdAt));
     if (run.endedAt)
         fields.add("ended", fmt::format("{}, after {}", when(*run.endedAt), Times::length(secondsOf(run))));
@@ -224,7 +230,7 @@ void showRun(const Context& context, const Lab& lab, const Run& given)
     if (run.pid)
         fields.add("process", std::to_string(*run.pid));
     fields.add("id", run.id.text());
-    text += fields.text();
+    text += fields.text(out);
     if (run.answered())
         text += heading(out, "Result") + results(out, values, view);
     else if (run.isFinished())

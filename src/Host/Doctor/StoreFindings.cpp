@@ -2,6 +2,7 @@
 
 #include "Base/Text.h"
 #include "Config/VeltrySettings.h"
+#include "Host/Context.h"
 #include "Platform/FileSystemFacts.h"
 #include "Platform/Files.h"
 #include "Projects/ProjectStore.h"
@@ -137,7 +138,7 @@ std::vector<Finding> projects(const ProjectStore& store)
         if (!project.folders.empty() && !Files::isFolder(project.folders.front()))
             findings.push_back(
                 {project.name, Level::advice, fmt::format("Its folder {} is gone.", project.folders.front().string()),
-                 "Move it back; or register it where it is now: veltry init."});
+                 std::string(Context::movedFolder)});
     return findings;
 }
 

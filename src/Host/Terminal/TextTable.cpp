@@ -88,7 +88,7 @@ std::string TextTable::text(const Terminal& terminal, std::vector<std::string>* 
             std::string shown = fitted(cell.text, *width[index], terminal);
             const bool isLast = index + 1 == cells;
             if (!isLast || columns_[index].toTheRight)
-                shown = padded(std::move(shown), *width[index], columns_[index].toTheRight);
+                shown = padded(shown, *width[index], columns_[index].toTheRight);
             line += terminal.styled(cell.style, shown);
             if (!isLast)
                 line.append(gap, ' ');
