@@ -114,7 +114,9 @@ const std::shared_ptr<ProjectStore>& Context::store()
 {
     if (!store_ && !Files::exists(storePath()))
         throw Refusal(fmt::format(
-            "There is no store {} yet. veltry init, in the folder of your code, makes it.", storePath().string()));
+            "There is no store {} yet. veltry init, in the folder of your code, makes it, and so does veltry new "
+            "TITLE.",
+            storePath().string()));
     return storeMadeIfMissing();
 }
 

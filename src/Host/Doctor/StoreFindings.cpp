@@ -77,7 +77,7 @@ Store store(const std::filesystem::path& path)
         return {
             State::absent,
             {"store", Level::advice, fmt::format("There is none at {} yet.", path.string()),
-             "Register a project: veltry init, in the folder of your code."},
+             "Register a project: veltry init, in the folder of your code; or begin one: veltry new TITLE."},
             nullptr};
     const auto wrong = [&](State state, const std::string& text, const std::string& advice) {
         return Store{state, {"store", Level::wrong, fmt::format("{} {}", path.string(), text), advice}, nullptr};
