@@ -41,6 +41,7 @@ namespace veltry::bench {
 [[nodiscard]] Measured showCommand(const Workplace& place);
 [[nodiscard]] Measured showRunCommand(const Workplace& place);
 [[nodiscard]] Measured questionsCommand(const Workplace& place);
+[[nodiscard]] Measured projectsCommand(const Workplace& place);
 [[nodiscard]] Measured conversationsCommand(const Workplace& place);
 [[nodiscard]] Measured settingsCommand(const Workplace& place);
 [[nodiscard]] Measured logCommand(const Workplace& place);

@@ -49,6 +49,7 @@ constexpr std::array rows = {
     Row{"veltry show of a node, 1,000 nodes, 10,000 runs", "50 ms", 1, seconds, showCommand},
     Row{"veltry show of a run, 1,000 nodes, 10,000 runs", "50 ms", 1, seconds, showRunCommand},
     Row{"veltry questions, 1,000 rounds, 100 open", "50 ms", 1, seconds, questionsCommand},
+    Row{"veltry projects, of 100 conversations", "50 ms", 1, seconds, projectsCommand},
     Row{"veltry conversations, 100 of them", "50 ms", 1, seconds, conversationsCommand},
     Row{"veltry settings", "50 ms", 1, seconds, settingsCommand},
     Row{"veltry log -n 100 of 100,000 lines, in the same", "50 ms", 1, seconds, logCommand},

@@ -115,6 +115,13 @@ Measured questionsCommand(const Workplace& place)
     return commandOfConversations(place, {"questions"});
 }
 
+Measured projectsCommand(const Workplace& place)
+{
+    const History history(place.folder, "store", usual);
+    fillConversations(history);
+    return timed(veltry(place, {"projects", "--db", history.store().path().string()}), 0.050);
+}
+
 Measured conversationsCommand(const Workplace& place)
 {
     return commandOfConversations(place, {"conversations"});
