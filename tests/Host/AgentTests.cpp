@@ -89,6 +89,25 @@ TEST_F(AgentCommand, APersonDecidesCancelsAndEnds)
     EXPECT_THAT(terminal.output(), testing::Not(HasSubstr("\033[31mmetric")));
 }
 
+TEST_F(AgentCommand, OffersOlderSessionsUntilTheyAreTakenUp)
+{
+    const std::string agent = "node " TEST_AGENTS "/agent.mjs " AGENT_LIBRARY;
+    const auto offered = [&] {
+        test::PseudoTerminal terminal(
+            test::hostProgram(), {"agent", "--command", agent}, lab.environment(), lab.repository.path());
+        EXPECT_TRUE(terminal.shows("> "));
+        terminal.type("/quit\n");
+        EXPECT_EQ(terminal.wait(), 0);
+        return terminal.output().contains("veltry import takes them up");
+    };
+    EXPECT_TRUE(offered());
+    EXPECT_THAT(lab.veltry({"import", "--list", "--command", agent}).output, HasSubstr("Untitled session"));
+    EXPECT_TRUE(offered());
+    EXPECT_THAT(lab.veltry({"import", "--command", agent}).error, HasSubstr("2 sessions of node can be gone on with"));
+    EXPECT_FALSE(offered());
+    EXPECT_THAT(lab.veltry({"import", "--command", agent}).error, HasSubstr("that isn't here already"));
+}
+
 TEST_F(AgentCommand, TellsWhyNothingBegan)
 {
     const Conversation old = lab.store->createConversation(lab.lab.project.id, "Old", "goose");

@@ -84,6 +84,7 @@ asio::awaitable<bool> AgentConversation::run(std::shared_ptr<AgentConversation> 
 asio::awaitable<void> AgentConversation::converse()
 {
     co_await open();
+    offerImport();
     if (!setup_.conversation)
         setup_.conversation = store_.createConversation(
             context_.project().id, setup_.prompt ? titleOf(*setup_.prompt) : "", setup_.harness.name);
@@ -121,6 +122,16 @@ asio::awaitable<void> AgentConversation::open()
     client_ = ACPClient::make(executor_, process_, weak_from_this(), Context::settings().logAgentTraffic);
     asio::awaitable<InitializeResult> greeting = client_->initialize();
     agent_ = co_await std::move(greeting);
+}
+
+/// To whoever begins anew, until an import or a refusal has answered it.
+void AgentConversation::offerImport()
+{
+    if (isInteractive_ && !setup_.conversation && agent_.listsSessions() && !context_.project().importDismissed)
+        display_.line(fmt::format(
+            "{} may know older sessions of this folder: veltry import takes them up, veltry import --dismiss ends "
+            "this line.",
+            setup_.harness.name));
 }
 
 asio::awaitable<void> AgentConversation::beginSession()

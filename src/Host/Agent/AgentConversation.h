@@ -48,6 +48,7 @@ private:
 
     [[nodiscard]] asio::awaitable<void> converse();
     [[nodiscard]] asio::awaitable<void> open();
+    void offerImport();
     [[nodiscard]] asio::awaitable<void> beginSession();
     [[nodiscard]] asio::awaitable<bool> goOn(std::string sessionID);
     [[nodiscard]] asio::awaitable<void> logIn();

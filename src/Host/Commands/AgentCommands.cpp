@@ -118,6 +118,8 @@ void import(Context& context, const Arguments& arguments)
     asio::io_context executor(1);
     const std::vector<PastConversation> past =
         runToEnd(executor, PastSessions::found(context, harness, executor.get_executor()));
+    if (!arguments.has("--list"))
+        context.store()->dismissImport(context.project().id); // the offer is answered
     if (past.empty())
         return context.note(fmt::format("{} remembers nothing of this folder that isn't here already.", harness.name));
     TextTable table({{.heading = "session", .mayBeCut = true}, {.heading = "last used"}});
