@@ -103,7 +103,7 @@ TelemetryCharts someCharts()
 TEST(Charts, AreDrawnInATerminalOfAnyWidth)
 {
     const TelemetryCharts charts = someCharts();
-    for (const std::size_t columns : {40, 80, 109, 110, 200})
+    for (const std::size_t columns : {40UL, 80UL, 109UL, 110UL, 200UL})
         for (const Terminal& terminal : {plainUTF8, plainASCII}) {
             const std::string text = TextCharts::of(charts, terminal, {.columns = columns, .rows = {}});
             for (const std::string_view line : text::split(text, '\n'))
