@@ -28,11 +28,11 @@ struct TelemetryReading;
 /// likes. A plain value without locks: one thread at a time.
 class Telemetry {
 public:
-    static constexpr std::size_t maxLineBytes = 4096;    ///< of a line, without its line feed
-    static constexpr std::size_t maxKeysPerPoint = 64;   ///< numbers of a line
-    static constexpr std::size_t maxKeys = 256;          ///< different keys of a file
-    static constexpr std::int32_t maxPoints = 200'000;   ///< points of a file
-    static constexpr std::size_t pieceBytes = 65'536; ///< what read() holds of the file at once
+    static constexpr std::size_t maxLineBytes = 4096;  ///< of a line, without its line feed
+    static constexpr std::size_t maxKeysPerPoint = 64; ///< numbers of a line
+    static constexpr std::size_t maxKeys = 256;        ///< different keys of a file
+    static constexpr std::int32_t maxPoints = 200'000; ///< points of a file
+    static constexpr std::size_t pieceBytes = 65'536;  ///< what read() holds of the file at once
 
     /// Why something was refused.
     enum class Drop { tooLong, notJSON, notObject, noNumbers, tooManyKeys, badKey, keysCap, pointsCap };

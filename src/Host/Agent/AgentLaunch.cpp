@@ -139,9 +139,8 @@ std::string lastWords(const Harness& harness, const std::string& standardError)
             harness.arguments.at(1));
     const std::vector<std::string_view> lines = text::split(text::trimmed(standardError), '\n');
     // Behind what went wrong there may be a stack and the runtime's version.
-    const auto telling = std::find_if(lines.rbegin(), lines.rend(), [](std::string_view line) {
-        return text::lowercased(line).contains("error");
-    });
+    const auto telling = std::find_if(
+        lines.rbegin(), lines.rend(), [](std::string_view line) { return text::lowercased(line).contains("error"); });
     const std::string said = text::oneLine(text::trimmed(telling == lines.rend() ? lines.back() : *telling));
     return said.empty() ? "It said nothing." : fmt::format("It said: {}", said);
 }
