@@ -86,8 +86,7 @@ Refusal Context::refusal(const DatabaseError& error) const
     const std::string path = storePath().string();
     if (error.isDamage())
         return Refusal(fmt::format(
-            "The store {} is damaged: {}. Nothing was changed; veltry doctor says more and offers to set it aside.",
-            path, error.message));
+            "The store {} is damaged: {}. veltry doctor says more and offers to set it aside.", path, error.message));
     if (error.isBusy())
         return Refusal(fmt::format(
             "The store {} is busy: another program has been writing to it for ten seconds. Try again.", path));

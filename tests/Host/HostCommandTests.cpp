@@ -57,7 +57,7 @@ TEST(HostCommand, TellsADamagedStoreFromOneThatCanNotBeReached)
     Files::writeAtomically(damaged, std::string(5000, 'x'));
     EXPECT_THAT(
         lab.veltry({"tree", "--db", damaged}).error,
-        StartsWith("veltry: The store " + damaged + " is damaged: file is not a database. Nothing was changed;"));
+        StartsWith("veltry: The store " + damaged + " is damaged: file is not a database. veltry doctor says more"));
     EXPECT_EQ(Files::read(damaged), std::string(5000, 'x'));
     const std::string folder = lab.repository.path().string();
     EXPECT_THAT(

@@ -108,6 +108,21 @@ TEST_F(NewTest, LeavesNothingBehindWhereItCanNotBegin)
     EXPECT_EQ(Files::read(home_ / "file"), "no store");
 }
 
+TEST_F(NewTest, SaysWhatIsLeftToDoWhereGitRefusesTheFirstCommit)
+{
+    const ChildProcess::Output output = veltry(
+        {"new", "Signed"}, "/",
+        {{"GIT_CONFIG_COUNT", "2"},
+         {"GIT_CONFIG_KEY_0", "commit.gpgsign"},
+         {"GIT_CONFIG_VALUE_0", "true"},
+         {"GIT_CONFIG_KEY_1", "gpg.program"},
+         {"GIT_CONFIG_VALUE_1", "/bin/false"}});
+    EXPECT_EQ(output.exitNumber, 1);
+    EXPECT_THAT(output.error, HasSubstr("git could not make the first commit: "));
+    EXPECT_THAT(output.error, HasSubstr("Signed stays as it is; commit there, then register it: veltry init."));
+    EXPECT_TRUE(Files::exists(home_ / "HarrowickVeltry/Signed/README.md"));
+}
+
 TEST_F(NewTest, FilesListsTheProjectAsPeopleLookForThings)
 {
     ASSERT_EQ(veltry({"new", "Digits"}, "/").exitNumber, 0);

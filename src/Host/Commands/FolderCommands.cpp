@@ -67,6 +67,17 @@ void fill(const Context& context, const std::filesystem::path& folder, const std
     }
 }
 
+void makeFirstCommit(const std::filesystem::path& folder, const std::string& starter)
+{
+    try {
+        Git(folder).initialize(fmt::format("Begin with the template {}", starter));
+    } catch (const Git::Failure& failure) { // a commit may have to be signed, say
+        throw Refusal(fmt::format(
+            "git could not make the first commit: {}. {} stays as it is; commit there, then register it: veltry init.",
+            failure.output, folder.string()));
+    }
+}
+
 /// The store is opened first: a project that could not be registered is not begun.
 void makeProject(Context& context, const Arguments& arguments)
 {
@@ -80,8 +91,7 @@ void makeProject(Context& context, const Arguments& arguments)
 
     const std::filesystem::path folder = NewProjectFolder::make(title, parent);
     fill(context, folder, starter);
-    const Git git(folder);
-    git.initialize(fmt::format("Begin with the template {}", starter));
+    makeFirstCommit(folder, starter);
     context.note(fmt::format("Made {} from the template {}, with a first commit.", folder.string(), starter));
     Init::run(context, {.folder = folder, .name = title, .client = arguments.text("--client").value_or("common")});
 }
