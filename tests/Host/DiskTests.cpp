@@ -80,9 +80,14 @@ TEST(Disk, WeighsAndLeavesRunsInFlightAndLostCommitsAlone)
     const Experiment node = lab.baseline("sleep 100");
     const veltry::Run running = lab.lab.launch(node.id.text(), 0);
     Files::createFolders(running.source() / "more");
+    Files::writeAtomically(running.source() / "more/model.bin", std::string(1'000'000, 'x'));
+    std::filesystem::create_hard_link(running.source() / "more/model.bin", running.source() / "best.bin");
+    Files::writeAtomically(running.directory / "src-like", std::string(400'000, 'x'));
     const JSONValue use = lab.json({"disk", "--all"});
-    EXPECT_GT(*use.find("projects")->array()->front().find("snapshots")->number(), 0);
-    EXPECT_GT(*use.find("projects")->array()->front().find("worktrees")->number(), 0);
+    const JSONValue& weights = use.find("projects")->array()->front();
+    EXPECT_THAT(*weights.find("snapshots")->number(), testing::AllOf(testing::Ge(1'000'000), testing::Lt(1'200'000)));
+    EXPECT_THAT(*weights.find("records")->number(), testing::AllOf(testing::Ge(400'000), testing::Lt(600'000)));
+    EXPECT_GT(*weights.find("worktrees")->number(), 0);
     const std::vector<std::string> before = below(running.source());
     EXPECT_THAT(lab.veltry({"disk", "--free", "--yes"}).error, HasSubstr("There is nothing to give back."));
     EXPECT_EQ(below(running.source()), before);
