@@ -1,5 +1,5 @@
 #include "Base/Text.h"
-#include "Experiments/DiffReader.h"
+#include "Experiments/Changes/DiffReader.h"
 #include "Property.h"
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "Experiments/RunLogStamp.h"
+#include "Experiments/RunLog/Stamp.h"
 #include "Property.h"
 
 #include <cstddef>

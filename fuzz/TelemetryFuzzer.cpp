@@ -1,5 +1,5 @@
 #include "../tests/Support/PlainTelemetry.h"
-#include "Experiments/Telemetry.h"
+#include "Experiments/Telemetry/Telemetry.h"
 #include "Property.h"
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-#include "Experiments/Telemetry.h"
-#include "Experiments/TelemetryCharts.h"
+#include "Experiments/Telemetry/Telemetry.h"
+#include "Experiments/Telemetry/TelemetryCharts.h"
 #include "Platform/Files.h"
 #include "Programs.h"
 #include "Rows.h"

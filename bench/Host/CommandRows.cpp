@@ -1,5 +1,5 @@
 #include "Config/VeltrySettings.h"
-#include "Experiments/RunLog.h"
+#include "Experiments/RunLog/RunLog.h"
 #include "History.h"
 #include "Platform/Files.h"
 #include "Platform/ProcessFacts.h"

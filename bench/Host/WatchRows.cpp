@@ -1,5 +1,5 @@
 #include "Base/Date.h"
-#include "Experiments/RunLog.h"
+#include "Experiments/RunLog/RunLog.h"
 #include "History.h"
 #include "Platform/ChildProcess.h"
 #include "Platform/Files.h"

@@ -3,7 +3,7 @@
 #include "Base/Text.h"
 #include "Experiments/Spawn.h"
 #include "Experiments/Supervisor.h"
-#include "Experiments/TelemetryLayout.h"
+#include "Experiments/Telemetry/TelemetryLayout.h"
 #include "Platform/FileLock.h"
 #include "Platform/Files.h"
 #include "Platform/ProcessFacts.h"

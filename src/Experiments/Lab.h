@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Experiments/Changes.h"
+#include "Experiments/Changes/Changes.h"
 #include "Experiments/Git.h"
 #include "Experiments/LabError.h"
 #include "Projects/ProjectStore.h"

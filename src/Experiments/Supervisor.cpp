@@ -2,7 +2,7 @@
 
 #include "Base/JSONValue.h"
 #include "Base/Text.h"
-#include "Experiments/RunLogStamper.h"
+#include "Experiments/RunLog/Stamper.h"
 #include "Experiments/Spawn.h"
 #include "Platform/FileLock.h"
 #include "Platform/Files.h"

@@ -1,7 +1,7 @@
 #include "Host/Context.h"
 
 #include "Base/Text.h"
-#include "Host/Nearest.h"
+#include "Host/CommandLine/Nearest.h"
 #include "Platform/Files.h"
 #include "Platform/ProcessFacts.h"
 

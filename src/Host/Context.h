@@ -3,7 +3,7 @@
 #include "Base/JSONValue.h"
 #include "Config/VeltrySettings.h"
 #include "Experiments/Lab.h"
-#include "Host/Command.h"
+#include "Host/CommandLine/Command.h"
 #include "Host/Refusal.h"
 #include "Host/Terminal/Terminal.h"
 #include "Projects/DatabaseError.h"

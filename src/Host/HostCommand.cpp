@@ -3,9 +3,9 @@
 #include "Base/Error.h"
 #include "Base/Text.h"
 #include "Experiments/LabError.h"
-#include "Host/CommandTable.h"
+#include "Host/CommandLine/CommandTable.h"
+#include "Host/CommandLine/Nearest.h"
 #include "Host/Context.h"
-#include "Host/Nearest.h"
 #include "Host/Terminal/Interruption.h"
 
 #include <CLI/CLI.hpp>

@@ -1,5 +1,5 @@
-#include "Experiments/RunLog.h"
-#include "Experiments/RunLogStamp.h"
+#include "Experiments/RunLog/RunLog.h"
+#include "Experiments/RunLog/Stamp.h"
 #include "Platform/Files.h"
 #include "SupervisedRun.h"
 #include "Support/Stress.h"

@@ -1,4 +1,4 @@
-#include "Experiments/RunLog.h"
+#include "Experiments/RunLog/RunLog.h"
 #include "Experiments/Spawn.h"
 #include "Experiments/Supervisor.h"
 #include "Platform/Files.h"

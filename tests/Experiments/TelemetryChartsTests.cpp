@@ -1,4 +1,4 @@
-#include "Experiments/TelemetryCharts.h"
+#include "Experiments/Telemetry/TelemetryCharts.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-#include "Experiments/TelemetryLayout.h"
+#include "Experiments/Telemetry/TelemetryLayout.h"
 #include "Platform/Files.h"
 #include "Support/TemporaryFolder.h"
 

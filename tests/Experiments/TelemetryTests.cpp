@@ -1,5 +1,5 @@
 #include "Base/Text.h"
-#include "Experiments/Telemetry.h"
+#include "Experiments/Telemetry/Telemetry.h"
 #include "Platform/Files.h"
 #include "Support/PlainTelemetry.h"
 #include "Support/Stress.h"

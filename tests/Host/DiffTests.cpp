@@ -1,5 +1,5 @@
 #include "Base/Text.h"
-#include "Host/DiffText.h"
+#include "Host/Words/DiffText.h"
 #include "Support/PseudoTerminal.h"
 #include "Support/TestLab.h"
 

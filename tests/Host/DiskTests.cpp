@@ -1,4 +1,4 @@
-#include "Host/DiskUse.h"
+#include "Host/Views/DiskUse.h"
 #include "Platform/Files.h"
 #include "Support/HostLab.h"
 

@@ -1,5 +1,5 @@
 #include "Config/VeltrySettings.h"
-#include "Host/Init.h"
+#include "Host/Registration/Init.h"
 #include "Platform/Files.h"
 #include "Projects/ProjectStore.h"
 #include "Support/McpProcess.h"

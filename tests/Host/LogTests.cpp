@@ -1,4 +1,4 @@
-#include "Experiments/RunLog.h"
+#include "Experiments/RunLog/RunLog.h"
 #include "Host/Terminal/Harmless.h"
 #include "Platform/Files.h"
 #include "Support/Eventually.h"

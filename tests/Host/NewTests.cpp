@@ -1,6 +1,6 @@
 #include "Base/JSONValue.h"
 #include "Base/Text.h"
-#include "Experiments/TelemetryLayout.h"
+#include "Experiments/Telemetry/TelemetryLayout.h"
 #include "Platform/Files.h"
 #include "Projects/ProjectStore.h"
 #include "Support/McpProcess.h"

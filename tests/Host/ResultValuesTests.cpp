@@ -1,4 +1,4 @@
-#include "Host/ResultValues.h"
+#include "Host/Views/ResultValues.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 #include "Host/Refusal.h"
-#include "Host/RoundAnswers.h"
+#include "Host/Words/RoundAnswers.h"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Experiments/Telemetry.h"
+#include "Experiments/Telemetry/Telemetry.h"
 
 #include <algorithm>
 #include <cmath>

@@ -4,7 +4,7 @@
 #include "ACP/JSONRPCConnection/PipeTransport.h"
 #include "Base/Text.h"
 #include "Host/Agent/AgentLaunch.h"
-#include "Host/ClientConfiguration.h"
+#include "Host/Registration/ClientConfiguration.h"
 #include "Platform/Files.h"
 #include "Platform/ProcessFacts.h"
 

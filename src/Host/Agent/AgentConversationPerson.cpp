@@ -2,7 +2,7 @@
 
 #include "Base/Text.h"
 #include "Host/Agent/AgentConversation.h"
-#include "Host/RoundAnswers.h"
+#include "Host/Words/RoundAnswers.h"
 
 #include <asio/redirect_error.hpp>
 #include <asio/use_awaitable.hpp>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Experiments/TelemetryCharts.h"
+#include "Experiments/Telemetry/TelemetryCharts.h"
 
 #include <optional>
 #include <string>

@@ -1,14 +1,14 @@
-#include "Experiments/TelemetryCharts.h"
+#include "Experiments/Telemetry/TelemetryCharts.h"
 #include "Host/Charts/HTMLCharts.h"
 #include "Host/Charts/SVGCharts.h"
 #include "Host/Charts/TextCharts.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/LiveRun.h"
-#include "Host/RunWords.h"
 #include "Host/Terminal/Screen.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/Times.h"
+#include "Host/Views/LiveRun.h"
+#include "Host/Words/RunWords.h"
 #include "Platform/Files.h"
 
 #include <fmt/format.h>

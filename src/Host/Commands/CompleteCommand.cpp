@@ -1,7 +1,7 @@
 #include "Base/Text.h"
 #include "Host/Awaited.h"
+#include "Host/CommandLine/CompletionKinds.h"
 #include "Host/Commands/Commands.h"
-#include "Host/CompletionKinds.h"
 #include "Host/Context.h"
 #include "Projects/Templates.h"
 

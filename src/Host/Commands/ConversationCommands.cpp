@@ -1,9 +1,9 @@
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/RecordJSON.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/Times.h"
+#include "Host/Views/RecordJSON.h"
 
 #include <fmt/format.h>
 

@@ -1,6 +1,6 @@
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/DiffText.h"
+#include "Host/Words/DiffText.h"
 
 #include <fmt/format.h>
 

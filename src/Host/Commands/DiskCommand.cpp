@@ -1,10 +1,10 @@
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/DiskUse.h"
 #include "Host/Terminal/Progress.h"
 #include "Host/Terminal/Prompt.h"
 #include "Host/Terminal/TextTable.h"
+#include "Host/Views/DiskUse.h"
 #include "Literature/PaperFiles.h"
 #include "Platform/Files.h"
 

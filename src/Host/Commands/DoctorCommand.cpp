@@ -1,9 +1,9 @@
-#include "Host/ClientConfiguration.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
 #include "Host/Doctor/MachineFindings.h"
 #include "Host/Doctor/StoreFindings.h"
-#include "Host/Init.h"
+#include "Host/Registration/ClientConfiguration.h"
+#include "Host/Registration/Init.h"
 #include "Host/Terminal/Prompt.h"
 #include "Platform/ProcessFacts.h"
 

@@ -1,10 +1,10 @@
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/RecordJSON.h"
-#include "Host/RunTable.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/Times.h"
+#include "Host/Views/RecordJSON.h"
+#include "Host/Views/RunTable.h"
 
 #include <fmt/format.h>
 

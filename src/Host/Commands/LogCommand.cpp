@@ -1,9 +1,9 @@
-#include "Experiments/RunLogFollower.h"
+#include "Experiments/RunLog/Follower.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/LiveRun.h"
-#include "Host/LogText.h"
-#include "Host/RunWords.h"
+#include "Host/Views/LiveRun.h"
+#include "Host/Words/LogText.h"
+#include "Host/Words/RunWords.h"
 #include "Platform/FileWatch.h"
 #include "Platform/Files.h"
 

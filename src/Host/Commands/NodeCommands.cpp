@@ -1,7 +1,7 @@
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/RecordJSON.h"
+#include "Host/Views/RecordJSON.h"
 #include "Platform/FileDescriptor.h"
 #include "Platform/Files.h"
 

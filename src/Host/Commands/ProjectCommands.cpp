@@ -1,12 +1,12 @@
 #include "Base/Text.h"
-#include "Host/ClientConfiguration.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/Init.h"
-#include "Host/RecordJSON.h"
+#include "Host/Registration/ClientConfiguration.h"
+#include "Host/Registration/Init.h"
 #include "Host/Terminal/Prompt.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/Times.h"
+#include "Host/Views/RecordJSON.h"
 #include "Platform/Files.h"
 
 #include <fmt/format.h>

@@ -1,11 +1,11 @@
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/RecordJSON.h"
-#include "Host/RoundAnswers.h"
 #include "Host/Terminal/Notices.h"
 #include "Host/Terminal/Prompt.h"
 #include "Host/Terminal/Times.h"
+#include "Host/Views/RecordJSON.h"
+#include "Host/Words/RoundAnswers.h"
 
 #include <fmt/format.h>
 

@@ -2,11 +2,11 @@
 #include "Experiments/RunWatch.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/LiveRun.h"
-#include "Host/RecordJSON.h"
-#include "Host/RunWords.h"
 #include "Host/Terminal/Notices.h"
 #include "Host/Terminal/Progress.h"
+#include "Host/Views/LiveRun.h"
+#include "Host/Views/RecordJSON.h"
+#include "Host/Words/RunWords.h"
 
 #include <fmt/format.h>
 

@@ -1,7 +1,7 @@
 #include "Base/Text.h"
+#include "Host/CommandLine/Nearest.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/Nearest.h"
 #include "Host/Terminal/TextTable.h"
 #include "Platform/Files.h"
 

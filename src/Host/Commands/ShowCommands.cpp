@@ -1,12 +1,12 @@
 #include "Base/Text.h"
-#include "Experiments/RunLog.h"
+#include "Experiments/RunLog/RunLog.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/NodeView.h"
-#include "Host/RecordJSON.h"
-#include "Host/RunWords.h"
 #include "Host/Terminal/Harmless.h"
 #include "Host/Terminal/Times.h"
+#include "Host/Views/NodeView.h"
+#include "Host/Views/RecordJSON.h"
+#include "Host/Words/RunWords.h"
 
 #include <fmt/format.h>
 

@@ -2,12 +2,12 @@
 #include "Experiments/Resources.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/DiskUse.h"
-#include "Host/RunWords.h"
 #include "Host/Terminal/Screen.h"
 #include "Host/Terminal/Sparkline.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/Times.h"
+#include "Host/Views/DiskUse.h"
+#include "Host/Words/RunWords.h"
 
 #include <fmt/format.h>
 

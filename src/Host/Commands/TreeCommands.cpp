@@ -1,12 +1,12 @@
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/ProjectView.h"
-#include "Host/RecordJSON.h"
-#include "Host/StoreWatch.h"
 #include "Host/Terminal/Screen.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/TreeDrawing.h"
+#include "Host/Views/ProjectView.h"
+#include "Host/Views/RecordJSON.h"
+#include "Host/Views/StoreWatch.h"
 
 #include <fmt/format.h>
 

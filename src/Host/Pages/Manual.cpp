@@ -1,5 +1,5 @@
 #include "Base/Text.h"
-#include "Host/CommandTable.h"
+#include "Host/CommandLine/CommandTable.h"
 #include "Host/Pages/Pages.h"
 
 #include <fmt/format.h>

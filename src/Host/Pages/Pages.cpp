@@ -1,8 +1,8 @@
 #include "Host/Pages/Pages.h"
 
 #include "Base/Text.h"
-#include "Host/CommandTable.h"
-#include "Host/CompletionKinds.h"
+#include "Host/CommandLine/CommandTable.h"
+#include "Host/CommandLine/CompletionKinds.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Host/Command.h"
+#include "Host/CommandLine/Command.h"
 
 #include <string>
 #include <string_view>

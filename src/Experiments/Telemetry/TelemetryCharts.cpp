@@ -1,0 +1,218 @@
+#include "Experiments/Telemetry/TelemetryCharts.h"
+
+#include "Projects/JSONFields.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cmath>
+#include <limits>
+
+namespace veltry {
+
+namespace {
+
+using Column = Telemetry::Column;
+using Series = TelemetryCharts::Series;
+using Stat = TelemetryCharts::Stat;
+
+/// Whether both have their readings in the same points. Most have one in every point from their first to their last,
+/// and then nothing has to be compared.
+bool haveSamePoints(const Column& left, const Column& right)
+{
+    const auto& a = left.seqs;
+    const auto& b = right.seqs;
+    if (a.size() != b.size() || a.front() != b.front() || a.back() != b.back())
+        return false;
+    return static_cast<std::size_t>(a.back() - a.front()) + 1 == a.size() || a == b;
+}
+
+/// Joins lines with their horizontal axis. Several lines mostly share one, so it is laid out once: a number for each
+/// point, and then a line is joined in one pass over its own readings.
+class Join {
+public:
+    /// Finds the readings of `y` in points that have a reading of `x` too.
+    void make(const Column& x, const Column& y)
+    {
+        layOut(x);
+        xs_.resize(std::max(xs_.size(), y.seqs.size()));
+        ys_.resize(xs_.size());
+        count_ = 0;
+        auto value = y.values.begin();
+        for (const std::int32_t seq : y.seqs) {
+            const auto place = static_cast<std::size_t>(seq);
+            if (place >= axis_.size())
+                break;
+            xs_[count_] = axis_[place];
+            ys_[count_] = *value++;
+            count_ += std::isnan(axis_[place]) ? 0 : 1; // the next one takes its place
+        }
+    }
+
+    [[nodiscard]] std::span<const double> xs() const { return std::span(xs_).first(count_); }
+    [[nodiscard]] std::span<const double> ys() const { return std::span(ys_).first(count_); }
+
+private:
+    void layOut(const Column& x)
+    {
+        if (x_ == &x)
+            return;
+        x_ = &x;
+        axis_.assign(static_cast<std::size_t>(x.seqs.back()) + 1, std::numeric_limits<double>::quiet_NaN());
+        auto value = x.values.begin();
+        for (const std::int32_t seq : x.seqs)
+            axis_[static_cast<std::size_t>(seq)] = *value++;
+    }
+
+    const Column* x_ = nullptr;
+    std::vector<double> axis_; // by seq; readings are finite, so a NaN stands for none
+    std::vector<double> xs_;
+    std::vector<double> ys_;
+    std::size_t count_ = 0; // of xs_ and ys_
+};
+
+/// Fills a line with its points, and if they are too many with the extremes of each run of them: a peak stays a peak,
+/// however short it is. `xs` and `ys` are parallel.
+template <typename Xs, typename Ys>
+void fill(Series& series, const Xs& xs, const Ys& ys, std::size_t bucketCount)
+{
+    const std::size_t count = ys.size();
+    series.total = static_cast<std::int64_t>(count);
+    if (count <= 2 * bucketCount) {
+        series.xs.assign(xs.begin(), xs.end());
+        series.ys.assign(ys.begin(), ys.end());
+        return;
+    }
+    const auto keep = [&](std::size_t index) {
+        series.xs.push_back(static_cast<double>(xs[index]));
+        series.ys.push_back(ys[index]);
+    };
+    const std::size_t size = (count + bucketCount - 1) / bucketCount;
+    auto y = ys.begin();
+    for (std::size_t start = 0; start < count; start += size) {
+        std::size_t lowest = start;
+        std::size_t highest = start;
+        double low = *y;
+        double high = low;
+        for (std::size_t index = start; index < std::min(start + size, count); ++index, ++y)
+            if (*y < low) { // of equal ones the earliest
+                low = *y;
+                lowest = index;
+            } else if (*y > high) {
+                high = *y;
+                highest = index;
+            }
+        keep(std::min(lowest, highest));
+        if (lowest != highest)
+            keep(std::max(lowest, highest));
+    }
+}
+
+void fill(Series& series, const Telemetry& telemetry, std::size_t bucketCount, Join& join)
+{
+    const Column* y = telemetry.column(series.y);
+    const Column* x = series.x ? telemetry.column(*series.x) : nullptr;
+    if (!y || (series.x && !x))
+        return; // the layout was written before the run
+    if (!x)
+        return fill(series, y->seqs, y->values, bucketCount);
+    if (haveSamePoints(*x, *y))
+        return fill(series, x->values, y->values, bucketCount);
+    join.make(*x, *y);
+    fill(series, join.xs(), join.ys(), bucketCount);
+}
+
+bool isLine(const Series& series, const std::optional<std::string>& x, const std::string& y)
+{
+    return series.x == x && series.y == y;
+}
+
+std::optional<double> reduced(const Column* column, TelemetryLayout::Reduce reduce)
+{
+    if (!column)
+        return std::nullopt;
+    switch (reduce) {
+    case TelemetryLayout::Reduce::min:
+        return *std::ranges::min_element(column->values);
+    case TelemetryLayout::Reduce::max:
+        return *std::ranges::max_element(column->values);
+    case TelemetryLayout::Reduce::last:
+        break;
+    }
+    return column->values.back();
+}
+
+} // namespace
+
+TelemetryCharts::TelemetryCharts(
+    const Telemetry& telemetry, const std::optional<TelemetryLayout>& layout, std::size_t bucketCount)
+    : configured(layout.has_value()), dropped(telemetry.dropped())
+{
+    assert(bucketCount > 0);
+    const TelemetryLayout asked = layout ? *layout : TelemetryLayout::standard(telemetry.keys());
+    panels = asked.panels;
+    for (TelemetryLayout::Panel& panel : panels) {
+        if (!panel.x)
+            panel.x = asked.x;
+        for (const std::string& y : panel.y)
+            if (std::ranges::none_of(series, [&](const Series& one) { return isLine(one, panel.x, y); }))
+                series.push_back({.x = panel.x, .y = y, .xs = {}, .ys = {}});
+    }
+    Join join;
+    for (Series& one : series)
+        fill(one, telemetry, bucketCount, join);
+    for (const TelemetryLayout::Stat& stat : asked.stats)
+        stats.push_back(
+            {.title = stat.title,
+             .y = stat.y,
+             .reduce = stat.reduce,
+             .value = reduced(telemetry.column(stat.y), stat.reduce)});
+}
+
+std::vector<const Series*> TelemetryCharts::seriesOf(const TelemetryLayout::Panel& panel) const
+{
+    std::vector<const Series*> lines;
+    for (const std::string& y : panel.y)
+        for (const Series& one : series)
+            if (isLine(one, panel.x, y))
+                lines.push_back(&one);
+    return lines;
+}
+
+bool TelemetryCharts::isEmpty() const
+{
+    return !configured && std::ranges::all_of(series, [](const Series& one) { return one.xs.empty(); });
+}
+
+JSONValue toJSON(const Series& series)
+{
+    JSONFields fields;
+    fields.set("x", series.x);
+    fields.set("y", series.y);
+    fields.set("total", series.total);
+    fields.set("xs", JSONValue::Array(series.xs.begin(), series.xs.end()));
+    fields.set("ys", JSONValue::Array(series.ys.begin(), series.ys.end()));
+    return fields.take();
+}
+
+JSONValue toJSON(const Stat& stat)
+{
+    JSONFields fields;
+    fields.set("title", stat.title);
+    fields.set("y", stat.y);
+    fields.set("reduce", TelemetryLayout::text(stat.reduce));
+    fields.set("value", stat.value);
+    return fields.take();
+}
+
+JSONValue toJSON(const TelemetryCharts& charts)
+{
+    JSONFields fields;
+    fields.set("configured", charts.configured);
+    fields.set("panels", listToJSON(charts.panels));
+    fields.set("stats", listToJSON(charts.stats));
+    fields.set("series", listToJSON(charts.series));
+    fields.set("dropped", toJSON(charts.dropped));
+    return fields.take();
+}
+
+} // namespace veltry

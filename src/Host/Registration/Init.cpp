@@ -1,0 +1,114 @@
+#include "Host/Registration/Init.h"
+
+#include "Config/VeltrySettings.h"
+#include "Experiments/Git.h"
+#include "Experiments/Lab.h"
+#include "Host/Context.h"
+#include "Host/Registration/ClientConfiguration.h"
+#include "Platform/Files.h"
+#include "Platform/ProcessFacts.h"
+#include "Projects/ProjectStore.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace veltry::Init {
+
+namespace {
+
+std::filesystem::path existingFolder(const std::filesystem::path& folder)
+{
+    std::error_code error;
+    std::filesystem::path real = std::filesystem::canonical(folder, error);
+    if (error)
+        throw Refusal(fmt::format(
+            "There is no folder {}. Make it and commit the project's code in it, or name another: veltry init FOLDER.",
+            folder.string()));
+    if (!Files::isFolder(real))
+        throw Refusal(fmt::format("{} is not a folder. Name the folder of your project.", real.string()));
+    return real;
+}
+
+/// The worktrees of the nodes lie below the repository's top, so that is the project's folder.
+std::filesystem::path repositoryTop(const std::filesystem::path& folder, const Context& context)
+{
+    const std::optional<std::filesystem::path> top = Git(folder).topLevel();
+    if (!top)
+        throw Refusal(fmt::format(
+            "{} is not a git repository. Run `git init` there and commit the project's code, then call veltry init "
+            "again.",
+            folder.string()));
+    const std::string path = top->string();
+    if (const std::size_t node = path.find(fmt::format("/{}/", Lab::worktrees)); node != std::string::npos)
+        throw Refusal(
+            fmt::format("{} is the worktree of an experiment. Its project is {}.", path, path.substr(0, node)));
+    if (*top != folder)
+        context.note(
+            fmt::format("{} lies in the repository {}, whose top is the project's folder.", folder.string(), path));
+    return *top;
+}
+
+Project findOrCreate(
+    ProjectStore& store, const std::filesystem::path& top, const std::optional<std::string>& name,
+    const Context& context)
+{
+    for (Project& project : store.projects())
+        if (!project.folders.empty() && project.folders.front() == top) {
+            context.note(fmt::format("{} is registered already, as the project {}.", top.string(), project.name));
+            return std::move(project);
+        }
+    Project project = store.createProject(name.value_or(""), {top});
+    context.note(
+        fmt::format("Registered {} as the project {} in {}.", top.string(), project.name, store.path().string()));
+    return project;
+}
+
+void writeSettings(const Context& context)
+{
+    const std::filesystem::path path = Context::settingsPath();
+    if (Files::exists(path))
+        return;
+    Files::createFolders(path.parent_path());
+    Files::writeAtomically(path, VeltrySettings::templateText(VeltrySettings()));
+    context.note(fmt::format("Wrote the settings to {}.", path.string()));
+}
+
+Conversation findOrCreateConversation(ProjectStore& store, const Project& project, const std::string& harness)
+{
+    if (std::optional<Conversation> found = conversationOfClients(store, project))
+        return std::move(*found);
+    return store.createConversation(project.id, conversationTitle, harness);
+}
+
+} // namespace
+
+std::optional<Conversation> conversationOfClients(const ProjectStore& store, const Project& project)
+{
+    for (Conversation& conversation : store.conversations(project.id))
+        if (conversation.title == conversationTitle)
+            return std::move(conversation);
+    return std::nullopt;
+}
+
+void run(Context& context, const Options& options)
+{
+    const std::filesystem::path top = repositoryTop(existingFolder(options.folder), context);
+    if (!Git(top).resolve("HEAD"))
+        context.note(fmt::format(
+            "{} has no commit yet. Commit the project's code before the first experiment: git add --all && git "
+            "commit.",
+            top.string()));
+    ProjectStore& store = *context.storeMadeIfMissing();
+    const Project project = findOrCreate(store, top, options.name, context);
+    writeSettings(context);
+    const Conversation conversation = findOrCreateConversation(store, project, Context::settings().defaultAgent);
+    const ClientConfiguration client =
+        ClientConfiguration::of(store, project, conversation, ProcessFacts::environment());
+    context.note("Give this to your MCP client:");
+    context.print(client.text(options.client));
+    for (const std::string& line : client.notes(options.client))
+        context.note(line);
+}
+
+} // namespace veltry::Init

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "Host/Views/ProjectView.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace veltry {
+
+/// All runs of a project as rows, with a column for each value of their results, and behind each number its difference
+/// to the parent's and to the baseline's (the result of the run that speaks for that node): "loss", "loss:parent",
+/// "loss:baseline". A value that is called like one of the run's own columns is "result.<key>".
+class RunTable {
+public:
+    /// Nothing, a number, or a text.
+    using Cell = std::variant<std::monostate, double, std::string>;
+
+    /// `view` outlives it.
+    explicit RunTable(const ProjectView& view);
+
+    struct Row {
+        const Run* run;
+        const ProjectView::Node* node;
+        ResultValues values;
+    };
+
+    /// By number, until sort().
+    [[nodiscard]] const std::vector<Row>& rows() const { return rows_; }
+
+    /// A column by its place in names().
+    using Column = std::size_t;
+    /// The run's own columns come first: run, node, title, status, exit, began, ended, seconds, commit.
+    [[nodiscard]] const std::vector<std::string>& names() const { return names_; }
+
+    /// Throws UsageError with the names that are near.
+    [[nodiscard]] Column column(std::string_view name) const;
+    [[nodiscard]] bool isDifference(Column column) const;
+    /// Dates in ISO 8601.
+    [[nodiscard]] Cell cell(const Row& row, Column column) const;
+
+    /// Keeps the rows for which "KEY OP VALUE" holds: =, !=, <, <=, >, >= (numbers by their size, anything else as
+    /// texts), ~ (the text contains it, letter case apart). A row without the value doesn't stay. Throws UsageError.
+    void keepWhere(std::string_view condition);
+    /// Numbers before texts; rows without the value last, whichever way. Equal rows keep their order.
+    void sort(Column column, bool descending);
+
+private:
+    enum class Kind { own, value, toParent, toBaseline };
+    struct Definition {
+        Kind kind;
+        std::size_t own; ///< the place among the run's own columns
+        std::string key; ///< of the result
+    };
+
+    void define(std::string name, Definition definition);
+
+    std::vector<Row> rows_;
+    std::vector<std::string> names_;
+    std::vector<Definition> definitions_;
+};
+
+/// The cell for programs.
+[[nodiscard]] std::string exactText(const RunTable::Cell& cell);
+
+} // namespace veltry

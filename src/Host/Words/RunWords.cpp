@@ -1,0 +1,49 @@
+#include "Host/Words/RunWords.h"
+
+#include "Base/Text.h"
+#include "Host/Terminal/Times.h"
+
+#include <fmt/format.h>
+
+namespace veltry::RunWords {
+
+namespace {
+
+constexpr std::size_t shownID = 8;       // characters of an id as the commands show it
+constexpr std::int32_t signalBase = 128; // of the exit code where a signal ended it
+
+std::string exitWords(const Run& run)
+{
+    if (!run.exitCode || *run.exitCode == 0)
+        return "";
+    if (*run.exitCode > signalBase)
+        return fmt::format(", with exit code {} (signal {})", *run.exitCode, *run.exitCode - signalBase);
+    return fmt::format(", with exit code {}", *run.exitCode);
+}
+
+} // namespace
+
+bool isNumber(std::string_view given)
+{
+    return given.size() < shownID && text::integer(given);
+}
+
+std::string state(const Run& run, Date now)
+{
+    const std::string_view status = Run::statusText(run.status);
+    const double seconds = run.endedAt.value_or(now).secondsSince2001 - run.createdAt.secondsSince2001;
+    switch (run.status) {
+    case Run::Status::queued:
+        return fmt::format("Run #{} is queued.", run.number);
+    case Run::Status::running:
+        return fmt::format("Run #{} runs, for {} now.", run.number, Times::length(seconds));
+    case Run::Status::succeeded:
+    case Run::Status::failed:
+        return fmt::format("Run #{} {} after {}{}.", run.number, status, Times::length(seconds), exitWords(run));
+    case Run::Status::cancelled:
+        return fmt::format("Run #{} was cancelled after {}.", run.number, Times::length(seconds));
+    }
+    return {};
+}
+
+} // namespace veltry::RunWords
