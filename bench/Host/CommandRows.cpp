@@ -8,8 +8,6 @@
 
 #include <fmt/format.h>
 
-#include <fcntl.h>
-
 namespace veltry::bench {
 
 namespace {
@@ -163,7 +161,7 @@ Measured diskCommand(const Workplace& place)
         const Run run = history.store().run(number, history.project()).value();
         Files::createFolders(run.source());
         for (int file = 0; file < 10; ++file)
-            Files::writeAll(Files::open(run.source() / fmt::format("{}.py", file), O_WRONLY | O_CREAT), "1", "file");
+            Files::writeAll(Files::open(run.source() / fmt::format("{}.py", file), Files::forAppending), "1", "file");
     }
     const ChildProcess::Command ours = veltry(place, {"disk"}, &history);
     const ChildProcess::Command du = program(place, "/usr/bin/du", {"-s", history.lab().runsFolder.string()});

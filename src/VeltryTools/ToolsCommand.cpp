@@ -3,7 +3,9 @@
 #include "ACP/JSONRPCConnection/PipeTransport.h"
 #include "Experiments/Supervisor.h"
 #include "Literature/OpenAlex.h"
+#include "Platform/ProcessEnd.h"
 #include "Platform/ProcessFacts.h"
+#include "Platform/StandardStreams.h"
 #include "VeltryTools/MCPServer.h"
 
 #include <asio/co_spawn.hpp>
@@ -13,10 +15,7 @@
 #include <asio/steady_timer.hpp>
 #include <fmt/format.h>
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <csignal>
 #include <memory>
 
 namespace veltry::ToolsCommand {
@@ -28,9 +27,7 @@ constexpr auto longestFarewell = std::chrono::seconds(1);
 
 void say(std::string_view line)
 {
-    // In one write, so that lines of several processes with one log don't mix; if it fails there is nobody left to
-    // tell.
-    static_cast<void>(!::write(STDERR_FILENO, line.data(), line.size()));
+    StandardStreams::writeOnce(StandardStreams::error, line); // if it fails there is nobody left to tell
 }
 
 std::optional<std::string> option(const Options& options, const std::string& name)
@@ -63,7 +60,7 @@ Project findProject(const ProjectStore& store, const std::string& id)
 /// Leaves without the destructors of libraries, which threads of theirs may still use.
 [[noreturn]] void leave()
 {
-    ::_exit(EXIT_SUCCESS);
+    ProcessEnd::leave(0);
 }
 
 /// What came before the end of input is answered, as far as it doesn't wait; a peer that doesn't read gets a moment.
@@ -81,7 +78,7 @@ asio::awaitable<void> bidFarewell(std::shared_ptr<JSONRPCConnection> connection)
 
 int main(const std::vector<std::string>& arguments)
 {
-    std::signal(SIGPIPE, SIG_IGN); // a peer that went away is a failed write
+    ProcessEnd::ignoreBrokenPipes(); // a peer that went away is a failed write
     const std::string mode = arguments.size() < 2 ? "" : arguments[1];
     if (mode != "mcp" && mode != "supervise") {
         say(usage);
@@ -128,8 +125,8 @@ void serve(const Options& options)
         ProcessFacts::variable(OpenAlex::keyVariable));
 
     asio::io_context executor(1);
-    const auto transport =
-        PipeTransport::make(executor.get_executor(), FileDescriptor(STDIN_FILENO), FileDescriptor(STDOUT_FILENO));
+    const auto transport = PipeTransport::make(
+        executor.get_executor(), FileDescriptor(StandardStreams::input), FileDescriptor(StandardStreams::output));
     const auto connection = std::make_shared<std::weak_ptr<JSONRPCConnection>>();
     const auto onEnd = [connection] { return bidFarewell(connection->lock()); };
     *connection = MCPServer::serve(std::move(server), executor.get_executor(), transport, onEnd);
