@@ -3,14 +3,10 @@
 #include "Experiments/Machine.h"
 #include "Experiments/Playbook.h"
 #include "Literature/OpenAlex.h"
-#include "Platform/ChildProcess.h"
-#include "Platform/SystemError.h"
+#include "Platform/Async/WatchedChild.h"
 
 #include <asio/co_spawn.hpp>
 #include <asio/detached.hpp>
-#include <asio/posix/stream_descriptor.hpp>
-#include <asio/redirect_error.hpp>
-#include <asio/use_awaitable.hpp>
 
 #include <cmath>
 
@@ -79,16 +75,6 @@ Progress progressFor(std::optional<JSONValue> token, std::weak_ptr<JSONRPCConnec
         };
 }
 
-/// Waits for one child and takes its status, so that no zombie stays behind.
-asio::awaitable<void> reap(asio::any_io_executor executor, pid_t child)
-{
-    asio::posix::stream_descriptor ended(executor, ChildProcess::exitEvent(child).release());
-    asio::error_code ignored; // whatever ended the wait, the look below is harmless
-    co_await ended.async_wait(
-        asio::posix::stream_descriptor::wait_read, asio::redirect_error(asio::use_awaitable, ignored));
-    ChildProcess::reapIfEnded(child);
-}
-
 } // namespace
 
 MCPServer::MCPServer(
@@ -110,8 +96,8 @@ std::shared_ptr<JSONRPCConnection> MCPServer::serve(
     MCPServer server, const asio::any_io_executor& executor, std::shared_ptr<LineTransport> transport,
     JSONRPCConnection::OnEnd onEnd)
 {
-    server.tools.lab.adopt = [executor](pid_t supervisor) {
-        asio::co_spawn(executor, reap(executor, supervisor), asio::detached);
+    server.tools.lab.adopt = [executor](ProcessID supervisor) {
+        asio::co_spawn(executor, reaped(supervisor), asio::detached);
     };
     const auto shared = std::make_shared<const MCPServer>(std::move(server));
     const auto connection = JSONRPCConnection::make(executor, std::move(transport), false);
