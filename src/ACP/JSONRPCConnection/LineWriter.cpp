@@ -46,7 +46,7 @@ void LineWriter::stop() noexcept
         if (std::exchange(stopped_, true))
             return;
     }
-    output_.stop();
+    output_.stop(); // the thread may stand in a write that its peer never takes, so before it is waited for
     arrival_.notify_one();
     if (thread_.joinable())
         thread_.join();
