@@ -29,7 +29,7 @@ public:
     {
         if (::mkfifo(path_.c_str(), 0600) != 0)
             throw SystemError("could not make a pipe");
-        file_ = Files::open(path_, O_RDWR | O_NONBLOCK);
+        file_.reset(::open(path_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)); // with a writer of its own it has no end
     }
 
     /// A shell's command that gives the signal without a process of its own.

@@ -7,8 +7,6 @@
 
 #include <fmt/format.h>
 
-#include <fcntl.h>
-
 namespace veltry::bench {
 
 namespace {
@@ -134,7 +132,7 @@ Measured diskCommand(const Workplace& place)
         const Run run = history.store().run(number, history.project()).value();
         Files::createFolders(run.source());
         for (int file = 0; file < 10; ++file)
-            Files::writeAll(Files::open(run.source() / fmt::format("{}.py", file), O_WRONLY | O_CREAT), "1", "file");
+            Files::writeAll(Files::open(run.source() / fmt::format("{}.py", file), Files::forAppending), "1", "file");
     }
     const ChildProcess::Command ours = veltryCommand(place, {"disk"}, &history.lab());
     const ChildProcess::Command du = program("/usr/bin/du", {"-s", history.lab().runsFolder.string()});

@@ -25,7 +25,7 @@ std::optional<ResourceReading> read(std::int32_t group)
     if (group <= 0) // the kernel's own threads lie in group 0
         return std::nullopt;
     ResourceReading reading;
-    for (const pid_t process : ProcessTable::group(group)) {
+    for (const ProcessID process : ProcessTable::group(group)) {
         const std::optional<ProcessTable::Usage> usage = ProcessTable::usage(process);
         if (!usage)
             continue; // it has just ended

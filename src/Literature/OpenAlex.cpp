@@ -2,7 +2,7 @@
 
 #include "Base/Address.h"
 #include "Literature/OpenAlexAnswer.h"
-#include "Platform/Fetch.h"
+#include "Platform/Async/Fetch.h"
 #include "Platform/ProcessFacts.h"
 
 #include <asio/this_coro.hpp>

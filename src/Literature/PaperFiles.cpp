@@ -2,7 +2,7 @@
 
 #include "Base/Address.h"
 #include "Base/Text.h"
-#include "Platform/Fetch.h"
+#include "Platform/Async/Fetch.h"
 #include "Platform/Files.h"
 #include "Platform/SystemError.h"
 #include "Platform/TemporaryFile.h"

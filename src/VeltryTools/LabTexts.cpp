@@ -5,8 +5,6 @@
 
 #include <fmt/format.h>
 
-#include <fcntl.h>
-
 #include <algorithm>
 #include <limits>
 #include <unordered_map>
@@ -150,7 +148,7 @@ std::string logTail(const std::filesystem::path& log, std::int64_t count)
 {
     if (count < 1)
         return {};
-    const FileDescriptor file = Files::tryOpen(log, O_RDONLY | O_NONBLOCK); // a FIFO there must not hold us
+    const FileDescriptor file = Files::tryOpen(log, Files::forReadingPlain);
     if (!file)
         return {};
     constexpr std::int64_t mostLines = (std::numeric_limits<std::int64_t>::max() - bytesBesides) / bytesPerLine;

@@ -3,8 +3,10 @@
 #include "ACP/JSONRPCConnection/PipeTransport.h"
 #include "Experiments/Supervisor.h"
 #include "Literature/OpenAlex.h"
-#include "Platform/ChildProcess.h"
+#include "Platform/Async/WatchedChild.h"
+#include "Platform/ProcessEnd.h"
 #include "Platform/ProcessFacts.h"
+#include "Platform/StandardStreams.h"
 #include "VeltryTools/LabTools.h"
 #include "VeltryTools/MCPServer.h"
 #include "VeltryTools/PaperTools.h"
@@ -12,16 +14,11 @@
 #include <asio/co_spawn.hpp>
 #include <asio/detached.hpp>
 #include <asio/io_context.hpp>
-#include <asio/posix/stream_descriptor.hpp>
 #include <asio/post.hpp>
-#include <asio/redirect_error.hpp>
 #include <asio/steady_timer.hpp>
 #include <fmt/format.h>
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <csignal>
 #include <memory>
 
 namespace veltry::ToolsCommand {
@@ -33,9 +30,7 @@ constexpr auto longestFarewell = std::chrono::seconds(1);
 
 void say(std::string_view line)
 {
-    // In one write, so that lines of several processes with one log don't mix; if it fails there is nobody left to
-    // tell.
-    static_cast<void>(!::write(STDERR_FILENO, line.data(), line.size()));
+    StandardStreams::writeOnce(StandardStreams::error, line); // if it fails there is nobody left to tell
 }
 
 std::optional<std::string> option(const Options& options, const std::string& name)
@@ -65,16 +60,6 @@ Project findProject(const ProjectStore& store, const std::string& id)
     return std::move(*found);
 }
 
-/// Waits for one supervisor and takes its status, so that no zombie stays behind.
-asio::awaitable<void> reap(asio::any_io_executor executor, pid_t supervisor)
-{
-    asio::posix::stream_descriptor ended(executor, ChildProcess::exitEvent(supervisor).release());
-    asio::error_code ignored; // whatever ended the wait, the look below is harmless
-    co_await ended.async_wait(
-        asio::posix::stream_descriptor::wait_read, asio::redirect_error(asio::use_awaitable, ignored));
-    ChildProcess::reapIfEnded(supervisor);
-}
-
 /// The tools of one project, in the order in which an agent is shown them.
 std::vector<Tool> makeTools(Lab served, const Options& options)
 {
@@ -97,7 +82,7 @@ std::vector<Tool> makeTools(Lab served, const Options& options)
 /// Leaves without the destructors of libraries, which threads of theirs may still use.
 [[noreturn]] void leave()
 {
-    ::_exit(EXIT_SUCCESS);
+    ProcessEnd::leave(0);
 }
 
 /// What came before the end of input is answered, as far as it doesn't wait; a peer that doesn't read gets a moment.
@@ -115,7 +100,7 @@ asio::awaitable<void> bidFarewell(std::shared_ptr<JSONRPCConnection> connection)
 
 int main(const std::vector<std::string>& arguments)
 {
-    std::signal(SIGPIPE, SIG_IGN); // a peer that went away is a failed write
+    ProcessEnd::ignoreBrokenPipes(); // a peer that went away is a failed write
     const std::string mode = arguments.size() < 2 ? "" : arguments[1];
     if (mode != "mcp" && mode != "supervise") {
         say(usage);
@@ -154,13 +139,13 @@ void serve(const Options& options)
         std::move(store), std::move(project), runs ? std::filesystem::absolute(*runs) : Lab::defaultRuns(),
         ProcessFacts::executable());
     asio::io_context executor(1);
-    lab.adopt = [&executor](pid_t supervisor) {
-        asio::co_spawn(executor, reap(executor.get_executor(), supervisor), asio::detached);
+    lab.adopt = [&executor](ProcessID supervisor) {
+        asio::co_spawn(executor, reaped(supervisor), asio::detached); // so that no zombie stays behind
     };
     MCPServer server(makeTools(std::move(lab), options));
 
-    const auto transport =
-        PipeTransport::make(executor.get_executor(), FileDescriptor(STDIN_FILENO), FileDescriptor(STDOUT_FILENO));
+    const auto transport = PipeTransport::make(
+        executor.get_executor(), FileDescriptor(StandardStreams::input), FileDescriptor(StandardStreams::output));
     const auto connection = std::make_shared<std::weak_ptr<JSONRPCConnection>>();
     const auto onEnd = [connection] { return bidFarewell(connection->lock()); };
     *connection = MCPServer::serve(std::move(server), executor.get_executor(), transport, onEnd);

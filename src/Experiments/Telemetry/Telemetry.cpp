@@ -5,8 +5,6 @@
 #include "Platform/SystemError.h"
 #include "Projects/JSONFields.h"
 
-#include <fcntl.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -122,9 +120,8 @@ private:
 
 bool Telemetry::read(const std::filesystem::path& file, bool finished)
 {
-    // Without O_NONBLOCK a named pipe in the file's place would hold up the caller until somebody writes to it.
-    const FileDescriptor descriptor = Files::tryOpen(file, O_RDONLY | O_NONBLOCK);
-    if (!descriptor || !Files::isPlain(descriptor))
+    const FileDescriptor descriptor = Files::tryOpen(file, Files::forReadingPlain);
+    if (!descriptor)
         return false; // often the run hasn't made it yet
     const std::int32_t points = pointCount_;
     const Drops refused = dropped_;

@@ -10,8 +10,6 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <fcntl.h>
-
 #include <algorithm>
 #include <initializer_list>
 
@@ -187,27 +185,13 @@ TOML::Table readRoot(std::string_view text)
     }
 }
 
-/// The start of the file, long enough to show that it is too long.
-std::optional<std::string> readStart(const std::filesystem::path& path)
-{
-    // Without O_NONBLOCK a named pipe in the worktree would hold up the server until somebody writes to it.
-    const FileDescriptor file = Files::tryOpen(path, O_RDONLY | O_NONBLOCK);
-    if (!file)
-        return std::nullopt; // most projects have none
-    try {
-        return Files::readAt(file, 0, Layout::maximumBytes + 1);
-    } catch (const SystemError&) {
-        return std::nullopt; // a folder, a pipe
-    }
-}
-
 } // namespace
 
 std::optional<TelemetryLayout> TelemetryLayout::read(const std::filesystem::path& folder)
 {
-    const std::optional<std::string> contents = readStart(folder / fileName);
+    const std::optional<std::string> contents = Files::readStart(folder / fileName, maximumBytes + 1);
     if (!contents)
-        return std::nullopt;
+        return std::nullopt;                 // most projects have none
     return parse(text::repaired(*contents)); // repairing never makes a text shorter
 }
 

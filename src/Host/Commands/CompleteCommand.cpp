@@ -1,8 +1,8 @@
 #include "Base/Text.h"
-#include "Host/Awaited.h"
 #include "Host/CommandLine/CompletionKinds.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
+#include "Platform/Async/Awaited.h"
 #include "Projects/Templates.h"
 
 #include <fmt/format.h>
