@@ -13,6 +13,7 @@ constexpr const char* serverName = "harrowick-veltry";
 constexpr const char* serverVersion = "0.1.0";
 constexpr const char* defaultProtocol = "2025-06-18";
 
+/// Whatever version the client names is echoed: the four methods are the same in all of them.
 JSONValue initializeResult(const JSONValue& params)
 {
     const JSONValue* version = params.find("protocolVersion");
@@ -75,6 +76,7 @@ std::shared_ptr<JSONRPCConnection> MCPServer::serve(
     const auto shared = std::make_shared<const MCPServer>(std::move(server));
     const auto connection = JSONRPCConnection::make(executor, std::move(transport), false);
     const auto ignore = [](std::string /*method*/, JSONValue /*params*/) -> asio::awaitable<void> { co_return; };
+    // Weakly, since the connection holds the handler. Whoever calls it holds the connection.
     const auto answer = [shared, weak = std::weak_ptr(connection)](const std::string& method, const JSONValue& params) {
         return shared->handle(method, params, weak);
     };
