@@ -8,6 +8,7 @@
 #include <chrono>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -99,6 +100,10 @@ struct Output {
 /// Starts it with pipes for output and error, in whose place `command` says nothing, reads both to their ends at once,
 /// and waits. Throws StartFailure and SystemError.
 [[nodiscard]] Output run(Command command);
+
+/// The same, but with the child in a session of its own, and for so long alone: then all of that session's first group
+/// is killed and nothing is returned. For programs that a person's own files may hold up.
+[[nodiscard]] std::optional<Output> runWithin(std::chrono::milliseconds patience, Command command);
 
 /// `first | second`: the exit number is that of the first of the two which failed, so that a failing source counts as
 /// well as a failing sink; the errors of both come mixed in `error`. Throws StartFailure and SystemError.

@@ -1,5 +1,7 @@
 #include "VeltryTools/MCPServer.h"
 
+#include "Config/VeltrySettings.h"
+#include "Experiments/Computer.h"
 #include "Experiments/Machine.h"
 #include "Experiments/Playbook.h"
 #include "Literature/OpenAlex.h"
@@ -22,14 +24,14 @@ constexpr const char* serverName = "harrowick-veltry";
 constexpr const char* serverVersion = "0.1.0";
 constexpr const char* defaultProtocol = "2025-06-18";
 
-JSONValue initializeResult(const JSONValue& params)
+JSONValue initializeResult(const JSONValue& params, std::string instructions)
 {
     const JSONValue* version = params.find("protocolVersion");
     return JSONValue::object({
         {"protocolVersion", version ? *version : JSONValue(defaultProtocol)},
         {"capabilities", JSONValue::object({{"tools", JSONValue::object({})}})},
         {"serverInfo", JSONValue::object({{"name", serverName}, {"version", serverVersion}})},
-        {"instructions", Playbook::instructions(Machine::current())},
+        {"instructions", std::move(instructions)},
     });
 }
 
@@ -93,14 +95,15 @@ asio::awaitable<void> reap(asio::any_io_executor executor, pid_t child)
 
 MCPServer::MCPServer(
     Lab lab, std::optional<UUID> conversation, std::optional<std::filesystem::path> settings,
-    std::optional<std::string> openAlexKey)
+    std::optional<std::string> openAlexKey, bool knowsComputer)
     : tools{.lab = lab, .conversation = conversation, .settings = std::move(settings)},
       papers{
           .store = lab.store,
           .search =
               std::make_shared<const OpenAlex>([key = std::move(openAlexKey)] { return key; }, HTTPSession::shared()),
           .files = PaperFiles::beside(lab.store->path()),
-          .lab = std::move(lab)}
+          .lab = std::move(lab)},
+      knowsComputer_(knowsComputer)
 {
     for (const Tool& tool : PaperTools::tools())
         paperTools_.insert(tool.name);
@@ -127,7 +130,7 @@ asio::awaitable<JSONValue> MCPServer::handle(
     std::string method, JSONValue params, std::weak_ptr<JSONRPCConnection> connection) const
 {
     if (method == "initialize")
-        co_return initializeResult(params);
+        co_return initializeResult(params, instructions());
     if (method == "ping")
         co_return JSONValue::object({});
     if (method == "tools/list")
@@ -137,6 +140,17 @@ asio::awaitable<JSONValue> MCPServer::handle(
         co_return co_await std::move(call);
     }
     throw JSONRPCError::methodNotFound(method);
+}
+
+std::string MCPServer::instructions() const
+{
+    if (!knowsComputer_)
+        return Playbook::instructions(Machine::current());
+    const VeltrySettings settings = tools.settings ? VeltrySettings::load(*tools.settings) : VeltrySettings();
+    const auto python =
+        tools.settings ? LoginPython::read(LoginPython::file(*tools.settings)) : std::optional<LoginPython>();
+    const Computer computer = Computer::current(tools.lab.runsFolder, tools.settings ? settings.maxRuns : 0, python);
+    return Playbook::instructions(computer);
 }
 
 asio::awaitable<JSONValue> MCPServer::callTool(JSONValue params, std::weak_ptr<JSONRPCConnection> connection) const

@@ -17,10 +17,11 @@ namespace veltry {
 /// the request itself was wrong. Notifications are ignored.
 class MCPServer {
 public:
-    /// `openAlexKey` is the person's key of the literature service.
+    /// `openAlexKey` is the person's key of the literature service. `knowsComputer` tells that `veltry` attached the
+    /// client: the instructions then end with the Computer, else with the Machine.
     MCPServer(
         Lab lab, std::optional<UUID> conversation, std::optional<std::filesystem::path> settings,
-        std::optional<std::string> openAlexKey);
+        std::optional<std::string> openAlexKey, bool knowsComputer = false);
 
     /// Serves the peer of `transport` on its executor and returns at once. `onEnd` runs when the input has ended; calls
     /// that wait then send no more notices. The server also reaps the supervisors that it starts.
@@ -32,11 +33,13 @@ public:
     PaperTools papers;
 
 private:
+    [[nodiscard]] std::string instructions() const;
     [[nodiscard]] asio::awaitable<JSONValue> handle(
         std::string method, JSONValue params, std::weak_ptr<JSONRPCConnection> connection) const;
     [[nodiscard]] asio::awaitable<JSONValue> callTool(
         JSONValue params, std::weak_ptr<JSONRPCConnection> connection) const;
 
+    bool knowsComputer_;
     std::set<std::string, std::less<>> paperTools_; // the names that go to `papers`
 };
 

@@ -1,6 +1,7 @@
 #include "VeltryTools/ToolsCommand.h"
 
 #include "ACP/JSONRPCConnection/PipeTransport.h"
+#include "Experiments/Computer.h"
 #include "Experiments/Supervisor.h"
 #include "Literature/OpenAlex.h"
 #include "Platform/ProcessFacts.h"
@@ -125,7 +126,8 @@ void serve(const Options& options)
         ProcessFacts::executable());
     MCPServer server(
         std::move(lab), conversation ? UUID::parse(*conversation) : std::nullopt, std::move(settings),
-        ProcessFacts::variable(OpenAlex::keyVariable));
+        ProcessFacts::variable(OpenAlex::keyVariable),
+        !ProcessFacts::variable(Computer::clientVariable).value_or("").empty());
 
     asio::io_context executor(1);
     const auto transport =

@@ -143,7 +143,7 @@ constexpr std::array newOptions = {
         Count::optional, Completion::folder},
     Option{
         "--client", "CLIENT", "The client in whose form the block is written", Count::optional, Completion::none,
-        ClientConfiguration::forms},
+        ClientConfiguration::kinds},
 };
 constexpr std::array filesOptions = {
     Option{"PATH", "", "The folder to list; by default the project's own", Count::optional, Completion::folder},
