@@ -130,7 +130,7 @@ int timeLeft(const Deadline& deadline)
 }
 
 /// Reads all of them to their ends at once, so that a child which writes much to any of them can't block. False if the
-/// deadline came first.
+/// deadline came first, or a signal that this process handles: Ctrl-C must not wait for somebody's patience.
 template <std::size_t count>
 bool drain(
     const std::array<const FileDescriptor*, count>& sources, const std::array<std::string*, count>& targets,
@@ -146,6 +146,8 @@ bool drain(
         if (ready == 0)
             return false;
         if (ready < 0) {
+            if (errno == EINTR && deadline)
+                return false;
             if (errno == EINTR)
                 continue;
             throw SystemError("could not wait for a child's output");
