@@ -9,7 +9,7 @@ namespace veltry {
 
 namespace {
 
-/// Of all projects: SQLite finds the end of the table at once, but not the end of a project's rows.
+/// The last row of all projects: SQLite finds the end of the table at once, but not the end of a project's rows.
 std::int64_t lastRowID(Connection& connection)
 {
     return connection.firstInteger("SELECT MAX(rowid) FROM run").value_or(0);
@@ -72,15 +72,16 @@ WHERE project_id = ? AND status IN ('queued', 'running') ORDER BY number)",
 }
 
 ProjectStore::RunLook ProjectStore::lookAgain(
-    const UUID& projectID, std::span<const UUID> ids, std::int64_t behind) const
+    const UUID& projectID, std::span<const UUID> ids, std::int64_t after) const
 {
     return database_->read([&](Connection& connection) {
         // The sign keeps SQLite from the index on project_id, which leads through the whole history.
         RunLook look{
             .runs = decodeAll<Run>(
-                connection.query("SELECT * FROM run WHERE rowid > ? AND +project_id = ?", behind, projectID)),
+                connection.query("SELECT * FROM run WHERE rowid > ? AND +project_id = ?", after, projectID)),
             .lastRowID = lastRowID(connection),
         };
+        // Those that are waited for may be among the new rows as well.
         std::unordered_set<UUID> seen;
         for (const Run& run : look.runs)
             seen.insert(run.id);
@@ -99,6 +100,7 @@ Run ProjectStore::insertRun(
     const UUID& id, const Experiment& experiment, const std::string& commit, const std::filesystem::path& directory)
 {
     return database_->write([&](Connection& connection) {
+        // In one transaction with the INSERT, so that two processes can't take the same number.
         const std::optional<std::int64_t> number = connection.firstInteger(
             "SELECT COALESCE(MAX(number), 0) + 1 FROM run WHERE project_id = ?", experiment.projectID);
         Run run{
@@ -131,6 +133,7 @@ VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?))",
 void ProjectStore::markRunning(const UUID& id, std::int32_t pid)
 {
     database_->write([&](Connection& connection) {
+        // A run that was cancelled or given up for dead while it was queued stays so.
         connection.execute("UPDATE run SET status = 'running', pid = ? WHERE id = ? AND status = 'queued'", pid, id);
     });
 }
@@ -139,6 +142,7 @@ void ProjectStore::finishRun(
     const UUID& id, Run::Status status, std::optional<std::int32_t> exitCode, const std::optional<std::string>& result)
 {
     database_->write([&](Connection& connection) {
+        // The supervisor and whoever finds it gone may both come here, and the first one counts.
         connection.execute(
             R"(UPDATE run SET status = ?, exit_code = ?, result = ?, ended_at = ?
 WHERE id = ? AND status IN ('queued', 'running'))",

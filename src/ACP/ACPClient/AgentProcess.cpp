@@ -35,7 +35,8 @@ struct AgentProcess::State {
 
     ~State()
     {
-        if (isRunning()) // the executor goes first
+        // Running still: the executor was destroyed first, and with it the task that waits for the end.
+        if (isRunning())
             ChildProcess::endGroup(leader, lastGrace);
     }
 
@@ -65,7 +66,8 @@ asio::awaitable<void> AgentProcess::State::readErrors(std::shared_ptr<State> sel
 {
     std::vector<char> buffer(stderrLimit);
     while (true) {
-        asio::error_code failure; // the end is one
+        // The end counts as a failure too.
+        asio::error_code failure;
         const std::size_t count = co_await self->errors.async_read_some(
             asio::buffer(buffer), asio::redirect_error(asio::use_awaitable, failure));
         if (failure)
@@ -81,6 +83,7 @@ asio::awaitable<void> AgentProcess::State::watchExit(std::shared_ptr<State> self
     co_await exited.async_wait(asio::posix::stream_descriptor::wait_read, asio::use_awaitable);
     const std::int32_t status = ChildProcess::wait(self->leader);
     self->exitCode = status;
+    // Emptied before anybody is told, since who is told may wait again.
     for (const auto& waiter : std::exchange(self->waiting, {}))
         waiter->push(status);
     self->closeErrorsIfDone();
@@ -89,8 +92,9 @@ asio::awaitable<void> AgentProcess::State::watchExit(std::shared_ptr<State> self
 std::filesystem::path AgentProcess::find(const std::string& command, std::string_view path)
 {
     if (command.contains('/')) {
+        // Absolute, since the agent starts in a folder of its own.
         if (isProgram(command))
-            return std::filesystem::absolute(command); // the agent starts in a folder of its own
+            return std::filesystem::absolute(command);
         throw Failure::notFound(command);
     }
     for (const std::string_view folder : text::split(path, ':'))
@@ -121,6 +125,7 @@ std::shared_ptr<AgentProcess> AgentProcess::start(
          .output = ChildProcess::Stream::to(output.writing.get()),
          .error = ChildProcess::Stream::to(error.writing.get()),
          .group = ChildProcess::Group::ownSession});
+    // The event belongs to this child alone. Nobody waits for "any" child, which would take the status of others away.
     asio::posix::stream_descriptor exited(executor, ChildProcess::exitEvent(state->leader).release());
     asio::co_spawn(executor, State::readErrors(state), asio::detached);
     asio::co_spawn(executor, State::watchExit(state, std::move(exited)), asio::detached);
@@ -134,6 +139,7 @@ AgentProcess::AgentProcess(std::shared_ptr<State> state, std::shared_ptr<PipeTra
 
 AgentProcess::~AgentProcess()
 {
+    // The pipes go first: an agent that reads them ends by itself, and the signal is for one that doesn't.
     transport_->closeNow();
     terminate();
     state_->isDropped = true;

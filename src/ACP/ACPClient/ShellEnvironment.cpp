@@ -99,7 +99,8 @@ Probe::~Probe()
 {
     if (!running_)
         return;
-    ChildProcess::killGroup(shell_); // the executor goes first
+    // The executor was destroyed first, so no task waits for the shell any more.
+    ChildProcess::killGroup(shell_);
     static_cast<void>(ChildProcess::wait(shell_));
 }
 
@@ -110,6 +111,7 @@ asio::awaitable<Environment> Probe::answer(std::shared_ptr<Probe> self)
         co_await waitForTheRest(self);
     self->answered_ = true;
     self->closeOutputIfDone();
+    // A shell that printed everything and then hangs has told what was asked.
     if (ending == Ending::timedOut && !self->reader_.isComplete())
         throw Failure(Failure::Kind::timedOut);
     co_return self->reader_.environment();
@@ -129,7 +131,8 @@ asio::awaitable<void> Probe::readOutput(std::shared_ptr<Probe> self)
 {
     std::vector<char> buffer(65536);
     while (true) {
-        asio::error_code failure; // the end of the output is one
+        // The end of the output counts as a failure too.
+        asio::error_code failure;
         const std::size_t count = co_await self->output_.async_read_some(
             asio::buffer(buffer), asio::redirect_error(asio::use_awaitable, failure));
         if (failure)
@@ -186,6 +189,7 @@ Cache& cache()
 std::string cacheKey(const std::filesystem::path& shell, const Environment& environment)
 {
     std::string key = shell;
+    // No variable can contain a NUL, so it parts them.
     for (const auto& [name, value] : environment)
         key += fmt::format("{}{}={}", '\0', name, value);
     return key;
@@ -226,6 +230,7 @@ asio::awaitable<Environment> resolve(
 
     const asio::any_io_executor executor = co_await asio::this_coro::executor;
     const auto wholeSeconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
+    // Two who ask at the same moment start a shell each. No lock is held over the wait, which may take seconds.
     const std::shared_ptr<Probe> probe = Probe::start(executor, shell, environment, wholeSeconds);
     Environment answer = co_await Probe::answer(probe);
     const std::scoped_lock lock(cache().mutex);
