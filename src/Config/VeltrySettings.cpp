@@ -364,8 +364,12 @@ std::expected<Value, std::string> VeltrySettings::valueFromWord(Key key, std::st
     if (const std::optional<std::int64_t> number = text::integer(word);
         number && std::holds_alternative<std::int64_t>(usual))
         given = TOML(*number);
+    // The warning of a file doesn't tell the limit, since other programs show it in the same words.
     if (Problem problem = its.read(settings, given))
-        return std::unexpected(std::move(*problem));
+        return std::unexpected(
+            std::holds_alternative<std::int64_t>(usual)
+                ? fmt::format("must be a whole number from 0 to {}", static_cast<std::int64_t>(runsLimit) - 1)
+                : std::move(*problem));
     return its.value(settings);
 }
 

@@ -2,6 +2,8 @@
 #include "Projects/ProjectStore.h"
 #include "Projects/RowDecoder.h"
 
+#include <algorithm>
+
 namespace veltry {
 
 namespace {
@@ -12,11 +14,12 @@ std::string stored(const Paper& paper)
     return toJSON(paper).text(JSONValue::Slashes::escaped);
 }
 
-/// The paper of the row, if it is the one that the row's key says: a list is searched by what the papers say.
+/// The first paper with that id, as the paper itself says.
 std::optional<Paper> paperWithID(std::string_view id, Statement rows)
 {
-    std::optional<Paper> paper = decodeFirst<Paper>(std::move(rows));
-    return paper && paper->id == id ? std::move(paper) : std::nullopt;
+    std::vector<Paper> papers = decodeAll<Paper>(std::move(rows));
+    const auto found = std::ranges::find(papers, id, &Paper::id);
+    return found == papers.end() ? std::nullopt : std::optional(std::move(*found));
 }
 
 void insertIntoLibrary(Connection& connection, const Paper& paper, const std::string& text, Date now)
@@ -47,18 +50,34 @@ WHERE p.project_id = ? ORDER BY p.saved_at DESC, p.rowid DESC)",
 std::optional<Paper> ProjectStore::libraryPaper(std::string_view paperID) const
 {
     return database_->read([&](Connection& connection) {
-        return paperWithID(paperID, connection.query("SELECT paper FROM library_paper WHERE id = ?", paperID));
+        std::optional<Paper> paper =
+            paperWithID(paperID, connection.query("SELECT paper FROM library_paper WHERE id = ?", paperID));
+        // Other programs may have keyed the row otherwise. What counts is what the paper says.
+        return paper ? std::move(paper)
+                     : paperWithID(
+                           paperID, connection.query(
+                                        R"(SELECT paper FROM library_paper
+WHERE json_valid(paper) AND json_extract(paper, '$.id') = ? ORDER BY saved_at DESC, rowid DESC)",
+                                        paperID));
     });
 }
 
 std::optional<Paper> ProjectStore::libraryPaper(std::string_view paperID, const UUID& projectID) const
 {
     return database_->read([&](Connection& connection) {
-        return paperWithID(
+        std::optional<Paper> paper = paperWithID(
             paperID, connection.query(
                          R"(SELECT l.paper FROM project_paper AS p JOIN library_paper AS l ON l.id = p.paper_id
 WHERE p.project_id = ? AND p.paper_id = ?)",
                          projectID, paperID));
+        return paper ? std::move(paper)
+                     : paperWithID(
+                           paperID,
+                           connection.query(
+                               R"(SELECT l.paper FROM project_paper AS p JOIN library_paper AS l ON l.id = p.paper_id
+WHERE p.project_id = ? AND json_valid(l.paper) AND json_extract(l.paper, '$.id') = ?
+ORDER BY p.saved_at DESC, p.rowid DESC)",
+                               projectID, paperID));
     });
 }
 

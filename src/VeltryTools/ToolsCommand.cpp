@@ -41,7 +41,7 @@ std::optional<std::string> option(const Options& options, const std::string& nam
 
 std::string requiredOption(const Options& options, const std::string& name)
 {
-    if (std::optional<std::string> value = option(options, name))
+    if (std::optional<std::string> value = option(options, name); value && !value->empty())
         return std::move(*value);
     throw LabError("missing_option", fmt::format("Pass {}.", name));
 }
@@ -57,6 +57,11 @@ Project findProject(const ProjectStore& store, const std::string& id)
     const auto found = std::ranges::find(projects, id, [](const Project& project) { return project.id.text(); });
     if (found == projects.end())
         throw LabError("project_not_found", fmt::format("No project {}.", id));
+    // Every tool of the tree works in the first folder.
+    if (found->folders.empty())
+        throw LabError(
+            "project_without_folder",
+            fmt::format("The project {} has no folder. Add its repository: veltry project add-folder.", found->name));
     return std::move(*found);
 }
 
@@ -118,8 +123,9 @@ void serve(const Options& options)
     const std::optional<std::string> runs = option(options, "--runs");
     const std::optional<std::string> conversation = option(options, "--conversation");
     std::optional<std::filesystem::path> settings;
+    // An empty path is a file that isn't there, whose settings are the defaults.
     if (const std::optional<std::string> path = option(options, "--settings"))
-        settings = std::filesystem::absolute(*path);
+        settings = path->empty() ? std::filesystem::path() : std::filesystem::absolute(*path);
     Lab lab(
         std::move(store), std::move(project), runs ? std::filesystem::absolute(*runs) : Lab::defaultRuns(),
         ProcessFacts::executable());
