@@ -117,7 +117,7 @@ std::string tree(const Lab& lab, const Tree& tree)
 
 std::string runLine(const Run& run, std::string_view title)
 {
-    std::string line = fmt::format("run {} of {}: {}", run.number, title, Run::statusText(run.status));
+    std::string line = fmt::format("run {} of {}: {}", run.number, title, toWord(run.status));
     if (run.isFinished() && run.exitCode)
         line += fmt::format(" (exit {})", *run.exitCode);
     if (run.result) {
@@ -134,7 +134,7 @@ std::string run(const Run& run, std::string_view title, std::int64_t logLines)
 {
     std::string text = fmt::format(
         "Run {} of {}\nid: {}\nstatus: {}\ncommit: {}\ncommand: {}\n", run.number, title, run.id.text(),
-        Run::statusText(run.status), run.commit, run.command);
+        toWord(run.status), run.commit, run.command);
     if (run.exitCode)
         text += fmt::format("exit code: {}\n", *run.exitCode);
     const std::string tail = logTail(run.log(), logLines);

@@ -41,7 +41,7 @@ std::optional<std::string> option(const Options& options, const std::string& nam
 
 std::string requiredOption(const Options& options, const std::string& name)
 {
-    if (std::optional<std::string> value = option(options, name))
+    if (std::optional<std::string> value = option(options, name); value && !value->empty())
         return std::move(*value);
     throw LabError("missing_option", fmt::format("Pass {}.", name));
 }
@@ -57,6 +57,11 @@ Project findProject(const ProjectStore& store, const std::string& id)
     const auto found = std::ranges::find(projects, id, [](const Project& project) { return project.id.text(); });
     if (found == projects.end())
         throw LabError("project_not_found", fmt::format("No project {}.", id));
+    // Every tool of the tree works in the first folder.
+    if (found->folders.empty())
+        throw LabError(
+            "project_without_folder",
+            fmt::format("The project {} has no folder. Add its repository: veltry project add-folder.", found->name));
     return std::move(*found);
 }
 
@@ -67,8 +72,9 @@ std::vector<Tool> makeTools(Lab served, const Options& options)
     LabTools labTools{.lab = lab};
     if (const std::optional<std::string> conversation = option(options, "--conversation"))
         labTools.conversation = UUID::parse(*conversation);
+    // An empty path is a file that isn't there, whose settings are the defaults.
     if (const std::optional<std::string> settings = option(options, "--settings"))
-        labTools.settings = std::filesystem::absolute(*settings);
+        labTools.settings = settings->empty() ? std::filesystem::path() : std::filesystem::absolute(*settings);
     const auto key = [key = ProcessFacts::variable(OpenAlex::keyVariable)] { return key; };
     const PaperTools paperTools{
         .lab = lab,

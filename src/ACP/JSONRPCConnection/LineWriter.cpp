@@ -62,7 +62,8 @@ void LineWriter::run()
         arrival_.wait(lock, [this] { return stopped_ || !jobs_.empty(); });
         if (stopped_)
             return;
-        Job& job = jobs_.front(); // stays in place while others are added behind it
+        // It stays in place while others are added after it.
+        Job& job = jobs_.front();
         lock.unlock();
         std::exception_ptr failure;
         try {

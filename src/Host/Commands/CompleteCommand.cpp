@@ -55,7 +55,7 @@ Values runs(Context& context)
     Values values;
     for (const Run& run : context.store()->runs(context.project().id))
         values.push_back(
-            {std::to_string(run.number), fmt::format("{}, {}", titles[run.experimentID], Run::statusText(run.status))});
+            {std::to_string(run.number), fmt::format("{}, {}", titles[run.experimentID], toWord(run.status))});
     std::ranges::reverse(values);
     return values;
 }

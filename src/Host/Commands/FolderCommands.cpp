@@ -98,7 +98,7 @@ void makeProject(Context& context, const Arguments& arguments)
 
 JSONValue recordOf(const FolderEntry& entry)
 {
-    return JSONValue::object({{"url", text::repaired(entry.url.string())}, {"isDirectory", entry.isDirectory}});
+    return JSONValue::object({{"url", text::repaired(entry.path.string())}, {"isDirectory", entry.isDirectory}});
 }
 
 std::string lineOf(const FolderEntry& entry, const Terminal& terminal)

@@ -129,7 +129,7 @@ JSONValue nodeJSON(const Node& node, const Shown& shown)
     JSONValue document = RecordJSON::of(node.record);
     JSONValue::Array runs;
     for (const Run& run : node.runs)
-        runs.push_back(JSONValue::object({{"number", run.number}, {"status", JSONValue(Run::statusText(run.status))}}));
+        runs.push_back(JSONValue::object({{"number", run.number}, {"status", JSONValue(toWord(run.status))}}));
     JSONValue::Array papers;
     for (const Citation& citation : node.citations)
         papers.push_back(citation.paper.id);

@@ -30,7 +30,7 @@ bool isNumber(std::string_view given)
 
 std::string state(const Run& run, Date now)
 {
-    const std::string_view status = Run::statusText(run.status);
+    const std::string_view status = toWord(run.status);
     const double seconds = run.endedAt.value_or(now).secondsSince2001 - run.createdAt.secondsSince2001;
     switch (run.status) {
     case Run::Status::queued:
