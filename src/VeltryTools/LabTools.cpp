@@ -25,12 +25,17 @@ constexpr std::int64_t longestTimeout = 1800;
 constexpr std::int64_t defaultLogLines = 60;
 constexpr std::size_t shownCommit = 12;
 
-/// The run's text: a number in either JSON form as decimal digits, any other text as it is.
-std::string runArgument(const JSONValue& arguments)
+NodeName nodeArgument(const JSONValue& arguments)
+{
+    return NodeName::parse(LabTools::requiredString("experiment_id", arguments));
+}
+
+/// A number in either JSON form, or else a text.
+RunName runArgument(const JSONValue& arguments)
 {
     if (const auto number = LabTools::optionalInt("run", arguments))
-        return std::to_string(*number);
-    return LabTools::requiredString("run", arguments);
+        return *number;
+    return RunName::parse(LabTools::requiredString("run", arguments));
 }
 
 std::string titleOf(const Lab& lab, const Run& run)
@@ -172,10 +177,7 @@ std::optional<std::int64_t> LabTools::optionalInt(std::string_view key, const JS
 
 LabTools::Answer LabTools::experimentTree(JSONValue /*arguments*/, Progress /*progress*/) const
 {
-    const LabTexts::Tree tree{
-        .experiments = lab.experiments(),
-        .runs = lab.reconciledRuns(),
-        .citations = lab.store->citations(lab.project.id)};
+    const ExperimentTree tree = lab.tree();
     co_return LabTexts::tree(lab, tree);
 }
 
@@ -184,7 +186,7 @@ LabTools::Answer LabTools::createExperiment(JSONValue arguments, Progress /*prog
     const Lab::NewNode node{
         .title = requiredString("title", arguments),
         .notes = optionalString("description", arguments).value_or(""),
-        .parent = optionalString("parent_id", arguments),
+        .parent = optionalString("parent_id", arguments).transform(&NodeName::parse),
         .runCommand = optionalString("run_command", arguments),
         .conversation = conversation};
     const Experiment made = lab.create(node);
@@ -196,17 +198,17 @@ LabTools::Answer LabTools::createExperiment(JSONValue arguments, Progress /*prog
 
 LabTools::Answer LabTools::setExperimentNotes(JSONValue arguments, Progress /*progress*/) const
 {
-    const std::string id = requiredString("experiment_id", arguments);
+    const NodeName node = nodeArgument(arguments);
     const std::string notes = requiredString("notes", arguments);
-    lab.setNotes(id, notes);
+    lab.setNotes(node, notes);
     co_return "Notes saved.";
 }
 
 LabTools::Answer LabTools::runExperiment(JSONValue arguments, Progress /*progress*/) const
 {
     const std::int64_t maxRuns = settings ? VeltrySettings::load(*settings).maxRuns : 0;
-    const std::string id = requiredString("experiment_id", arguments);
-    const Run run = lab.launch(id, maxRuns);
+    const NodeName node = nodeArgument(arguments);
+    const Run run = lab.launch(node, maxRuns);
     co_return fmt::format(
         "Run {} started ({}) at {}.\nLog: {}\nCall wait_for_runs to wait for it.", run.number, run.id.text(),
         run.commit.substr(0, shownCommit), run.log().string());
@@ -244,7 +246,7 @@ LabTools::Answer LabTools::getRun(JSONValue arguments, Progress /*progress*/) co
     lab.reconcile();
     const Run run = lab.run(runArgument(arguments));
     const std::int64_t logLines = optionalInt("log_lines", arguments).value_or(defaultLogLines);
-    const Experiment node = lab.experiment(run.experimentID.text());
+    const Experiment node = lab.experiment(run.experimentID);
     co_return LabTexts::run(run, node.title, logLines);
 }
 
@@ -258,8 +260,8 @@ LabTools::Answer LabTools::archiveExperiment(JSONValue arguments, Progress /*pro
 {
     const JSONValue* archived = arguments.find("archived");
     const bool restore = archived && archived->boolean() && !*archived->boolean();
-    const std::string id = requiredString("experiment_id", arguments);
-    lab.setArchived(id, !restore);
+    const NodeName node = nodeArgument(arguments);
+    lab.setArchived(node, !restore);
     co_return restore ? "Restored." : "Archived.";
 }
 

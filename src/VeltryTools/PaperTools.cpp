@@ -151,7 +151,7 @@ PaperTools::Answer PaperTools::savePaper(JSONValue arguments) const
 PaperTools::Answer PaperTools::citePaper(JSONValue arguments) const
 {
     const std::string node = LabTools::requiredString("experiment_id", arguments);
-    const Experiment experiment = lab.experiment(node);
+    const Experiment experiment = lab.experiment(NodeName::parse(node));
     asio::awaitable<Paper> look = paper(arguments);
     const Paper found = co_await std::move(look);
     const std::string reason = LabTools::requiredString("reason", arguments);
