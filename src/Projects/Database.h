@@ -74,6 +74,7 @@ public:
 
 private:
     friend class Statement;
+    friend class Transaction;
 
     struct Closer {
         void operator()(sqlite3* handle) const noexcept;
@@ -89,8 +90,11 @@ private:
     /// Statements with a place among the prepared ones come back to it.
     void makePlace(const Statement::Handle& handle);
     void giveBack(Statement::Handle handle) noexcept;
+    /// Throws SQLite's own error for a statement that writes, while a transaction only reads.
+    void refuseWriting(const Statement::Handle& handle) const;
 
     std::unique_ptr<sqlite3, Closer> handle_;
+    bool onlyReads_ = false;
     /// By their text; null while one is in use.
     std::map<std::string, Statement::Handle, std::less<>> prepared_;
 };
@@ -111,7 +115,6 @@ public:
 
 private:
     Connection& connection_;
-    Kind kind_;
 };
 
 /// One SQLite file, open on one connection, with bodies of statements taking turns on it.

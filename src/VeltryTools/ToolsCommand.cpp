@@ -3,13 +3,18 @@
 #include "ACP/JSONRPCConnection/PipeTransport.h"
 #include "Experiments/Supervisor.h"
 #include "Literature/OpenAlex.h"
+#include "Platform/ChildProcess.h"
 #include "Platform/ProcessFacts.h"
+#include "VeltryTools/LabTools.h"
 #include "VeltryTools/MCPServer.h"
+#include "VeltryTools/PaperTools.h"
 
 #include <asio/co_spawn.hpp>
 #include <asio/detached.hpp>
 #include <asio/io_context.hpp>
+#include <asio/posix/stream_descriptor.hpp>
 #include <asio/post.hpp>
+#include <asio/redirect_error.hpp>
 #include <asio/steady_timer.hpp>
 #include <fmt/format.h>
 
@@ -58,6 +63,35 @@ Project findProject(const ProjectStore& store, const std::string& id)
     if (found == projects.end())
         throw LabError("project_not_found", fmt::format("No project {}.", id));
     return std::move(*found);
+}
+
+/// Waits for one supervisor and takes its status, so that no zombie stays behind.
+asio::awaitable<void> reap(asio::any_io_executor executor, pid_t supervisor)
+{
+    asio::posix::stream_descriptor ended(executor, ChildProcess::exitEvent(supervisor).release());
+    asio::error_code ignored; // whatever ended the wait, the look below is harmless
+    co_await ended.async_wait(
+        asio::posix::stream_descriptor::wait_read, asio::redirect_error(asio::use_awaitable, ignored));
+    ChildProcess::reapIfEnded(supervisor);
+}
+
+/// The tools of one project, in the order in which an agent is shown them.
+std::vector<Tool> makeTools(Lab served, const Options& options)
+{
+    const auto lab = std::make_shared<const Lab>(std::move(served));
+    LabTools labTools{.lab = lab};
+    if (const std::optional<std::string> conversation = option(options, "--conversation"))
+        labTools.conversation = UUID::parse(*conversation);
+    if (const std::optional<std::string> settings = option(options, "--settings"))
+        labTools.settings = std::filesystem::absolute(*settings);
+    const auto key = [key = ProcessFacts::variable(OpenAlex::keyVariable)] { return key; };
+    const PaperTools paperTools{
+        .lab = lab,
+        .search = std::make_shared<const OpenAlex>(key, HTTPSession::shared()),
+        .files = PaperFiles::beside(lab->store->path())};
+    std::vector<Tool> tools = labTools.tools();
+    std::ranges::move(paperTools.tools(), std::back_inserter(tools));
+    return tools;
 }
 
 /// Leaves without the destructors of libraries, which threads of theirs may still use.
@@ -116,18 +150,15 @@ void serve(const Options& options)
     std::shared_ptr<ProjectStore> store = openStore(options);
     Project project = findProject(*store, requiredOption(options, "--project"));
     const std::optional<std::string> runs = option(options, "--runs");
-    const std::optional<std::string> conversation = option(options, "--conversation");
-    std::optional<std::filesystem::path> settings;
-    if (const std::optional<std::string> path = option(options, "--settings"))
-        settings = std::filesystem::absolute(*path);
     Lab lab(
         std::move(store), std::move(project), runs ? std::filesystem::absolute(*runs) : Lab::defaultRuns(),
         ProcessFacts::executable());
-    MCPServer server(
-        std::move(lab), conversation ? UUID::parse(*conversation) : std::nullopt, std::move(settings),
-        ProcessFacts::variable(OpenAlex::keyVariable));
-
     asio::io_context executor(1);
+    lab.adopt = [&executor](pid_t supervisor) {
+        asio::co_spawn(executor, reap(executor.get_executor(), supervisor), asio::detached);
+    };
+    MCPServer server(makeTools(std::move(lab), options));
+
     const auto transport =
         PipeTransport::make(executor.get_executor(), FileDescriptor(STDIN_FILENO), FileDescriptor(STDOUT_FILENO));
     const auto connection = std::make_shared<std::weak_ptr<JSONRPCConnection>>();

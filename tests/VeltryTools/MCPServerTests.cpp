@@ -1,7 +1,6 @@
 #include "ACP/JSONRPCConnection/MemoryTransport.h"
+#include "QuickTools.h"
 #include "Support/Eventually.h"
-#include "Support/RunOnExecutor.h"
-#include "Support/TestLab.h"
 #include "VeltryTools/MCPServer.h"
 
 #include <fmt/format.h>
@@ -120,9 +119,9 @@ TEST(MCPServer, TellsAClientThatAskedForItThatACallStillWaits)
     std::set<std::string> answered;     // by id
     runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
         const MemoryTransport::Pair ends = MemoryTransport::pair(executor);
-        MCPServer server(test.lab, {}, {}, {});
-        server.tools.poll = std::chrono::milliseconds(5);
-        server.tools.progressInterval = std::chrono::milliseconds(200);
+        LabTools family = test::quickTools(test);
+        family.progressInterval = std::chrono::milliseconds(200);
+        MCPServer server(family.tools());
         MCPServer::serve(std::move(server), executor, ends.first, {});
         for (std::size_t id = 0; id < std::size(tokens); ++id) {
             std::string request = fmt::format(

@@ -1,19 +1,47 @@
-#include "VeltryTools/ToolTable.h"
+#include "VeltryTools/Tool.h"
 
-#include "Base/Error.h"
+#include "Experiments/LabError.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <vector>
 
 namespace veltry {
 
+namespace {
+
+ToolOutcome failed(const std::exception& error)
+{
+    return {.text = describe(error), .isError = true};
+}
+
+/// A failure of the work passes one frame alone. Each frame of a coroutine throws it again, at a microsecond each.
 asio::awaitable<ToolOutcome> outcomeOf(asio::awaitable<std::string> work)
 {
-    ToolOutcome outcome;
     try {
-        outcome.text = co_await std::move(work);
+        std::string text = co_await std::move(work);
+        co_return ToolOutcome{.text = std::move(text)};
     } catch (const std::exception& error) {
-        outcome.text = describe(error);
-        outcome.isError = true;
+        co_return failed(error);
     }
-    co_return outcome;
+}
+
+} // namespace
+
+std::variant<ToolOutcome, asio::awaitable<ToolOutcome>> callTool(
+    std::span<const Tool> tools, std::string_view name, const JSONValue& arguments, Progress progress)
+{
+    const auto tool = std::ranges::find(tools, name, &Tool::name);
+    if (tool == tools.end())
+        return failed(LabError("unknown_tool", fmt::format("There is no tool {}.", name)));
+    if (const auto* waiting = std::get_if<Tool::Waiting>(&tool->handler))
+        return outcomeOf((*waiting)(arguments, std::move(progress)));
+    try {
+        return ToolOutcome{.text = std::get<Tool::AtOnce>(tool->handler)(arguments)};
+    } catch (const std::exception& error) {
+        return failed(error);
+    }
 }
 
 namespace schema {
