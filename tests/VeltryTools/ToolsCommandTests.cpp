@@ -73,7 +73,7 @@ TEST(ToolsCommand, TheEndOfInputEndsTheServerAndDropsWhatWaits)
 {
     const TestLab test;
     const Experiment node = test.baseline("sleep 60");
-    test.lab.launch(node.id.text(), 0);
+    test.lab.launch(node.id, 0);
     test::McpProcess server = test.serve();
     const std::int64_t wait = server.sendCall("wait_for_runs");
     const std::int64_t ping = server.send("ping");
@@ -81,7 +81,7 @@ TEST(ToolsCommand, TheEndOfInputEndsTheServerAndDropsWhatWaits)
     EXPECT_TRUE(server.answer(ping).find("result"));
     EXPECT_EQ(server.receive(), std::nullopt) << "request " << wait << " is dropped";
     EXPECT_EQ(server.wait(), 0);
-    EXPECT_FALSE(test.lab.run("1").isFinished()) << "the run goes on without its server";
+    EXPECT_FALSE(test.lab.run(1).isFinished()) << "the run goes on without its server";
 }
 
 } // namespace
