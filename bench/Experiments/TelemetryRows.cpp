@@ -93,7 +93,7 @@ double walkSeconds(const simdjson::padded_string& bytes)
 
 double wcSeconds(const std::filesystem::path& file)
 {
-    return secondsOf([&] { runProgram("/usr/bin/wc", {"-l", file.string()}); });
+    return secondsOf([&] { runProgram(program("/usr/bin/wc", {"-l", file.string()})); });
 }
 
 /// What one new line costs a reader that knows the lines before.
