@@ -34,7 +34,7 @@ Command shell(std::string script)
 
 TEST(ChildProcess, InheritsTheStandardDescriptorsAlone)
 {
-    FileDescriptor folder = Files::open("/", O_RDONLY);
+    FileDescriptor folder = Files::open("/", Files::forReading);
     const FileDescriptor inheritable(::fcntl(folder.get(), F_DUPFD, 57)); // not close-on-exec
     ASSERT_TRUE(inheritable);
     Command list;

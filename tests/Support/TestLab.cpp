@@ -51,7 +51,7 @@ Experiment TestLab::baseline(const std::string& command, const std::string& titl
 
 Experiment TestLab::child(const Experiment& parent, const std::string& title) const
 {
-    return lab.create({.title = title, .parent = parent.id.text()});
+    return lab.create({.title = title, .parent = parent.id});
 }
 
 void TestLab::write(const Experiment& node, std::string_view name, std::string_view contents) const

@@ -115,8 +115,8 @@ TEST(MCPServer, AWaitHoldsUpNobody)
 {
     const TestLab test;
     const Experiment node = test.baseline("sleep 60");
-    test.lab.launch(node.id.text(), 0);
-    ASSERT_TRUE(test::eventually([&] { return test.lab.run("1").pid.has_value(); }));
+    test.lab.launch(node.id, 0);
+    ASSERT_TRUE(test::eventually([&] { return test.lab.run(1).pid.has_value(); }));
     McpProcess server = test.serve();
     const std::int64_t wait = server.sendCall("wait_for_runs");
     EXPECT_EQ(server.request("ping").text(), "{}");

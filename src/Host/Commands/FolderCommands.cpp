@@ -1,13 +1,13 @@
 #include "Base/Text.h"
 #include "Experiments/Git.h"
 #include "Experiments/Lab.h"
-#include "Host/Awaited.h"
 #include "Host/CommandLine/Nearest.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
 #include "Host/Registration/ClientConfiguration.h"
 #include "Host/Registration/Init.h"
 #include "Host/Terminal/Progress.h"
+#include "Platform/Async/Awaited.h"
 #include "Platform/Files.h"
 #include "Projects/FolderListing.h"
 #include "Projects/NewProjectFolder.h"
@@ -98,7 +98,7 @@ void makeProject(Context& context, const Arguments& arguments)
 
 JSONValue recordOf(const FolderEntry& entry)
 {
-    return JSONValue::object({{"url", text::repaired(entry.url.string())}, {"isDirectory", entry.isDirectory}});
+    return JSONValue::object({{"url", text::repaired(entry.path.string())}, {"isDirectory", entry.isDirectory}});
 }
 
 std::string lineOf(const FolderEntry& entry, const Terminal& terminal)

@@ -1,6 +1,8 @@
 #include "Platform/ChildProcess.h"
 
+#include "Base/Text.h"
 #include "Platform/FileDescriptor.h"
+#include "Platform/Files.h"
 #include "Platform/SystemError.h"
 
 #include <fmt/format.h>
@@ -16,8 +18,11 @@
 #include <array>
 #include <csignal>
 #include <limits>
+#include <type_traits>
 
 namespace veltry::ChildProcess {
+
+static_assert(std::is_same_v<ProcessID, pid_t>);
 
 namespace {
 
@@ -26,8 +31,11 @@ class SpawnActions {
 public:
     explicit SpawnActions(std::string executable) : executable_(std::move(executable))
     {
-        posix_spawn_file_actions_init(&actions_);
-        posix_spawnattr_init(&attributes_);
+        check(posix_spawn_file_actions_init(&actions_));
+        if (const int result = posix_spawnattr_init(&attributes_); result != 0) {
+            posix_spawn_file_actions_destroy(&actions_); // no destructor runs for what wasn't constructed
+            check(result);
+        }
     }
     SpawnActions(const SpawnActions&) = delete;
     SpawnActions& operator=(const SpawnActions&) = delete;
@@ -81,9 +89,9 @@ public:
         check(posix_spawnattr_setflags(&attributes_, flags));
     }
 
-    pid_t spawn(std::vector<char*>& arguments, std::vector<char*>& environment)
+    ProcessID spawn(std::vector<char*>& arguments, std::vector<char*>& environment)
     {
-        pid_t child = -1;
+        ProcessID child = -1;
         check(posix_spawn(&child, executable_.c_str(), &actions_, &attributes_, arguments.data(), environment.data()));
         return child;
     }
@@ -172,7 +180,7 @@ bool drain(
 /// Waits for a started child however its scope is left.
 class Reaper {
 public:
-    explicit Reaper(pid_t child) : child_(child) {}
+    explicit Reaper(ProcessID child) : child_(child) {}
     Reaper(const Reaper&) = delete;
     Reaper& operator=(const Reaper&) = delete;
     ~Reaper()
@@ -183,7 +191,7 @@ public:
     int wait() { return ChildProcess::wait(std::exchange(child_, -1)); }
 
 private:
-    pid_t child_;
+    ProcessID child_;
 };
 
 } // namespace
@@ -193,7 +201,7 @@ std::string StartFailure::description() const
     return SystemError("could not start " + executable, code).description();
 }
 
-pid_t start(const Command& command)
+ProcessID start(const Command& command)
 {
     SpawnActions actions(command.executable);
     actions.redirect(command.input, STDIN_FILENO);
@@ -215,7 +223,20 @@ pid_t start(const Command& command)
     return actions.spawn(argumentPointers, environmentPointers);
 }
 
-int wait(pid_t child) noexcept
+std::optional<std::filesystem::path> find(const std::string& command, std::string_view path)
+{
+    const auto isProgram = [](const std::filesystem::path& file) {
+        return Files::isExecutable(file) && !Files::isFolder(file);
+    };
+    if (command.contains('/'))
+        return isProgram(command) ? std::optional(std::filesystem::absolute(command)) : std::nullopt;
+    for (const std::string_view folder : text::split(path, ':'))
+        if (const auto file = std::filesystem::path(folder) / command; !folder.empty() && isProgram(file))
+            return std::filesystem::absolute(file);
+    return std::nullopt;
+}
+
+int wait(ProcessID child) noexcept
 {
     int status = 0;
     while (::waitpid(child, &status, 0) < 0)
@@ -224,18 +245,18 @@ int wait(pid_t child) noexcept
     return exitNumber(status);
 }
 
-bool reapIfEnded(pid_t child) noexcept
+bool reapIfEnded(ProcessID child) noexcept
 {
     int status = 0;
     return ::waitpid(child, &status, WNOHANG) != 0; // a failure means that somebody else took it
 }
 
-void terminateGroup(pid_t leader) noexcept
+void terminateGroup(ProcessID leader) noexcept
 {
     ::kill(-leader, SIGTERM);
 }
 
-void killGroup(pid_t leader) noexcept
+void killGroup(ProcessID leader) noexcept
 {
     ::kill(-leader, SIGKILL);
 }
@@ -243,7 +264,7 @@ void killGroup(pid_t leader) noexcept
 namespace {
 
 /// Waits that many milliseconds for a child's end. False also without the means to wait: then there is no grace.
-bool hasEnded(pid_t child, int milliseconds) noexcept
+bool hasEnded(ProcessID child, int milliseconds) noexcept
 try {
     const FileDescriptor event = exitEvent(child);
     pollfd polled{.fd = event.get(), .events = POLLIN, .revents = 0};
@@ -254,7 +275,7 @@ try {
 
 } // namespace
 
-int endGroup(pid_t leader, std::chrono::milliseconds grace) noexcept
+int endGroup(ProcessID leader, std::chrono::milliseconds grace) noexcept
 {
     terminateGroup(leader);
     if (!hasEnded(leader, static_cast<int>(grace.count())))
@@ -262,7 +283,7 @@ int endGroup(pid_t leader, std::chrono::milliseconds grace) noexcept
     return wait(leader);
 }
 
-FileDescriptor exitEvent(pid_t child)
+FileDescriptor exitEvent(ProcessID child)
 {
     // By number, since glibc 2.36 declares pidfd_open without extern "C".
     FileDescriptor event(static_cast<int>(::syscall(SYS_pidfd_open, child, 0))); // close-on-exec by itself
@@ -295,7 +316,7 @@ std::optional<Output> runWithin(std::chrono::milliseconds patience, Command comm
     command.output = Stream::to(output.writing.get());
     command.error = Stream::to(error.writing.get());
     command.group = Group::ownSession;
-    const pid_t leader = start(command);
+    const ProcessID leader = start(command);
     Reaper child(leader);
     output.writing.reset();
     error.writing.reset();
