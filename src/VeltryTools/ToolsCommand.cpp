@@ -84,10 +84,10 @@ std::string instructions(const std::filesystem::path& runs, const std::optional<
 {
     if (ProcessFacts::variable(Computer::clientVariable).value_or("").empty())
         return Playbook::instructions(Machine::current());
-    if (!settings)
-        return Playbook::instructions(Computer::current(runs, 0, {}));
-    return Playbook::instructions(Computer::current(
-        runs, VeltrySettings::load(*settings).maxRuns, LoginPython::read(LoginPython::file(*settings))));
+    const std::int64_t maxRuns = settings ? VeltrySettings::load(*settings).maxRuns : 0;
+    const bool hasFile = settings && !settings->empty();
+    return Playbook::instructions(
+        Computer::current(runs, maxRuns, hasFile ? LoginPython::read(LoginPython::file(*settings)) : std::nullopt));
 }
 
 /// The tools of one project, in the order in which an agent is shown them.
