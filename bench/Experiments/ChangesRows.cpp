@@ -21,8 +21,7 @@ public:
     ComparedNode(const Workplace& place, std::int64_t files, std::int64_t lines, std::int64_t edits)
         : place_(place), lab_(makeLabOf(place, files, lines)),
           parent_(lab_.create({.title = "Base", .notes = {}, .parent = {}, .runCommand = "true", .conversation = {}})),
-          node_(lab_.create(
-              {.title = "Node", .notes = {}, .parent = parent_.id.text(), .runCommand = {}, .conversation = {}}))
+          node_(lab_.create({.title = "Node", .notes = {}, .parent = parent_.id, .runCommand = {}, .conversation = {}}))
     {
         const std::filesystem::path tree = lab_.worktree(node_);
         for (std::int64_t number = 0; number < edits; ++number)

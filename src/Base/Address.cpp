@@ -68,6 +68,7 @@ std::optional<std::string> absolute(std::string_view text)
     address.reserve(text.size());
     for (std::size_t index = 0; index < text.size(); ++index) {
         const char c = text[index];
+        // What is escaped already stays: escaped once more it would name another page.
         const bool isEscape =
             c == '%' && index + 2 < text.size() && isHexDigit(text[index + 1]) && isHexDigit(text[index + 2]);
         if (isEscape || isUnreserved(c) || std::string_view(":/?#[]@!$&'()*+,;=").contains(c))
@@ -85,8 +86,10 @@ std::string host(std::string_view address)
         return {};
     rest.remove_prefix(2);
     rest = rest.substr(0, rest.find_first_of("/?#"));
+    // The last "@": a password may contain one, and the host may not.
     if (const std::size_t user = rest.rfind('@'); user != std::string_view::npos)
         rest.remove_prefix(user + 1);
+    // The colons of an IPv6 address begin no port.
     if (!rest.starts_with('['))
         rest = rest.substr(0, rest.find(':'));
     return lowercased(rest);

@@ -2,7 +2,6 @@
 
 #include "Platform/GPUFacts.h"
 #include "Platform/ProcessTable.h"
-#include "Projects/JSONFields.h"
 
 #include <algorithm>
 
@@ -10,12 +9,11 @@ namespace veltry {
 
 JSONValue toJSON(const ResourceReading& reading)
 {
-    JSONFields fields;
-    fields.set("processes", reading.processes);
-    fields.set("cpuSeconds", reading.cpuSeconds);
-    fields.set("memory", reading.memory);
-    fields.set("gpu", reading.gpu);
-    return fields.take();
+    JSONValue::Object object{
+        {"processes", reading.processes}, {"cpuSeconds", reading.cpuSeconds}, {"memory", reading.memory}};
+    if (reading.gpu)
+        object.emplace("gpu", *reading.gpu);
+    return object;
 }
 
 namespace Resources {

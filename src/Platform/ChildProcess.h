@@ -105,6 +105,10 @@ struct Output {
 /// and waits. Throws StartFailure and SystemError.
 [[nodiscard]] Output run(Command command);
 
+/// The same in a session of its own and for so long alone, or until a signal comes that we handle: then that session's
+/// first group is killed and nothing is returned. For programs that a person's own files may hold up.
+[[nodiscard]] std::optional<Output> runWithin(std::chrono::milliseconds patience, Command command);
+
 /// `first | second`: the exit number is that of the first of the two which failed, so that a failing source counts as
 /// well as a failing sink; the errors of both come mixed in `error`. Throws StartFailure and SystemError.
 [[nodiscard]] Output runPipeline(Command first, Command second);

@@ -114,11 +114,7 @@ std::vector<Tool> LabTools::tools() const
 
 std::string LabTools::experimentTree(const JSONValue& /*arguments*/) const
 {
-    const LabTexts::Tree tree{
-        .experiments = lab->experiments(),
-        .runs = lab->reconciledRuns(),
-        .citations = lab->store->citations(lab->project.id)};
-    return LabTexts::tree(*lab, tree);
+    return LabTexts::tree(*lab, lab->tree());
 }
 
 std::string LabTools::createExperiment(const JSONValue& arguments) const
@@ -126,7 +122,7 @@ std::string LabTools::createExperiment(const JSONValue& arguments) const
     const Lab::NewNode node{
         .title = ToolArguments::requiredString("title", arguments),
         .notes = ToolArguments::optionalString("description", arguments).value_or(""),
-        .parent = ToolArguments::optionalString("parent_id", arguments),
+        .parent = ToolArguments::optionalString("parent_id", arguments).transform(&NodeName::parse),
         .runCommand = ToolArguments::optionalString("run_command", arguments),
         .conversation = conversation};
     const Experiment made = lab->create(node);
@@ -138,9 +134,9 @@ std::string LabTools::createExperiment(const JSONValue& arguments) const
 
 std::string LabTools::setExperimentNotes(const JSONValue& arguments) const
 {
-    const std::string id = ToolArguments::requiredString("experiment_id", arguments);
+    const NodeName node = ToolArguments::node(arguments);
     const std::string notes = ToolArguments::requiredString("notes", arguments);
-    lab->setNotes(id, notes);
+    lab->setNotes(node, notes);
     return "Notes saved.";
 }
 
@@ -148,8 +144,7 @@ std::string LabTools::runExperiment(const JSONValue& arguments) const
 {
     // Afresh at each call, so that an edit counts from the next run on.
     const std::int64_t maxRuns = settings ? VeltrySettings::load(*settings).maxRuns : 0;
-    const std::string id = ToolArguments::requiredString("experiment_id", arguments);
-    const Run run = lab->launch(id, maxRuns);
+    const Run run = lab->launch(ToolArguments::node(arguments), maxRuns);
     return fmt::format(
         "Run {} started ({}) at {}.\nLog: {}\nCall wait_for_runs to wait for it.", run.number, run.id.text(),
         run.commit.substr(0, shownCommit), run.log().string());
@@ -187,7 +182,7 @@ std::string LabTools::getRun(const JSONValue& arguments) const
     lab->reconcile(); // first, or a run whose supervisor was killed would be shown as running
     const Run run = lab->run(ToolArguments::run(arguments));
     const std::int64_t logLines = ToolArguments::optionalInt("log_lines", arguments).value_or(defaultLogLines);
-    const Experiment node = lab->experiment(run.experimentID.text());
+    const Experiment node = lab->experiment(run.experimentID);
     return LabTexts::run(run, node.title, logLines);
 }
 
@@ -200,8 +195,7 @@ std::string LabTools::cancelRun(const JSONValue& arguments) const
 std::string LabTools::archiveExperiment(const JSONValue& arguments) const
 {
     const bool restore = ToolArguments::isExactly(false, "archived", arguments);
-    const std::string id = ToolArguments::requiredString("experiment_id", arguments);
-    lab->setArchived(id, !restore);
+    lab->setArchived(ToolArguments::node(arguments), !restore);
     return restore ? "Restored." : "Archived.";
 }
 

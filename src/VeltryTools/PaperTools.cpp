@@ -138,8 +138,7 @@ PaperTools::Answer PaperTools::savePaper(JSONValue arguments) const
 PaperTools::Answer PaperTools::citePaper(JSONValue arguments) const
 {
     // The node before the paper: one that isn't there must not cost a search.
-    const std::string node = ToolArguments::requiredString("experiment_id", arguments);
-    const Experiment experiment = lab->experiment(node);
+    const Experiment experiment = lab->experiment(ToolArguments::node(arguments));
     asio::awaitable<Paper> look = paper(arguments);
     const Paper found = co_await std::move(look);
     const std::string reason = ToolArguments::requiredString("reason", arguments);

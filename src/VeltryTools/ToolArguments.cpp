@@ -39,11 +39,16 @@ bool isExactly(bool flag, std::string_view key, const JSONValue& arguments)
     return value && value->boolean() && *value->boolean() == flag;
 }
 
-std::string run(const JSONValue& arguments)
+NodeName node(const JSONValue& arguments)
+{
+    return NodeName::parse(requiredString("experiment_id", arguments));
+}
+
+RunName run(const JSONValue& arguments)
 {
     if (const auto number = optionalInt("run", arguments))
-        return std::to_string(*number);
-    return requiredString("run", arguments);
+        return *number;
+    return RunName::parse(requiredString("run", arguments));
 }
 
 } // namespace veltry::ToolArguments

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Base/JSONValue.h"
+#include "Experiments/Names.h"
 
 #include <cstdint>
 #include <optional>
@@ -20,8 +21,9 @@ namespace veltry::ToolArguments {
 [[nodiscard]] std::optional<std::int64_t> optionalInt(std::string_view key, const JSONValue& arguments);
 /// The value is that flag itself, and no text or number that could stand for it.
 [[nodiscard]] bool isExactly(bool flag, std::string_view key, const JSONValue& arguments);
-/// How "run" names a run: a number in either JSON form as decimal digits, any other text as it is. Throws LabError
-/// "missing_argument".
-[[nodiscard]] std::string run(const JSONValue& arguments);
+/// The node that "experiment_id" names. Throws LabError "missing_argument".
+[[nodiscard]] NodeName node(const JSONValue& arguments);
+/// The run that "run" names, by a number in either JSON form or by any other text. Throws LabError "missing_argument".
+[[nodiscard]] RunName run(const JSONValue& arguments);
 
 } // namespace veltry::ToolArguments

@@ -1,6 +1,10 @@
 #include "VeltryTools/ToolsCommand.h"
 
 #include "ACP/JSONRPCConnection/PipeTransport.h"
+#include "Config/VeltrySettings.h"
+#include "Experiments/Computer.h"
+#include "Experiments/Machine.h"
+#include "Experiments/Playbook.h"
 #include "Experiments/Supervisor.h"
 #include "Literature/OpenAlex.h"
 #include "Platform/Async/WatchedChild.h"
@@ -41,7 +45,7 @@ std::optional<std::string> option(const Options& options, const std::string& nam
 
 std::string requiredOption(const Options& options, const std::string& name)
 {
-    if (std::optional<std::string> value = option(options, name))
+    if (std::optional<std::string> value = option(options, name); value && !value->empty())
         return std::move(*value);
     throw LabError("missing_option", fmt::format("Pass {}.", name));
 }
@@ -57,7 +61,33 @@ Project findProject(const ProjectStore& store, const std::string& id)
     const auto found = std::ranges::find(projects, id, [](const Project& project) { return project.id.text(); });
     if (found == projects.end())
         throw LabError("project_not_found", fmt::format("No project {}.", id));
+    // Every tool of the tree works in the first folder.
+    if (found->folders.empty())
+        throw LabError(
+            "project_without_folder",
+            fmt::format("The project {} has no folder. Add its repository: veltry project add-folder.", found->name));
     return std::move(*found);
+}
+
+/// An empty path is a file that isn't there, whose settings are the defaults.
+std::optional<std::filesystem::path> settingsFile(const Options& options)
+{
+    const std::optional<std::string> file = option(options, "--settings");
+    if (!file || file->empty())
+        return file;
+    return std::filesystem::absolute(*file);
+}
+
+/// Who attaches by a block that veltry made is told of this computer as it is; any other client of a computer that the
+/// section for all was written for.
+std::string instructions(const std::filesystem::path& runs, const std::optional<std::filesystem::path>& settings)
+{
+    if (ProcessFacts::variable(Computer::clientVariable).value_or("").empty())
+        return Playbook::instructions(Machine::current());
+    const std::int64_t maxRuns = settings ? VeltrySettings::load(*settings).maxRuns : 0;
+    const bool hasFile = settings && !settings->empty();
+    return Playbook::instructions(
+        Computer::current(runs, maxRuns, hasFile ? LoginPython::read(LoginPython::file(*settings)) : std::nullopt));
 }
 
 /// The tools of one project, in the order in which an agent is shown them.
@@ -67,8 +97,7 @@ std::vector<Tool> makeTools(Lab served, const Options& options)
     LabTools labTools{.lab = lab};
     if (const std::optional<std::string> conversation = option(options, "--conversation"))
         labTools.conversation = UUID::parse(*conversation);
-    if (const std::optional<std::string> settings = option(options, "--settings"))
-        labTools.settings = std::filesystem::absolute(*settings);
+    labTools.settings = settingsFile(options);
     const auto key = [key = ProcessFacts::variable(OpenAlex::keyVariable)] { return key; };
     const PaperTools paperTools{
         .lab = lab,
@@ -145,7 +174,10 @@ void serve(const Options& options)
     lab.adopt = [&executor](ProcessID supervisor) {
         asio::co_spawn(executor, reaped(supervisor), asio::detached); // so that no zombie stays behind
     };
-    MCPServer server(makeTools(std::move(lab), options));
+    const auto told = [runs = lab.runsFolder, settings = settingsFile(options)] {
+        return instructions(runs, settings);
+    };
+    MCPServer server(makeTools(std::move(lab), options), told);
 
     const auto transport = PipeTransport::make(
         executor.get_executor(), FileDescriptor(StandardStreams::input), FileDescriptor(StandardStreams::output));

@@ -116,7 +116,7 @@ TEST_F(ChartsCommand, FollowsARunOnATerminal)
         "echo '{\"a\":1}' >>$HARROWICK_TELEMETRY_PATH; until [ -e go ]; do sleep 0.05; done; "
         "echo '{\"a\":7}' >>$HARROWICK_TELEMETRY_PATH",
         "Slow");
-    const veltry::Run run = lab_.lab.launch(node.id.text(), 0);
+    const veltry::Run run = lab_.lab.launch(node.id, 0);
     test::PseudoTerminal terminal(test::hostProgram(), words({"2", "--follow"}));
     ASSERT_TRUE(terminal.shows("a\033[2m 1")) << terminal.output();
     Files::writeAtomically(run.source() / "go", "");

@@ -196,5 +196,17 @@ TEST(ChildProcess, StandsInTheWantedGroup)
     }
 }
 
+TEST(ChildProcess, EndsWhatOutlastsOnesPatience)
+{
+    using namespace std::chrono_literals;
+    const auto whole = ChildProcess::runWithin(60s, shell("echo out; echo err >&2; exit 3"));
+    ASSERT_TRUE(whole);
+    EXPECT_EQ(whole->output + whole->error, "out\nerr\n");
+    EXPECT_EQ(whole->exitNumber, 3);
+    for (const char* command :
+         {"sleep 1000", "sleep 1000 & wait", "exec >&- 2>&-; sleep 1000", "trap '' TERM; sleep 1000"})
+        EXPECT_FALSE(ChildProcess::runWithin(50ms, shell(command))) << command;
+}
+
 } // namespace
 } // namespace veltry

@@ -34,7 +34,7 @@ TEST(LabTools, AnswersTheWholeRoadInWords)
 
     const std::string id = R"({"experiment_id":")" + node.id.text() + R"("})";
     const std::string started = ask("run_experiment", id);
-    const auto run = test.lab.run("1");
+    const auto run = test.lab.run(1);
     EXPECT_EQ(
         started, "Run 1 started (" + run.id.text() + ") at " + run.commit.substr(0, 12) +
                      ".\nLog: " + run.log().string() + "\nCall wait_for_runs to wait for it.");

@@ -60,6 +60,7 @@ AgentProcess::AgentProcess(
 
 AgentProcess::~AgentProcess()
 {
+    // The pipes go first: an agent that reads them ends by itself, and the signal is for one that doesn't.
     transport_->closeNow();
     child_->terminate();
     child_->ignoreOutput();

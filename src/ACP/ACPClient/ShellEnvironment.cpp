@@ -92,6 +92,7 @@ asio::awaitable<Environment> Probe::answer(std::shared_ptr<Probe> self)
     if (ending == Ending::exited)
         co_await waitForTheRest(self);
     self->shell_->ignoreOutput(); // a child that the profile left behind may hold it open for ever
+    // A shell that printed everything and then hangs has told what was asked.
     if (ending == Ending::timedOut && !self->reader_.isComplete())
         throw Failure(Failure::Kind::timedOut);
     co_return self->reader_.environment();
@@ -145,6 +146,7 @@ Cache& cache()
 std::string cacheKey(const std::filesystem::path& shell, const Environment& environment)
 {
     std::string key = shell;
+    // No variable can contain a NUL, so it parts them.
     for (const auto& [name, value] : environment)
         key += fmt::format("{}{}={}", '\0', name, value);
     return key;
@@ -185,6 +187,7 @@ asio::awaitable<Environment> resolve(
 
     const asio::any_io_executor executor = co_await asio::this_coro::executor;
     const auto wholeSeconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
+    // Two who ask at the same moment start a shell each. No lock is held over the wait, which may take seconds.
     const std::shared_ptr<Probe> probe = Probe::start(executor, shell, environment, wholeSeconds);
     Environment answer = co_await Probe::answer(probe);
     const std::scoped_lock lock(cache().mutex);

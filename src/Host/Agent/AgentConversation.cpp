@@ -329,8 +329,9 @@ asio::awaitable<void> AgentConversation::receive(SessionNotification notificatio
 SessionSetup AgentConversation::sessionSetup() const
 {
     const Project& project = context_.project();
-    ClientConfiguration client =
-        ClientConfiguration::of(store_, project, *setup_.conversation, ProcessFacts::environment());
+    ClientConfiguration client = ClientConfiguration::of(
+        store_, project, *setup_.conversation, ProcessFacts::environment(),
+        ClientConfiguration::kindOf(setup_.harness.name));
     McpServerStdio server{
         .name = "veltry", .command = client.command.string(), .args = std::move(client.arguments), .env = {}};
     for (const auto& [name, value] : client.environment)

@@ -1,4 +1,6 @@
 #include "Base/Text.h"
+#include "Experiments/LoginPython.h"
+#include "Experiments/Spawn.h"
 #include "Host/Agent/AgentConversation.h"
 #include "Host/Agent/AgentLaunch.h"
 #include "Host/Agent/PastSessions.h"
@@ -13,6 +15,7 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <chrono>
 
 namespace veltry::Commands {
 
@@ -71,6 +74,9 @@ void agent(Context& context, const Arguments& arguments)
     const Harness harness = harnessOf(context, arguments);
     static_cast<void>(context.lab()); // refuses a project whose folder is gone
     std::optional<std::string> prompt = promptOf(arguments);
+    // For the description of the computer that the agent's server gives.
+    static_cast<void>(
+        LoginPython::kept(LoginPython::file(Context::settingsPath()), Spawn::loginShell(), std::chrono::hours(24)));
     OwnExecutor executor;
     const auto talk = std::make_shared<AgentConversation>(
         context,

@@ -1,18 +1,29 @@
 #include "Host/Terminal/Terminal.h"
 
+#include "Base/Words.h"
 #include "Platform/ProcessFacts.h"
 #include "Platform/StandardStreams.h"
 
 #include <algorithm>
-#include <array>
 
 namespace veltry {
 
+/// The sequence that begins it.
+template <>
+constexpr auto wordsOf<Style> = std::to_array<Word<Style>>({
+    {Style::plain, ""},
+    {Style::bold, "\033[1m"},
+    {Style::dim, "\033[2m"},
+    {Style::red, "\033[31m"},
+    {Style::green, "\033[32m"},
+    {Style::yellow, "\033[33m"},
+    {Style::blue, "\033[34m"},
+    {Style::magenta, "\033[35m"},
+    {Style::cyan, "\033[36m"},
+});
+
 namespace {
 
-// In the order of Style.
-constexpr std::array<std::string_view, 9> sequences = {"",         "\033[1m",  "\033[2m",  "\033[31m", "\033[32m",
-                                                       "\033[33m", "\033[34m", "\033[35m", "\033[36m"};
 constexpr std::string_view reset = "\033[0m";
 
 std::string variable(const char* name)
@@ -73,7 +84,7 @@ std::string Terminal::styled(Style style, std::string_view text) const
 {
     if (!hasColours_ || style == Style::plain || text.empty())
         return std::string(text);
-    return std::string(sequences.at(static_cast<std::size_t>(style))).append(text).append(reset);
+    return std::string(toWord(style)).append(text).append(reset);
 }
 
 void Terminal::write(std::string_view text) const

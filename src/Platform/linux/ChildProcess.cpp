@@ -14,8 +14,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
+#include <limits>
 #include <type_traits>
 
 namespace veltry::ChildProcess {
@@ -123,9 +125,24 @@ int exitNumber(int status)
     return WEXITSTATUS(status);
 }
 
-/// Reads all of them to their ends at once, so that a child which writes much to any of them can't block.
+using Deadline = std::optional<std::chrono::steady_clock::time_point>;
+
+/// In milliseconds, as poll(2) takes it.
+int timeLeft(const Deadline& deadline)
+{
+    if (!deadline)
+        return -1;
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(*deadline - std::chrono::steady_clock::now()).count();
+    return static_cast<int>(std::clamp<std::int64_t>(left, 0, std::numeric_limits<int>::max()));
+}
+
+/// Reads all of them to their ends at once, so that a child which writes much to any of them can't block. False if the
+/// deadline came first, or a signal that this process handles: Ctrl-C must not wait for somebody's patience.
 template <std::size_t count>
-void drain(const std::array<const FileDescriptor*, count>& sources, const std::array<std::string*, count>& targets)
+bool drain(
+    const std::array<const FileDescriptor*, count>& sources, const std::array<std::string*, count>& targets,
+    const Deadline& deadline = {})
 {
     std::array<pollfd, count> polled{};
     for (std::size_t index = 0; index < count; ++index)
@@ -133,7 +150,12 @@ void drain(const std::array<const FileDescriptor*, count>& sources, const std::a
     std::size_t open = count;
     std::vector<char> buffer(65536);
     while (open > 0) {
-        if (::poll(polled.data(), polled.size(), -1) < 0) {
+        const int ready = ::poll(polled.data(), polled.size(), timeLeft(deadline));
+        if (ready == 0)
+            return false;
+        if (ready < 0) {
+            if (errno == EINTR && deadline)
+                return false;
             if (errno == EINTR)
                 continue;
             throw SystemError("could not wait for a child's output");
@@ -152,6 +174,7 @@ void drain(const std::array<const FileDescriptor*, count>& sources, const std::a
             targets[index]->append(buffer.data(), static_cast<std::size_t>(got));
         }
     }
+    return true;
 }
 
 /// Waits for a started child however its scope is left.
@@ -238,17 +261,25 @@ void killGroup(ProcessID leader) noexcept
     ::kill(-leader, SIGKILL);
 }
 
+namespace {
+
+/// Waits that many milliseconds for a child's end. False also without the means to wait: then there is no grace.
+bool hasEnded(ProcessID child, int milliseconds) noexcept
+try {
+    const FileDescriptor event = exitEvent(child);
+    pollfd polled{.fd = event.get(), .events = POLLIN, .revents = 0};
+    return ::poll(&polled, 1, milliseconds) == 1;
+} catch (const SystemError&) {
+    return false;
+}
+
+} // namespace
+
 int endGroup(ProcessID leader, std::chrono::milliseconds grace) noexcept
 {
     terminateGroup(leader);
-    try {
-        const FileDescriptor event = exitEvent(leader);
-        pollfd polled{.fd = event.get(), .events = POLLIN, .revents = 0};
-        if (::poll(&polled, 1, static_cast<int>(grace.count())) == 1)
-            return wait(leader);
-    } catch (const SystemError&) { // without the means to wait there is no grace
-    }
-    killGroup(leader);
+    if (!hasEnded(leader, static_cast<int>(grace.count())))
+        killGroup(leader);
     return wait(leader);
 }
 
@@ -273,6 +304,30 @@ Output run(Command command)
 
     Output result;
     drain<2>({&output.reading, &error.reading}, {&result.output, &result.error});
+    result.exitNumber = child.wait();
+    return result;
+}
+
+std::optional<Output> runWithin(std::chrono::milliseconds patience, Command command)
+{
+    const Deadline deadline = std::chrono::steady_clock::now() + patience;
+    Pipe output = Pipe::make();
+    Pipe error = Pipe::make();
+    command.output = Stream::to(output.writing.get());
+    command.error = Stream::to(error.writing.get());
+    command.group = Group::ownSession;
+    const ProcessID leader = start(command);
+    Reaper child(leader);
+    output.writing.reset();
+    error.writing.reset();
+
+    Output result;
+    const bool isWhole = drain<2>({&output.reading, &error.reading}, {&result.output, &result.error}, deadline) &&
+                         hasEnded(leader, timeLeft(deadline)); // it may have closed its ends and go on
+    if (!isWhole) {
+        killGroup(leader);
+        return std::nullopt;
+    }
     result.exitNumber = child.wait();
     return result;
 }

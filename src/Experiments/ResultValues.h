@@ -2,6 +2,7 @@
 
 #include "Projects/Run.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -33,8 +34,9 @@ using ResultValues = std::vector<ResultValue>;
 /// The number under the key, or null.
 [[nodiscard]] const double* findNumber(const ResultValues& values, std::string_view key);
 
-/// The last of a node's runs, by number, that has a result, or null: it speaks for the node.
-[[nodiscard]] const Run* answerAmong(const std::vector<Run>& runs);
+/// How far the value lies above the number of the same key. Nothing where either is no number, and for a distance that
+/// a double can't hold.
+[[nodiscard]] std::optional<double> difference(const ResultValue& value, const ResultValues& reference);
 
 /// For eyes: six digits, whole numbers whole ("0.412346", "9120").
 [[nodiscard]] std::string shownNumber(double number);

@@ -1,4 +1,4 @@
-#include "Host/Views/ResultValues.h"
+#include "Experiments/ResultValues.h"
 
 #include "Base/JSONEvents.h"
 
@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <ranges>
 #include <unordered_map>
 
 namespace veltry {
@@ -150,11 +149,12 @@ const double* findNumber(const ResultValues& values, std::string_view key)
     return value ? value->number() : nullptr;
 }
 
-const Run* answerAmong(const std::vector<Run>& runs)
+std::optional<double> difference(const ResultValue& value, const ResultValues& reference)
 {
-    const auto answers = runs | std::views::reverse;
-    const auto found = std::ranges::find_if(answers, &Run::answered);
-    return found == answers.end() ? nullptr : &*found;
+    const double* other = findNumber(reference, value.key);
+    if (!other || !value.number() || !std::isfinite(*value.number() - *other))
+        return std::nullopt;
+    return *value.number() - *other;
 }
 
 std::string shownNumber(double number)

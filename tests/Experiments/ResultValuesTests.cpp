@@ -1,4 +1,4 @@
-#include "Host/Views/ResultValues.h"
+#include "Experiments/ResultValues.h"
 
 #include <gmock/gmock.h>
 
