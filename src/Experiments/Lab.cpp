@@ -310,7 +310,7 @@ std::string Lab::commitPending(const Experiment& experiment, std::size_t runsSoF
 
 void Lab::startSupervisor(const Run& run) const
 {
-    const pid_t supervisor = Spawn::start({
+    const ProcessID supervisor = Spawn::start({
         .executable = tools,
         .arguments = {"supervise", "--db", store->path().string(), "--run", run.id.text()},
         .environment = ProcessFacts::environment(),

@@ -7,8 +7,6 @@
 #include "Experiments/Names.h"
 #include "Projects/ProjectStore.h"
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -100,7 +98,7 @@ public:
     std::filesystem::path tools;
     /// Told the pid of each supervisor that launch() starts. The supervisor outlives this process and is waited for by
     /// nobody here, so a process that stays has to reap it when it ends.
-    std::function<void(pid_t supervisor)> adopt;
+    std::function<void(ProcessID supervisor)> adopt;
 
 private:
     [[nodiscard]] Git repository() const { return Git(project.folders.front()); }

@@ -261,7 +261,7 @@ AgentQuestions Context::round(std::string_view given)
         if (std::optional<AgentQuestions> round = store()->questions(*id)) {
             if (round->status != AgentQuestions::Status::open)
                 throw Refusal(fmt::format(
-                    "The round {} is closed: it was {}.", given, AgentQuestions::statusText(round->status)));
+                    "The round {} is closed: it was {}.", given, toWord(round->status)));
             return std::move(*round);
         }
     std::vector<AgentQuestions> open = store()->openRounds(project().id);

@@ -24,7 +24,7 @@ namespace veltry {
 
 /// What a body may do with the open file. Every operation throws DatabaseError.
 ///
-/// Statements stay prepared behind their text, so that the same one costs little when it comes again.
+/// Statements stay prepared under their text, so that the same one costs little when it comes again.
 class Connection {
 public:
     /// Opens the file read-write, makes it if it is absent, and puts it into WAL mode. Locks of other processes are
@@ -85,7 +85,7 @@ private:
     void enterWAL(std::chrono::milliseconds limit);
     void run(std::string_view sql, std::span<const Argument> arguments);
     [[nodiscard]] Statement start(std::string_view sql, std::span<const Argument> arguments);
-    /// Prepares the first statement of `sql` and leaves what stands behind it in `rest`. Null if there is none.
+    /// Prepares the first statement of `sql` and leaves what follows it in `rest`. Null if there is none.
     [[nodiscard]] Statement::Handle prepare(std::string_view sql, std::string_view& rest);
     /// Statements with a place among the prepared ones come back to it.
     void makePlace(const Statement::Handle& handle);

@@ -5,8 +5,6 @@
 
 #include <fmt/format.h>
 
-#include <fcntl.h>
-
 #include <algorithm>
 #include <limits>
 
@@ -85,7 +83,7 @@ std::string tree(const Lab& lab, const ExperimentTree& tree)
 
 std::string runLine(const Run& run, std::string_view title)
 {
-    std::string line = fmt::format("run {} of {}: {}", run.number, title, Run::statusText(run.status));
+    std::string line = fmt::format("run {} of {}: {}", run.number, title, toWord(run.status));
     if (run.isFinished() && run.exitCode)
         line += fmt::format(" (exit {})", *run.exitCode);
     if (run.result) {
@@ -102,7 +100,7 @@ std::string run(const Run& run, std::string_view title, std::int64_t logLines)
 {
     std::string text = fmt::format(
         "Run {} of {}\nid: {}\nstatus: {}\ncommit: {}\ncommand: {}\n", run.number, title, run.id.text(),
-        Run::statusText(run.status), run.commit, run.command);
+        toWord(run.status), run.commit, run.command);
     if (run.exitCode)
         text += fmt::format("exit code: {}\n", *run.exitCode);
     const std::string tail = logTail(run.log(), logLines);
@@ -116,7 +114,7 @@ std::string logTail(const std::filesystem::path& log, std::int64_t count)
 {
     if (count < 1)
         return {};
-    const FileDescriptor file = Files::tryOpen(log, O_RDONLY | O_NONBLOCK); // a FIFO there must not hold us
+    const FileDescriptor file = Files::tryOpen(log, Files::forReadingPlain);
     if (!file)
         return {};
     constexpr std::int64_t mostLines = (std::numeric_limits<std::int64_t>::max() - bytesBesides) / bytesPerLine;

@@ -1,8 +1,5 @@
 #include "VeltryTools/MCPServer.h"
 
-#include "Experiments/Machine.h"
-#include "Experiments/Playbook.h"
-
 #include <cmath>
 
 namespace veltry {
@@ -13,14 +10,14 @@ constexpr const char* serverName = "harrowick-veltry";
 constexpr const char* serverVersion = "0.1.0";
 constexpr const char* defaultProtocol = "2025-06-18";
 
-JSONValue initializeResult(const JSONValue& params)
+JSONValue initializeResult(const JSONValue& params, std::string instructions)
 {
     const JSONValue* version = params.find("protocolVersion");
     return JSONValue::object({
         {"protocolVersion", version ? *version : JSONValue(defaultProtocol)},
         {"capabilities", JSONValue::object({{"tools", JSONValue::object({})}})},
         {"serverInfo", JSONValue::object({{"name", serverName}, {"version", serverVersion}})},
-        {"instructions", Playbook::instructions(Machine::current())},
+        {"instructions", std::move(instructions)},
     });
 }
 
@@ -86,7 +83,7 @@ MCPServer::Reply MCPServer::handle(
     const std::string& method, const JSONValue& params, const std::weak_ptr<JSONRPCConnection>& connection) const
 {
     if (method == "initialize")
-        return initializeResult(params);
+        return initializeResult(params, instructions_());
     if (method == "ping")
         return JSONValue::object({});
     if (method == "tools/list")

@@ -3,7 +3,9 @@
 #include "ACP/JSONRPCConnection/JSONRPCConnection.h"
 #include "VeltryTools/Tool.h"
 
+#include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace veltry {
@@ -13,8 +15,14 @@ namespace veltry {
 /// the request itself was wrong. Notifications are ignored.
 class MCPServer {
 public:
+    /// Gives what an agent is told at its start. Asked anew at each `initialize`, on the connection's executor.
+    using Instructions = std::function<std::string()>;
+
     /// The tools are shown in this order.
-    explicit MCPServer(std::vector<Tool> tools) : tools_(std::move(tools)) {}
+    MCPServer(std::vector<Tool> tools, Instructions instructions)
+        : tools_(std::move(tools)), instructions_(std::move(instructions))
+    {
+    }
 
     /// Serves the peer of `transport` on its executor and returns at once. `onEnd` runs when the input has ended; calls
     /// that wait then send no more notices.
@@ -31,6 +39,7 @@ private:
     [[nodiscard]] Reply callTool(const JSONValue& params, const std::weak_ptr<JSONRPCConnection>& connection) const;
 
     std::vector<Tool> tools_;
+    Instructions instructions_;
 };
 
 } // namespace veltry

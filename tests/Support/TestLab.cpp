@@ -37,11 +37,11 @@ std::vector<std::string> TestLab::serverArguments() const
     return {"mcp", "--db", database().string(), "--project", lab.project.id.text(), "--runs", runs().string()};
 }
 
-McpProcess TestLab::serve(const std::vector<std::string>& more) const
+McpProcess TestLab::serve(const std::vector<std::string>& more, const ChildProcess::Environment& environment) const
 {
     std::vector<std::string> arguments = serverArguments();
     arguments.insert(arguments.end(), more.begin(), more.end());
-    return McpProcess(arguments);
+    return McpProcess(arguments, environment);
 }
 
 Experiment TestLab::baseline(const std::string& command, const std::string& title) const

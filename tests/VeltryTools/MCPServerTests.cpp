@@ -74,6 +74,23 @@ TEST(MCPServer, InitializeEchoesTheVersionAndTellsTheAgentHowToWork)
     }
 }
 
+TEST(MCPServer, TellsTheTruthAboutTheComputerWhereVeltryMadeTheBlock)
+{
+    const TestLab test;
+    const struct {
+        const char* client;
+        const char* section;
+    } cases[] = {
+        {"", "its headline number.\n\nThis Mac\n- Computer: "},
+        {"codex", "its headline number.\n\nThis computer (where these instructions say \"Mac\", this one is meant)\n"},
+    };
+    for (const auto& c : cases) {
+        McpProcess server = test.serve({}, {{"VELTRY_CLIENT", c.client}});
+        const JSONValue result = server.request("initialize");
+        EXPECT_THAT(*result.find("instructions")->string(), HasSubstr(c.section));
+    }
+}
+
 TEST(MCPServer, ListsFifteenToolsWithTheirSchemas)
 {
     const TestLab test;
@@ -121,7 +138,7 @@ TEST(MCPServer, TellsAClientThatAskedForItThatACallStillWaits)
         const MemoryTransport::Pair ends = MemoryTransport::pair(executor);
         LabTools family = test::quickTools(test);
         family.progressInterval = std::chrono::milliseconds(200);
-        MCPServer server(family.tools());
+        MCPServer server(family.tools(), [] { return std::string(); });
         MCPServer::serve(std::move(server), executor, ends.first, {});
         for (std::size_t id = 0; id < std::size(tokens); ++id) {
             std::string request = fmt::format(

@@ -97,7 +97,7 @@ std::string fileText(const Side& side, const std::string& path)
         return "";
     const std::string counts =
         file->added && file->removed ? fmt::format("+{} -{}", *file->added, *file->removed) : "binary";
-    return file->kind == Changes::Kind::modified ? counts : fmt::format("{} {}", Changes::kindText(file->kind), counts);
+    return file->kind == Changes::Kind::modified ? counts : fmt::format("{} {}", toWord(file->kind), counts);
 }
 
 /// A table with a row for each of the names and a column for each of the sides.

@@ -1,8 +1,8 @@
 #include "Base/Text.h"
-#include "Host/Awaited.h"
 #include "Host/CommandLine/CompletionKinds.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
+#include "Platform/Async/Awaited.h"
 #include "Projects/Templates.h"
 
 #include <fmt/format.h>
@@ -54,7 +54,7 @@ Values runs(Context& context)
     for (const Run& run : tree.runs() | std::views::reverse)
         if (const ExperimentTree::Node* node = tree.find(run.experimentID))
             values.push_back(
-                {std::to_string(run.number), fmt::format("{}, {}", node->record.title, Run::statusText(run.status))});
+                {std::to_string(run.number), fmt::format("{}, {}", node->record.title, toWord(run.status))});
     return values;
 }
 

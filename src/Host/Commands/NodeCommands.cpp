@@ -2,8 +2,7 @@
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
 #include "Host/Views/RecordJSON.h"
-#include "Platform/FileDescriptor.h"
-#include "Platform/Files.h"
+#include "Platform/StandardStreams.h"
 
 #include <fmt/format.h>
 
@@ -21,10 +20,7 @@ std::string textOrInput(const std::string& given)
 {
     if (given != "-")
         return given;
-    FileDescriptor input(0);
-    std::string text = text::repaired(Files::read(input, "standard input"));
-    static_cast<void>(input.release()); // it stays open: it isn't ours
-    return text;
+    return text::repaired(StandardStreams::restOfInput());
 }
 
 void create(Context& context, const Arguments& arguments)

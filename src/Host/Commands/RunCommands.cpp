@@ -64,8 +64,8 @@ void start(Context& context, const Arguments& arguments)
 {
     const Experiment node = context.node(arguments.required("NODE"));
     Lab lab = context.lab();
-    pid_t supervisor = 0; // it outlives us, but while we wait we are its parent
-    lab.adopt = [&](pid_t started) { supervisor = started; };
+    ProcessID supervisor = 0; // it outlives us, but while we wait we are its parent
+    lab.adopt = [&](ProcessID started) { supervisor = started; };
     const Run run = [&] {
         const Progress progress(context.notes(), "Making the run's copy of the code");
         return lab.launch(node.id, Context::settings().maxRuns);

@@ -116,7 +116,7 @@ JSONValue json(const Watched& watched)
         fields["number"] = usage.run.number;
         fields["id"] = usage.run.id.text();
         fields["title"] = usage.title;
-        fields["status"] = Run::statusText(usage.run.status);
+        fields["status"] = toWord(usage.run.status);
         if (usage.reading)
             fields["cores"] = usage.cores;
         runs.push_back(std::move(record));

@@ -69,7 +69,7 @@ Style statusStyle(Run::Status status)
 
 std::string statusText(const Run& run)
 {
-    const std::string_view status = Run::statusText(run.status);
+    const std::string_view status = toWord(run.status);
     if (!run.isFinished())
         return std::string(status) + (run.cancelRequested ? ", asked to stop" : "");
     if (run.exitCode && *run.exitCode != 0)

@@ -36,7 +36,7 @@ constexpr std::array ownColumns = {
     OwnColumn{"run", [](const Row& row) { return Cell(static_cast<double>(row.run->number)); }},
     OwnColumn{"node", [](const Row& row) { return Cell(row.node->record.slug); }},
     OwnColumn{"title", [](const Row& row) { return Cell(row.node->record.title); }},
-    OwnColumn{"status", [](const Row& row) { return Cell(std::string(Run::statusText(row.run->status))); }},
+    OwnColumn{"status", [](const Row& row) { return Cell(std::string(toWord(row.run->status))); }},
     OwnColumn{"exit", [](const Row& row) { return row.run->exitCode ? Cell(double(*row.run->exitCode)) : Cell(); }},
     OwnColumn{"began", [](const Row& row) { return Cell(row.run->createdAt.iso8601()); }},
     OwnColumn{"ended", [](const Row& row) { return row.run->endedAt ? Cell(row.run->endedAt->iso8601()) : Cell(); }},

@@ -32,7 +32,7 @@ JSONValue brief(const ExperimentTree::Node& node)
     JSONValue document = of(node);
     document.object()->emplace("runs", listOf(node.runs, [](const Run& run) {
                                    return JSONValue::object(
-                                       {{"number", run.number}, {"status", JSONValue(Run::statusText(run.status))}});
+                                       {{"number", run.number}, {"status", JSONValue(toWord(run.status))}});
                                }));
     document.object()->emplace(
         "papers", listOf(node.citations, [](const Citation& citation) { return JSONValue(citation.paper.id); }));

@@ -34,7 +34,7 @@ double seconds(const Run& run, Date now)
 
 std::string state(const Run& run, Date now)
 {
-    const std::string_view status = Run::statusText(run.status);
+    const std::string_view status = toWord(run.status);
     const std::string length = Times::length(seconds(run, now));
     switch (run.status) {
     case Run::Status::queued:

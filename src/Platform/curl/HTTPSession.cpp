@@ -1,15 +1,12 @@
 #include "Platform/HTTPSession.h"
 
+#include "Base/Address.h"
 #include "Platform/Files.h"
-#include "Platform/linux/CurlLibrary.h"
+#include "Platform/curl/CurlLibrary.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <cctype>
-#include <charconv>
 #include <csignal>
 #include <cstring>
 #include <optional>
@@ -26,41 +23,6 @@ constexpr const char* protocols = "http,https";
 constexpr long mostRedirects = 20;
 constexpr int longestPoll = 60'000; // milliseconds; every event ends it sooner
 constexpr std::size_t pieceSize = 64U << 10;
-
-/// "https" of "HTTPS://host/"; empty if there is none.
-std::string schemeOf(std::string_view address)
-{
-    std::string scheme(address.substr(0, std::min(address.find(':'), address.size())));
-    std::ranges::transform(scheme, scheme.begin(), [](unsigned char c) { return std::tolower(c); });
-    return scheme.size() < address.size() ? scheme : "";
-}
-
-/// The path of a file: address of this machine, decoded.
-std::optional<std::string> pathOf(std::string_view address)
-{
-    address.remove_prefix(address.find(':') + 1);
-    if (address.starts_with("//")) {
-        address.remove_prefix(2);
-        if (address.starts_with("localhost/"))
-            address.remove_prefix(std::strlen("localhost"));
-    }
-    address = address.substr(0, address.find_first_of("?#"));
-    if (!address.starts_with('/'))
-        return std::nullopt;
-    std::string path;
-    for (std::size_t index = 0; index < address.size(); ++index) {
-        unsigned char byte = 0;
-        const char* digits = address.data() + index + 1;
-        if (address[index] == '%' && index + 2 < address.size() &&
-            std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2) {
-            path += static_cast<char>(byte);
-            index += 2;
-        } else {
-            path += address[index];
-        }
-    }
-    return path;
-}
 
 } // namespace
 
@@ -129,9 +91,9 @@ struct HTTPSession::Transfer {
     /// A plain file is read at once. Not by libcurl, which would wait at a FIFO and read a device for ever.
     Outcome readFile()
     {
-        const std::optional<std::string> path = pathOf(job.request.address);
-        const FileDescriptor file = path ? Files::tryOpen(*path, O_RDONLY | O_NONBLOCK) : FileDescriptor();
-        if (!file || !Files::isPlain(file))
+        const std::optional<std::string> path = Address::filePath(job.request.address);
+        const FileDescriptor file = path ? Files::tryOpen(*path, Files::forReadingPlain) : FileDescriptor();
+        if (!file)
             return std::unexpected(Failure(Failure::Kind::transfer, "There is no such file."));
         std::array<char, pieceSize> piece{};
         while (true) {
@@ -177,7 +139,7 @@ public:
     {
         auto transfer = std::make_unique<Transfer>(std::move(job));
         const Request& request = transfer->job.request;
-        const std::string scheme = schemeOf(request.address);
+        const std::string scheme = Address::scheme(request.address);
         if (scheme == "file" && request.mayBeFile) {
             transfer->complete(transfer->readFile());
         } else if (scheme != "http" && scheme != "https") {

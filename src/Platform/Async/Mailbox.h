@@ -42,7 +42,7 @@ public:
     /// No more items come. The first end counts.
     void finish() { end(nullptr); }
 
-    /// The same with a failure, which the reader meets behind the last item.
+    /// The same with a failure, which the reader meets after the last item.
     void fail(std::exception_ptr failure) { end(std::move(failure)); }
 
     [[nodiscard]] bool hasEnded() const noexcept { return ended_; }

@@ -1,4 +1,4 @@
-#include "ACP/ACPClient/WireRecord.h"
+#include "Base/DecodingFailure.h"
 
 namespace veltry {
 

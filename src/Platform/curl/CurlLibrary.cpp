@@ -1,4 +1,4 @@
-#include "Platform/linux/CurlLibrary.h"
+#include "Platform/curl/CurlLibrary.h"
 
 #include "Platform/HTTPSession.h"
 
