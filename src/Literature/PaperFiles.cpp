@@ -93,8 +93,7 @@ asio::awaitable<std::filesystem::path> PaperFiles::pdf(Paper paper) const
         .file = download.file().duplicate(),
         .patience = patience};
     const asio::any_io_executor executor = co_await asio::this_coro::executor;
-    asio::awaitable<HTTPSession::Outcome> transfer = fetch(executor, session, std::move(request));
-    const HTTPSession::Outcome outcome = co_await std::move(transfer);
+    const HTTPSession::Outcome outcome = co_await fetch(executor, session, std::move(request));
     check(outcome, folder);
     if (Files::readAt(download.file(), 0, signature.size()) != signature)
         throw PaperFileError(PaperFileError::Kind::notAPDF);

@@ -94,8 +94,7 @@ void withPeer(Body body)
     runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
         Peer peer(executor);
         peer.start();
-        asio::awaitable<void> work = body(peer);
-        co_await std::move(work);
+        co_await body(peer);
         co_await peer.far->close();
     });
 }

@@ -71,8 +71,7 @@ asio::awaitable<bool> AgentConversation::run(std::shared_ptr<AgentConversation> 
         failure = std::current_exception();
     }
     if (failure) {
-        asio::awaitable<std::exception_ptr> told = explained(failure);
-        failure = co_await std::move(told);
+        failure = co_await explained(failure);
     }
     save();
     co_await end();
@@ -92,8 +91,7 @@ asio::awaitable<void> AgentConversation::converse()
     co_await setAutoMode();
     asio::co_spawn(executor_, watchRounds(shared_from_this()), asio::detached);
     if (setup_.prompt) {
-        asio::awaitable<void> only = turn(*setup_.prompt);
-        co_await std::move(only);
+        co_await turn(*setup_.prompt);
         co_return;
     }
     display_.line("Type what the agent is to do. /options and /set ID VALUE change its settings, /quit ends.");
@@ -105,23 +103,18 @@ asio::awaitable<void> AgentConversation::converse()
             continue;
         if (line->starts_with("/quit"))
             co_return;
-        asio::awaitable<bool> command = obey(*line);
-        const bool isOurs = co_await std::move(command);
+        const bool isOurs = co_await obey(*line);
         if (isOurs)
             continue;
-        asio::awaitable<void> next = turn(std::move(*line));
-        co_await std::move(next);
+        co_await turn(std::move(*line));
     }
 }
 
 asio::awaitable<void> AgentConversation::open()
 {
-    asio::awaitable<std::shared_ptr<AgentProcess>> started =
-        AgentLaunch::start(context_, setup_.harness, context_.project().folders.front(), executor_);
-    process_ = co_await std::move(started);
+    process_ = co_await AgentLaunch::start(context_, setup_.harness, context_.project().folders.front(), executor_);
     client_ = ACPClient::make(executor_, process_, weak_from_this(), Context::settings().logAgentTraffic);
-    asio::awaitable<InitializeResult> greeting = client_->initialize();
-    agent_ = co_await std::move(greeting);
+    agent_ = co_await client_->initialize();
 }
 
 /// To whoever begins anew, until an import or a refusal has answered it.
@@ -144,12 +137,11 @@ asio::awaitable<void> AgentConversation::beginSession()
             const std::optional<std::string> known = setup_.conversation->agentSessionID;
             bool goesOn = false;
             if (known) {
-                asio::awaitable<bool> older = goOn(*known);
-                goesOn = co_await std::move(older);
+                goesOn = co_await goOn(*known);
             }
             if (!goesOn) {
-                asio::awaitable<std::string> made = client_->newSession(sessionSetup());
-                sessionID_ = co_await std::move(made);
+                SessionSetup setup = sessionSetup();
+                sessionID_ = co_await client_->newSession(std::move(setup));
             }
             store_.setAgentSession(setup_.conversation->id, sessionID_);
             keepsHistory_ = true;
@@ -172,9 +164,11 @@ asio::awaitable<bool> AgentConversation::goOn(std::string sessionID)
     }
     sessionID_ = sessionID;
     try {
-        asio::awaitable<void> opened =
-            loads ? client_->loadSession(sessionID, sessionSetup()) : client_->resumeSession(sessionID, sessionSetup());
-        co_await std::move(opened);
+        SessionSetup setup = sessionSetup();
+        if (loads)
+            co_await client_->loadSession(sessionID, std::move(setup));
+        else
+            co_await client_->resumeSession(sessionID, std::move(setup));
         co_return true;
     } catch (const JSONRPCError& error) {
         if (error.isAuthRequired())
@@ -202,8 +196,7 @@ asio::awaitable<void> AgentConversation::logIn()
     const std::optional<std::size_t> chosen = co_await choice(methods.size());
     if (!chosen)
         throw Refusal("No way to log in was chosen.");
-    asio::awaitable<void> done = client_->authenticate(methods[*chosen].id);
-    co_await std::move(done);
+    co_await client_->authenticate(methods[*chosen].id);
 }
 
 asio::awaitable<void> AgentConversation::setAutoMode()
@@ -215,8 +208,7 @@ asio::awaitable<void> AgentConversation::setAutoMode()
         if (option.category == "mode" || option.id == "mode")
             for (const ConfigChoice& mode : option.choices)
                 if (mode.value == *setup_.harness.autoMode && option.currentChoice() != mode) {
-                    asio::awaitable<void> set = setOption(option.id, mode.value);
-                    co_await std::move(set);
+                    co_await setOption(option.id, mode.value);
                     co_return;
                 }
 }
@@ -233,8 +225,7 @@ asio::awaitable<void> AgentConversation::turn(std::string prompt)
     isCancelling_ = false;
     std::exception_ptr failure;
     try {
-        asio::awaitable<StopReason> asked = client_->prompt(sessionID_, std::move(prompt));
-        const StopReason reason = co_await std::move(asked);
+        const StopReason reason = co_await client_->prompt(sessionID_, std::move(prompt));
         display_.endTurn(isCancelling_ ? StopReason(StopReason::Kind::cancelled) : reason); // agents may not say it
     } catch (const JSONRPCError& error) {
         display_.line(fmt::format("The agent failed: {}.", error.description()), Style::red);
@@ -259,8 +250,7 @@ asio::awaitable<bool> AgentConversation::obey(std::string line)
         co_return true;
     }
     if (given.front() == "/set" && given.size() == 3) {
-        asio::awaitable<void> set = setOption(given[1], given[2]);
-        co_await std::move(set);
+        co_await setOption(given[1], given[2]);
         co_return true;
     }
     if (given.front() == "/set") {
@@ -274,8 +264,7 @@ asio::awaitable<void> AgentConversation::setOption(std::string id, std::string v
 {
     std::string problem;
     try {
-        asio::awaitable<std::vector<ConfigOption>> set = client_->setConfigOption(sessionID_, id, value);
-        const std::vector<ConfigOption> ignored = co_await std::move(set);
+        const std::vector<ConfigOption> ignored = co_await client_->setConfigOption(sessionID_, id, value);
         display_.line(fmt::format("{} is {} now.", id, value));
     } catch (const JSONRPCError& error) {
         problem = error.description();

@@ -43,16 +43,14 @@ asio::awaitable<std::optional<std::string>> AgentConversation::nextPrompt()
 {
     if (prompts_.isEmpty())
         display_.promptMark("> ");
-    asio::awaitable<std::optional<std::string>> line = prompts_.next();
-    co_return co_await std::move(line);
+    co_return co_await prompts_.next();
 }
 
 asio::awaitable<std::optional<std::size_t>> AgentConversation::choice(std::size_t count)
 {
     for (;;) {
         display_.promptMark(fmt::format("1-{}: ", count));
-        asio::awaitable<std::optional<std::string>> asked = askedLine();
-        const std::optional<std::string> line = co_await std::move(asked);
+        const std::optional<std::string> line = co_await askedLine();
         if (!line)
             co_return std::nullopt;
         const std::optional<std::int64_t> number = text::integer(text::trimmed(*line));
@@ -68,8 +66,7 @@ asio::awaitable<std::optional<std::string>> AgentConversation::askedLine()
     questions_.push_back(question);
     if (!input_ || input_->lines().hasEnded() || isBrokenOff_)
         question->finish();
-    asio::awaitable<std::optional<std::string>> next = question->next();
-    std::optional<std::string> line = co_await std::move(next);
+    std::optional<std::string> line = co_await question->next();
     std::erase(questions_, question);
     co_return line;
 }
@@ -84,8 +81,7 @@ void AgentConversation::dropQuestions()
 asio::awaitable<void> AgentConversation::readLines(std::shared_ptr<AgentConversation> self)
 {
     for (;;) {
-        asio::awaitable<std::optional<std::string>> next = self->input_->lines().next();
-        std::optional<std::string> line = co_await std::move(next);
+        std::optional<std::string> line = co_await self->input_->lines().next();
         if (!line)
             break;
         if (!self->questions_.empty())
@@ -93,8 +89,7 @@ asio::awaitable<void> AgentConversation::readLines(std::shared_ptr<AgentConversa
         else if (!self->isInTurn_)
             self->prompts_.push(std::move(*line));
         else if (!text::isBlank(*line)) {
-            asio::awaitable<void> told = self->steer(std::move(*line));
-            co_await std::move(told);
+            co_await self->steer(std::move(*line));
         }
     }
     self->prompts_.finish();
@@ -107,8 +102,7 @@ asio::awaitable<void> AgentConversation::steer(std::string line)
     if (agent_.steers()) {
         try {
             std::vector<ContentBlock> content = {ContentBlock::text(line)};
-            asio::awaitable<SteerOutcome> told = client_->steer(sessionID_, std::move(content));
-            outcome = co_await std::move(told);
+            outcome = co_await client_->steer(sessionID_, std::move(content));
         } catch (const Error&) { // it is kept for the next turn
         }
     }
@@ -159,8 +153,7 @@ asio::awaitable<void> AgentConversation::watchRounds(std::shared_ptr<AgentConver
             if (std::ranges::find(known, round.id) != known.end())
                 continue;
             known.push_back(round.id);
-            asio::awaitable<void> asked = self->ask(std::move(round));
-            co_await std::move(asked);
+            co_await self->ask(std::move(round));
         }
     }
 }
@@ -181,8 +174,7 @@ asio::awaitable<void> AgentConversation::ask(AgentQuestions round)
         std::optional<Answer> answer;
         while (!answer) {
             display_.promptMark(RoundAnswers::prompt(question) + ": ");
-            asio::awaitable<std::optional<std::string>> typed = askedLine();
-            const std::optional<std::string> line = co_await std::move(typed);
+            const std::optional<std::string> line = co_await askedLine();
             if (!line)
                 co_return;
             std::expected<Answer, std::string> meant = RoundAnswers::fromLine(question, *line);
@@ -208,8 +200,7 @@ asio::awaitable<PermissionOutcome> AgentConversation::decidePermission(RequestPe
         display_.line("Nobody is there to ask: refused. --allow-all permits what the agent asks for.", Style::yellow);
         co_return outcomeOf(optionOf(request, false));
     }
-    asio::awaitable<std::optional<std::size_t>> asked = choice(request.options.size());
-    const std::optional<std::size_t> chosen = co_await std::move(asked);
+    const std::optional<std::size_t> chosen = co_await choice(request.options.size());
     co_return chosen ? PermissionOutcome::selected(request.options[*chosen].optionId) : PermissionOutcome::cancelled();
 }
 

@@ -96,8 +96,7 @@ asio::awaitable<std::shared_ptr<AgentProcess>> start(
     // NOLINTNEXTLINE(cppcoreguidelines-avoid-reference-coroutine-parameters): the command's own, which waits for this
     Context& context, Harness harness, std::filesystem::path folder, asio::any_io_executor executor)
 {
-    asio::awaitable<ChildProcess::Environment> captured = environment(context, harness);
-    const ChildProcess::Environment found = co_await std::move(captured);
+    const ChildProcess::Environment found = co_await environment(context, harness);
     check(harness, found);
     co_return AgentProcess::start(executor, harness, found, folder);
 }
@@ -106,18 +105,17 @@ asio::awaitable<std::shared_ptr<AgentProcess>> start(
 asio::awaitable<ChildProcess::Environment> environment(Context& context, Harness harness)
 {
     const ChildProcess::Environment own = ProcessFacts::environment();
+    const std::filesystem::path shell = loginShell();
     ChildProcess::Environment environment;
     std::string problem;
     try {
-        asio::awaitable<ChildProcess::Environment> captured =
-            ShellEnvironment::resolve(loginShell(), own, shellPatience);
-        environment = co_await std::move(captured);
+        environment = co_await ShellEnvironment::resolve(shell, own, shellPatience);
     } catch (const std::exception& error) {
         problem = describe(error);
     }
     if (!problem.empty()) {
         context.note(fmt::format(
-            "The environment of {} can't be had ({}); going on with this terminal's.", loginShell().string(), problem));
+            "The environment of {} can't be had ({}); going on with this terminal's.", shell.string(), problem));
         environment = ShellEnvironment::fallback(own);
     }
     if (!Context::settings().passAPIKeys)

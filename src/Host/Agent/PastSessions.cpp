@@ -15,16 +15,13 @@ namespace veltry::PastSessions {
 asio::awaitable<std::vector<PastConversation>> found(Context& context, Harness harness, asio::any_io_executor executor)
 {
     const std::filesystem::path folder = context.project().folders.front();
-    asio::awaitable<std::shared_ptr<AgentProcess>> started = AgentLaunch::start(context, harness, folder, executor);
-    const std::shared_ptr<AgentProcess> process = co_await std::move(started);
+    const std::shared_ptr<AgentProcess> process = co_await AgentLaunch::start(context, harness, folder, executor);
     const std::shared_ptr<ACPClient> client =
         ACPClient::make(executor, process, {}, Context::settings().logAgentTraffic);
-    asio::awaitable<InitializeResult> greeting = client->initialize();
-    const InitializeResult agent = co_await std::move(greeting);
+    const InitializeResult agent = co_await client->initialize();
     if (!agent.listsSessions())
         throw Refusal(fmt::format("{} doesn't tell of its past sessions.", harness.name));
-    asio::awaitable<std::vector<SessionInfo>> asked = client->listSessions(folder);
-    std::vector<SessionInfo> sessions = co_await std::move(asked);
+    std::vector<SessionInfo> sessions = co_await client->listSessions(folder);
     process->terminate();
 
     std::set<std::string> known;
