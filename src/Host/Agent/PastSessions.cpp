@@ -4,6 +4,7 @@
 #include "ACP/ACPClient/AgentProcess.h"
 #include "Host/Agent/AgentLaunch.h"
 
+#include <asio/this_coro.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -12,10 +13,11 @@
 namespace veltry::PastSessions {
 
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-reference-coroutine-parameters): the command's own, which waits for this
-asio::awaitable<std::vector<PastConversation>> found(Context& context, Harness harness, asio::any_io_executor executor)
+asio::awaitable<std::vector<PastConversation>> found(Context& context, Harness harness)
 {
+    const asio::any_io_executor executor = co_await asio::this_coro::executor;
     const std::filesystem::path folder = context.project().folders.front();
-    const std::shared_ptr<AgentProcess> process = co_await AgentLaunch::start(context, harness, folder, executor);
+    const std::shared_ptr<AgentProcess> process = co_await AgentLaunch::start(context, harness, folder);
     const std::shared_ptr<ACPClient> client =
         ACPClient::make(executor, process, {}, Context::settings().logAgentTraffic);
     const InitializeResult agent = co_await client->initialize();

@@ -2,18 +2,17 @@
 #include "Host/Agent/AgentConversation.h"
 #include "Host/Agent/AgentLaunch.h"
 #include "Host/Agent/PastSessions.h"
+#include "Host/Awaited.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
 #include "Host/Terminal/Interruption.h"
+#include "Host/Terminal/StandardStreams.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/Times.h"
 #include "Platform/Files.h"
 
-#include <asio/co_spawn.hpp>
 #include <asio/io_context.hpp>
 #include <fmt/format.h>
-
-#include <unistd.h>
 
 #include <array>
 
@@ -24,24 +23,7 @@ namespace {
 using Count = Option::Count;
 using Completion = Option::Completion;
 
-/// Runs the work on an executor of its own until it has ended.
-template <typename Result>
-Result runToEnd(asio::io_context& executor, asio::awaitable<Result> work)
-{
-    std::exception_ptr failure;
-    std::optional<Result> result;
-    asio::co_spawn(executor, std::move(work), [&](std::exception_ptr thrown, Result value) {
-        failure = std::move(thrown);
-        result = std::move(value);
-        executor.stop();
-    });
-    executor.run();
-    if (failure)
-        std::rethrow_exception(failure);
-    return std::move(*result);
-}
-
-/// The one to go on with. One that is had with another agent from now on forgets its session.
+/// The one to continue. One that is had with another agent from now on forgets its session.
 std::optional<Conversation> conversationFor(Context& context, const Arguments& arguments, const Harness& harness)
 {
     const std::optional<std::string> named = arguments.text("--conversation");
@@ -63,7 +45,7 @@ std::optional<std::string> promptOf(const Arguments& arguments)
         return text::joined(words, " ");
     if (canAsk())
         return std::nullopt;
-    std::string prompt = Files::read(FileDescriptor(::dup(STDIN_FILENO)), "standard input");
+    std::string prompt = Files::read(StandardStreams::input(), "standard input");
     if (text::isBlank(prompt))
         throw UsageError("There is no prompt: give it on the command line, on standard input, or call veltry agent on "
                          "a terminal.");
@@ -91,21 +73,27 @@ void agent(Context& context, const Arguments& arguments)
     const Harness harness = harnessOf(context, arguments);
     static_cast<void>(context.lab()); // refuses a project whose folder is gone
     std::optional<std::string> prompt = promptOf(arguments);
-    asio::io_context executor(1);
-    const auto talk = std::make_shared<AgentConversation>(
-        context,
-        AgentConversation::Setup{
-            .harness = harness,
-            .conversation = conversationFor(context, arguments, harness),
-            .prompt = std::move(prompt),
-            .allowsAll = arguments.has("--allow-all"),
-        },
-        executor.get_executor());
-    const bool isBrokenOff = runToEnd(executor, talk->run(talk));
-    if (const std::optional<Conversation>& had = talk->conversation())
-        context.note(fmt::format("To go on: veltry agent --conversation {}", had->id.text().substr(0, 8)));
-    if (isBrokenOff)
-        throw Interruption::Interrupted();
+    std::optional<Conversation> conversation = conversationFor(context, arguments, harness);
+    std::optional<int> signal;
+    {
+        const Interruption::HandledElsewhere handled;
+        asio::io_context executor(1);
+        const auto talk = std::make_shared<AgentConversation>(
+            context,
+            AgentConversation::Setup{
+                .harness = harness,
+                .conversation = std::move(conversation),
+                .prompt = std::move(prompt),
+                .allowsAll = arguments.has("--allow-all"),
+            },
+            executor.get_executor());
+        signal = runToEnd(executor, talk->run(talk)).value();
+        conversation = talk->conversation();
+    }
+    if (conversation)
+        context.note(fmt::format("To continue: veltry agent --conversation {}", conversation->id.text().substr(0, 8)));
+    if (signal)
+        throw Interruption::Interrupted{*signal};
 }
 
 void import(Context& context, const Arguments& arguments)
@@ -115,9 +103,7 @@ void import(Context& context, const Arguments& arguments)
         return context.note("Noted: sessions of the past are not offered for this project.");
     }
     const Harness harness = harnessOf(context, arguments);
-    asio::io_context executor(1);
-    const std::vector<PastConversation> past =
-        runToEnd(executor, PastSessions::found(context, harness, executor.get_executor()));
+    const std::vector<PastConversation> past = awaited(PastSessions::found(context, harness));
     if (!arguments.has("--list"))
         context.store()->dismissImport(context.project().id); // the offer is answered
     if (past.empty())
@@ -130,7 +116,7 @@ void import(Context& context, const Arguments& arguments)
         return;
     context.store()->importConversations(past, context.project().id, harness.name);
     context.note(fmt::format(
-        "{} session{} of {} can be gone on with: veltry conversations.", past.size(), past.size() == 1 ? "" : "s",
+        "{} session{} of {} can be continued: veltry conversations.", past.size(), past.size() == 1 ? "" : "s",
         harness.name));
 }
 
@@ -138,7 +124,7 @@ constexpr std::array agentOptions = {
     Option{"--harness", "NAME", "The agent: Claude Code, Codex or OpenCode; by default the setting agents.default"},
     Option{"--command", "LINE", "Any program that speaks ACP on its pipes, with its arguments, in place of a harness"},
     Option{
-        "--conversation", "ID", "Go on with this one; a new one by default", Count::optional, Completion::conversation},
+        "--conversation", "ID", "Continue this one; a new one by default", Count::optional, Completion::conversation},
     Option{"--allow-all", "", "Permit whatever the agent asks for, without asking you"},
     Option{"PROMPT", "", "One turn with this prompt; without it you are asked for prompts", Count::many},
 };
