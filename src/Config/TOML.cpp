@@ -295,7 +295,7 @@ private:
         TOML::Array elements;
         while (true) {
             skipTrivia();
-            if (accept(']')) // also behind a comma
+            if (accept(']')) // also after a comma
                 return elements;
             elements.push_back(value(depth));
             skipTrivia();

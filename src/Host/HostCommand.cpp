@@ -7,12 +7,12 @@
 #include "Host/CommandLine/Nearest.h"
 #include "Host/Context.h"
 #include "Host/Terminal/Interruption.h"
+#include "Platform/ProcessEnd.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <array>
-#include <csignal>
 #include <map>
 
 namespace veltry::HostCommand {
@@ -255,15 +255,15 @@ int run(const std::vector<std::string>& arguments, const Terminal& out, const Te
 
 int main(const std::vector<std::string>& arguments)
 {
-    std::signal(SIGPIPE, SIG_IGN); // `veltry … | head` ends with a failed write
+    ProcessEnd::ignoreBrokenPipes(); // `veltry … | head` ends with a failed write
     Interruption::install();
     const Terminal notes = Terminal::standardError();
     try {
         return run(arguments, Terminal::standardOutput(), notes);
     } catch (const Terminal::Closed&) {
         return 0;
-    } catch (const Interruption::Interrupted& by) {
-        Interruption::end(by.signal);
+    } catch (const ProcessEnd::Requested& by) {
+        ProcessEnd::leaveBy(by.signal);
     } catch (const UsageError& error) {
         return told(notes, error.description(), usageError);
     } catch (const LabError& error) {

@@ -52,7 +52,7 @@ TEST(Disk, GivesBackOnlyWhatGitHasByteForByte)
     fs::create_symlink("deep/in/a.txt", worktree / "link2");
     ::setenv("OWN", worktree.c_str(), 1); // a run that writes into an ignored folder of its worktree
     ::setenv("HOME", (lab / "").c_str(), 1);
-    const veltry::Run run = lab.finished(lab.lab.launch(node.id.text(), 0).id);
+    const veltry::Run run = lab.finished(lab.lab.launch(node.id, 0).id);
     ASSERT_EQ(run.exitCode, 0) << Files::read(run.log());
     const std::vector<std::string> own = {"edited.txt", "empty", "link2", "mode.sh", "moved", "out/best.pt"};
     const std::vector<std::string> before = below(run.source());
@@ -78,7 +78,7 @@ TEST(Disk, WeighsAndLeavesRunsInFlightAndLostCommitsAlone)
 {
     const test::HostLab lab;
     const Experiment node = lab.baseline("sleep 100");
-    const veltry::Run running = lab.lab.launch(node.id.text(), 0);
+    const veltry::Run running = lab.lab.launch(node.id, 0);
     Files::createFolders(running.source() / "more");
     Files::writeAtomically(running.source() / "more/model.bin", std::string(1'000'000, 'x'));
     std::filesystem::create_hard_link(running.source() / "more/model.bin", running.source() / "best.bin");

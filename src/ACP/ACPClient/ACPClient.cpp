@@ -141,6 +141,7 @@ asio::awaitable<std::string> ACPClient::newSession(SessionSetup setup)
     });
     std::string method = "session/new";
     NewSessionResult result = co_await request<NewSessionResult>(connection_, std::move(method), std::move(params));
+    // From here on the agent may ask for files of the session, whose roots have to be known.
     if (const auto self = client.lock())
         self->remember(result.sessionId, std::move(setup), std::move(result.configOptions));
     co_return result.sessionId;
@@ -237,6 +238,7 @@ asio::awaitable<SteerOutcome> ACPClient::steer(std::string sessionId, std::vecto
     JSONValue params = encoded(SteerParams::from(std::move(sessionId), std::move(content)));
     std::string method = "_session/steering";
     const SteerResult result = co_await request<SteerResult>(connection_, std::move(method), std::move(params));
+    // An agent that answers with a word of its own has taken the message.
     co_return result.outcome == "promptRequired" ? SteerOutcome::promptRequired : SteerOutcome::injected;
 }
 

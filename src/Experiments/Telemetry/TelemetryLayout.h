@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Base/Error.h"
-#include "Base/JSONValue.h"
+#include "Base/Words.h"
 
 #include <cstddef>
 #include <filesystem>
@@ -9,7 +9,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace veltry {
@@ -28,9 +27,6 @@ struct TelemetryLayout {
 
     enum class Scale { linear, log };
     enum class Reduce { last, min, max };
-    static constexpr std::pair<std::string_view, Scale> scales[] = {{"linear", Scale::linear}, {"log", Scale::log}};
-    static constexpr std::pair<std::string_view, Reduce> reduces[] = {
-        {"last", Reduce::last}, {"min", Reduce::min}, {"max", Reduce::max}};
 
     /// A chart.
     struct Panel {
@@ -78,12 +74,19 @@ struct TelemetryLayout {
     /// The layout where a project has no file: a panel for each of the first 32 keys, against `step` if a run reports
     /// it. `keys` are a run's, in the order in which it first reported them.
     [[nodiscard]] static TelemetryLayout standard(std::span<const std::string> keys);
-
-    /// The word for it in the file.
-    [[nodiscard]] static std::string_view text(Scale scale);
-    [[nodiscard]] static std::string_view text(Reduce reduce);
 };
 
-[[nodiscard]] JSONValue toJSON(const TelemetryLayout::Panel& panel);
+/// As the file has them.
+template <>
+inline constexpr auto wordsOf<TelemetryLayout::Scale> = std::to_array<Word<TelemetryLayout::Scale>>({
+    {TelemetryLayout::Scale::linear, "linear"},
+    {TelemetryLayout::Scale::log, "log"},
+});
+template <>
+inline constexpr auto wordsOf<TelemetryLayout::Reduce> = std::to_array<Word<TelemetryLayout::Reduce>>({
+    {TelemetryLayout::Reduce::last, "last"},
+    {TelemetryLayout::Reduce::min, "min"},
+    {TelemetryLayout::Reduce::max, "max"},
+});
 
 } // namespace veltry

@@ -5,9 +5,9 @@
 #include "Base/Text.h"
 #include "Host/Agent/AgentLaunch.h"
 #include "Host/Registration/ClientConfiguration.h"
-#include "Host/Terminal/Interruption.h"
-#include "Host/Terminal/StandardStreams.h"
+#include "Platform/ProcessEnd.h"
 #include "Platform/ProcessFacts.h"
+#include "Platform/StandardStreams.h"
 #include "Platform/SystemError.h"
 #include "Platform/SystemLog.h"
 
@@ -18,7 +18,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <csignal>
 
 namespace veltry {
 
@@ -53,12 +52,12 @@ std::vector<std::string> words(std::string_view line)
 AgentConversation::AgentConversation(Context& context, Setup setup, const asio::any_io_executor& executor)
     : context_(context), setup_(std::move(setup)), executor_(executor), store_(*context.store()),
       display_(
-          context.out(), executor, StandardStreams::output(),
+          context.out(), executor, StandardStreams::duplicate(StandardStreams::output),
           [this](const std::exception_ptr& failure) { happened(Event::stopped, failure); }),
       isInteractive_(canAsk()), typed_(executor), ending_(executor), signals_(executor), roundPause_(executor),
       savePause_(executor), farewell_(executor)
 {
-    for (const int signal : Interruption::signals())
+    for (const int signal : ProcessEnd::requests())
         signals_.add(signal);
     if (setup_.conversation)
         if (const std::optional<std::string> stored = store_.transcript(setup_.conversation->id))
@@ -69,7 +68,7 @@ asio::awaitable<std::optional<int>> AgentConversation::run(std::shared_ptr<Agent
 {
     asio::co_spawn(executor_, watchSignals(self), asio::detached);
     if (isInteractive_) {
-        input_ = PipeTransport::make(executor_, StandardStreams::input(), FileDescriptor());
+        input_ = PipeTransport::make(executor_, StandardStreams::duplicate(StandardStreams::input), FileDescriptor());
         asio::co_spawn(executor_, readLines(self), asio::detached);
     }
     // A task of its own, so that a conversation can end whose agent never answers.
@@ -138,7 +137,7 @@ asio::awaitable<std::optional<int>> AgentConversation::converse()
     asio::co_spawn(executor_, watchRounds(shared_from_this()), asio::detached);
     if (setup_.prompt) {
         const bool isDone = co_await turn(*setup_.prompt);
-        co_return isDone ? std::nullopt : std::optional(SIGINT);
+        co_return isDone ? std::nullopt : std::optional(ProcessEnd::interrupt);
     }
     display_.line("Type what the agent is to do. /options and /set ID VALUE change its settings, /quit ends.");
     for (;;) {
@@ -385,7 +384,8 @@ SessionSetup AgentConversation::sessionSetup() const
 {
     const Project& project = context_.project();
     ClientConfiguration client = ClientConfiguration::of(
-        store_, project, *setup_.conversation, AgentLaunch::permitted(ProcessFacts::environment()));
+        store_, project, *setup_.conversation, AgentLaunch::permitted(ProcessFacts::environment()),
+        ClientConfiguration::kindOf(setup_.harness.name));
     McpServerStdio server{
         .name = "veltry", .command = client.command.string(), .args = std::move(client.arguments), .env = {}};
     for (const auto& [name, value] : client.environment)

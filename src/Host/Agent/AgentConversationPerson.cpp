@@ -3,6 +3,7 @@
 #include "Base/Text.h"
 #include "Host/Agent/AgentConversation.h"
 #include "Host/Words/RoundAnswers.h"
+#include "Platform/ProcessEnd.h"
 
 #include <asio/co_spawn.hpp>
 #include <asio/detached.hpp>
@@ -12,7 +13,6 @@
 
 #include <algorithm>
 #include <array>
-#include <csignal>
 
 namespace veltry {
 
@@ -107,9 +107,9 @@ asio::awaitable<void> AgentConversation::watchSignals(std::shared_ptr<AgentConve
         const int signal = co_await self->signals_.async_wait(asio::redirect_error(asio::use_awaitable, error));
         if (error)
             co_return;
-        if (signal == SIGINT && self->isInteractive_)
+        if (signal == ProcessEnd::interrupt && self->isInteractive_)
             self->display_.keysEchoed();
-        self->happened(signal == SIGINT ? Event::interrupted : Event::stopped, nullptr, signal);
+        self->happened(signal == ProcessEnd::interrupt ? Event::interrupted : Event::stopped, nullptr, signal);
     }
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ACP/JSONRPCConnection/Mailbox.h"
 #include "Host/Agent/ConversationPhase.h"
+#include "Platform/Async/Mailbox.h"
 
 #include <deque>
 #include <memory>

@@ -33,14 +33,6 @@ private:
     double high_ = -std::numeric_limits<double>::infinity();
 };
 
-Axis horizontal(const Span& xs, bool whole)
-{
-    Axis::Range range = xs.range().value_or(Axis::Range{});
-    if (range.high <= range.low)
-        range = {.low = range.low - 1, .high = range.low + 1};
-    return Axis(range, false, whole);
-}
-
 Axis vertical(const Span& ys, const TelemetryLayout::Panel& panel)
 {
     const bool isLogarithmic = panel.scale == TelemetryLayout::Scale::log;
@@ -81,7 +73,7 @@ Chart Chart::of(const TelemetryCharts& charts, const TelemetryLayout::Panel& pan
         .title = panel.title,
         .xKey = panel.x.value_or("point"),
         .lines = std::move(lines),
-        .x = horizontal(xs, whole),
+        .x = Axis::through(xs.range().value_or(Axis::Range{}), whole),
         .y = vertical(ys, panel),
         .rule = panel.rule,
         .isWide = panel.wide,

@@ -1,20 +1,21 @@
 #include "Base/Text.h"
+#include "Experiments/LoginPython.h"
+#include "Experiments/Spawn.h"
 #include "Host/Agent/AgentConversation.h"
 #include "Host/Agent/AgentLaunch.h"
 #include "Host/Agent/PastSessions.h"
-#include "Host/Awaited.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/Terminal/Interruption.h"
-#include "Host/Terminal/StandardStreams.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/Times.h"
-#include "Platform/Files.h"
+#include "Platform/Async/Awaited.h"
+#include "Platform/ProcessEnd.h"
+#include "Platform/StandardStreams.h"
 
-#include <asio/io_context.hpp>
 #include <fmt/format.h>
 
 #include <array>
+#include <chrono>
 
 namespace veltry::Commands {
 
@@ -45,7 +46,7 @@ std::optional<std::string> promptOf(const Arguments& arguments)
         return text::joined(words, " ");
     if (canAsk())
         return std::nullopt;
-    std::string prompt = Files::read(StandardStreams::input(), "standard input");
+    std::string prompt = StandardStreams::restOfInput();
     if (text::isBlank(prompt))
         throw UsageError("There is no prompt: give it on the command line, on standard input, or call veltry agent on "
                          "a terminal.");
@@ -73,11 +74,14 @@ void agent(Context& context, const Arguments& arguments)
     const Harness harness = harnessOf(context, arguments);
     static_cast<void>(context.lab()); // refuses a project whose folder is gone
     std::optional<std::string> prompt = promptOf(arguments);
+    // For the description of the computer that the agent's server gives.
+    static_cast<void>(
+        LoginPython::kept(LoginPython::file(Context::settingsPath()), Spawn::loginShell(), std::chrono::hours(24)));
     std::optional<Conversation> conversation = conversationFor(context, arguments, harness);
     std::optional<int> signal;
     {
-        const Interruption::HandledElsewhere handled;
-        asio::io_context executor(1);
+        const ProcessEnd::TakenElsewhere taken;
+        OwnExecutor executor;
         const auto talk = std::make_shared<AgentConversation>(
             context,
             AgentConversation::Setup{
@@ -86,14 +90,14 @@ void agent(Context& context, const Arguments& arguments)
                 .prompt = std::move(prompt),
                 .allowsAll = arguments.has("--allow-all"),
             },
-            executor.get_executor());
-        signal = runToEnd(executor, talk->run(talk)).value();
+            executor.get());
+        signal = executor.run(talk->run(talk));
         conversation = talk->conversation();
     }
     if (conversation)
         context.note(fmt::format("To continue: veltry agent --conversation {}", conversation->id.text().substr(0, 8)));
     if (signal)
-        throw Interruption::Interrupted{*signal};
+        throw ProcessEnd::Requested{*signal};
 }
 
 void import(Context& context, const Arguments& arguments)

@@ -102,8 +102,7 @@ public:
     void write(const Run& run, const TelemetryCharts& charts) const
     {
         const std::string title = fmt::format("Run #{}", run.number);
-        const std::optional<Experiment> node = context_->store()->experiment(run.experimentID);
-        const std::string subtitle = node ? node->title : "";
+        const std::string subtitle = context_->titleOf(run);
         if (!isHTML_) {
             Files::writeAtomically(*file_, SVGCharts::document(charts, title + " · " + subtitle));
             return;
@@ -113,7 +112,7 @@ public:
             {"state", RunWords::state(run)},
             {"started", Times::local(run.createdAt)},
             {"command", run.command},
-            {"commit", run.commit.substr(0, 10)}};
+            {"commit", RunWords::commit(run)}};
         if (!run.isFinished())
             heading.reloadSeconds = reloadSeconds;
         Files::writeAtomically(*file_, HTMLCharts::page(charts, heading));

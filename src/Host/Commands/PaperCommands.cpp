@@ -1,5 +1,4 @@
 #include "Base/Text.h"
-#include "Host/Awaited.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
 #include "Host/Terminal/Progress.h"
@@ -8,6 +7,7 @@
 #include "Literature/OpenAlex.h"
 #include "Literature/PaperFiles.h"
 #include "Literature/PaperTexts.h"
+#include "Platform/Async/Awaited.h"
 #include "Platform/ProcessFacts.h"
 
 #include <fmt/format.h>

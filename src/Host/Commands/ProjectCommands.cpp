@@ -172,7 +172,7 @@ constexpr std::array initOptions = {
     Option{"--name", "NAME", "The project's name; the folder's own by default"},
     Option{
         "--client", "CLIENT", "The client in whose form the block is written", Count::optional, Completion::none,
-        ClientConfiguration::forms},
+        ClientConfiguration::kinds},
 };
 constexpr std::array renameOptions = {
     Option{"NAME", "", "The new name", Count::required},

@@ -23,7 +23,6 @@ using Count = Option::Count;
 using Completion = Option::Completion;
 
 constexpr std::chrono::milliseconds betweenLooks(100);
-constexpr std::size_t shownCommit = 12;
 
 void tell(const Context& context, const Run& run)
 {
@@ -65,19 +64,19 @@ void start(Context& context, const Arguments& arguments)
 {
     const Experiment node = context.node(arguments.required("NODE"));
     Lab lab = context.lab();
-    pid_t supervisor = 0; // it outlives us, but while we wait we are its parent
-    lab.adopt = [&](pid_t started) { supervisor = started; };
+    ProcessID supervisor = 0; // it outlives us, but while we wait we are its parent
+    lab.adopt = [&](ProcessID started) { supervisor = started; };
     const Run run = [&] {
         const Progress progress(context.notes(), "Making the run's copy of the code");
-        return lab.launch(node.id.text(), Context::settings().maxRuns);
+        return lab.launch(node.id, Context::settings().maxRuns);
     }();
     const bool waits = arguments.has("--wait");
     if (!waits)
         return context.json() ? context.printJSON(RecordJSON::of(run))
                               : context.print(fmt::format(
                                     "Run #{} of {} began, at {}. veltry log {} -f follows it.\n", run.number, node.slug,
-                                    run.commit.substr(0, shownCommit), run.number));
-    context.note(fmt::format("Run #{} of {} began, at {}.", run.number, node.slug, run.commit.substr(0, shownCommit)));
+                                    RunWords::commit(run), run.number));
+    context.note(fmt::format("Run #{} of {} began, at {}.", run.number, node.slug, RunWords::commit(run)));
     const Run last = ended(context, run, [&](const Run&) {
         if (supervisor > 0 && ChildProcess::reapIfEnded(supervisor))
             supervisor = 0;
@@ -151,7 +150,7 @@ void stopAndWait(Context& context, const Run& given, std::optional<double> grace
 {
     const Lab& lab = context.lab();
     RunProcesses processes(given);
-    Run run = lab.cancel(given.id.text());
+    Run run = lab.cancel(given.id);
     bool wasAsked = run.pid.has_value(); // one that is still queued has nobody who could be told
     const Clock::time_point begin = Clock::now();
     LiveRun live(context, run);
@@ -164,7 +163,7 @@ void stopAndWait(Context& context, const Run& given, std::optional<double> grace
         const Progress progress(context.notes(), fmt::format("Waiting for run #{} to stop", run.number));
         while (!isOver()) {
             if (!wasAsked && run.pid && !run.isFinished()) {
-                static_cast<void>(lab.cancel(run.id.text()));
+                static_cast<void>(lab.cancel(run.id));
                 wasAsked = true;
             }
             if (grace && std::chrono::duration<double>(Clock::now() - begin).count() >= *grace)
@@ -185,7 +184,7 @@ void cancel(Context& context, const Arguments& arguments)
     const Run run = context.run(arguments.required("RUN"));
     if (arguments.has("--wait") || grace)
         return stopAndWait(context, run, grace);
-    const Run now = context.lab().cancel(run.id.text());
+    const Run now = context.lab().cancel(run.id);
     if (context.json())
         return context.printJSON(RecordJSON::of(now));
     if (now.isFinished())
