@@ -194,6 +194,10 @@ TEST(ACPClient, EachOperationAsksTheAgentAndReadsItsAnswer)
            R"("result":{"sessions":[{"sessionId":"c","cwd":"/"}],"nextCursor":null})"}},
          "abc"},
         {"list",
+         {{"session/list", "", R"("result":{"sessions":[{"sessionId":"a","cwd":"/"}],"nextCursor":"1"})"},
+          {"session/list", "", R"("result":{"sessions":[{"sessionId":"b","cwd":"/"}],"nextCursor":"1"})"}},
+         "ab"},
+        {"list",
          {{"session/list", "", R"("result":{"sessions":[],"nextCursor":"1"})"},
           {"session/list", "", R"("result":{"sessions":[{}]})"}},
          "threw sessions[0].sessionId is missing"},
@@ -370,6 +374,7 @@ TEST(ACPClient, AClientThatGoesCancelsItsAsksAndClosesTheAgentsInput)
         const auto asked = [&] { return !scene.delegate->asked.empty(); };
         co_await scene.until(asked);
         const std::weak_ptr<ACPClient> watched = scene.client;
+        asio::co_spawn(scene.executor, scene.client->cancel("s"), asio::detached);
         scene.client.reset();
         EXPECT_TRUE(watched.expired());
         std::string line;

@@ -149,7 +149,8 @@ asio::awaitable<void> AgentConversation::ask(AgentQuestions round)
     }
     std::vector<Answer> answers;
     for (const Question& question : round.questions) {
-        std::optional<Answer> answer = co_await answerTo(question, round.questions.size() > 1 ? answers.size() + 1 : 0);
+        const std::size_t number = round.questions.size() > 1 ? answers.size() + 1 : 0;
+        std::optional<Answer> answer = co_await answerTo(question, number);
         if (!answer)
             co_return;
         answers.push_back(std::move(*answer));

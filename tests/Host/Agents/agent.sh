@@ -16,7 +16,10 @@ while read -r line; do
     id=${id%%,*}
     case $line in
     *'"method":"initialize"'*) answer "$id" '{"protocolVersion":1,"_meta":{"steering":{"supported":true}}}' ;;
-    *'"method":"session/new"'*) answer "$id" '{"sessionId":"s"}' ;;
+    *'"method":"session/new"'*)
+        case $line in *OPENALEX_API_KEY*) key=" with a key" ;; esac
+        answer "$id" '{"sessionId":"s"}'
+        ;;
     *'"method":"session/cancel"'*) answer "$turn" '{"stopReason":"cancelled"}' ;;
     *'"method":"_session/steering"'*) steering=$id && permission steered "$both" ;;
     *'"method":"session/prompt"'*)
@@ -35,8 +38,9 @@ while read -r line; do
             ;;
         *'"text":"two'*) permission first "$both" && permission second "$both" ;;
         *'"text":"none'*) permission empty "" ;;
+        *'"text":"slow'*) sleep 2 && answer "$id" '{"stopReason":"end_turn"}' ;;
         *'"text":"wait'*) words "Waiting" ;;
-        *) words "Done" && answer "$id" '{"stopReason":"end_turn"}' ;;
+        *) words "Done${key-}" && answer "$id" '{"stopReason":"end_turn"}' ;;
         esac
         ;;
     *'"id":"steered"'*)
