@@ -21,7 +21,6 @@ namespace {
 
 constexpr int failure = 1;
 constexpr int usageError = 2;
-constexpr int interrupted = 130;
 
 /// The parser of one command, with where it puts what it reads.
 struct Parser {
@@ -263,8 +262,8 @@ int main(const std::vector<std::string>& arguments)
         return run(arguments, Terminal::standardOutput(), notes);
     } catch (const Terminal::Closed&) {
         return 0;
-    } catch (const Interruption::Interrupted&) {
-        return interrupted;
+    } catch (const ProcessEnd::Requested& by) {
+        ProcessEnd::leaveBy(by.signal);
     } catch (const UsageError& error) {
         return told(notes, error.description(), usageError);
     } catch (const LabError& error) {

@@ -160,7 +160,8 @@ LabTools::Answer LabTools::waitForRuns(JSONValue arguments, Progress progress) c
 
     const Clock::time_point deadline = Clock::now() + std::chrono::seconds(timeout);
     ProgressNotices notices(std::move(progress), progressInterval);
-    asio::steady_timer pause(co_await asio::this_coro::executor);
+    const asio::any_io_executor executor = co_await asio::this_coro::executor;
+    asio::steady_timer pause(executor);
     while (Clock::now() < deadline) {
         pause.expires_after(poll);
         co_await pause.async_wait(asio::use_awaitable);
@@ -208,7 +209,8 @@ LabTools::Answer LabTools::askUser(JSONValue arguments, Progress progress) const
 
     const Clock::time_point deadline = Clock::now() + questionWait;
     ProgressNotices notices(std::move(progress), progressInterval);
-    asio::steady_timer pause(co_await asio::this_coro::executor);
+    const asio::any_io_executor executor = co_await asio::this_coro::executor;
+    asio::steady_timer pause(executor);
     while (Clock::now() < deadline) {
         // The look comes before the pause: the round may be one that was answered while nobody waited.
         const std::optional<AgentQuestions> round = lab->store->questions(id);

@@ -86,8 +86,7 @@ asio::awaitable<Paper> PaperTools::paper(JSONValue arguments) const
     // Of any project: what somebody saved once costs no search, of which there are only so many a day.
     if (std::optional<Paper> known = lab->store->libraryPaper(id))
         co_return std::move(*known);
-    asio::awaitable<std::optional<Paper>> asked = search->paper(id);
-    std::optional<Paper> found = co_await std::move(asked);
+    std::optional<Paper> found = co_await search->paper(id);
     if (!found)
         throw LabError(
             "paper_not_found", fmt::format("No paper {}. Use an id from search_papers, like W4385245566.", id));
@@ -104,8 +103,7 @@ PaperTools::Answer PaperTools::searchPapers(JSONValue arguments) const
     const std::string query = ToolArguments::requiredString("query", arguments);
     const std::int64_t limit = ToolArguments::optionalInt("limit", arguments).value_or(defaultLimit);
     const auto shown = static_cast<std::size_t>(std::clamp<std::int64_t>(limit, 1, highestLimit));
-    asio::awaitable<PaperPage> asked = search->search(query);
-    PaperPage page = co_await std::move(asked);
+    PaperPage page = co_await search->search(query);
     if (page.papers.empty())
         co_return fmt::format("No papers match \"{}\".", query);
     page.papers.resize(std::min(shown, page.papers.size()));
@@ -120,15 +118,13 @@ PaperTools::Answer PaperTools::searchPapers(JSONValue arguments) const
 
 PaperTools::Answer PaperTools::getPaper(JSONValue arguments) const
 {
-    asio::awaitable<Paper> look = paper(std::move(arguments));
-    const Paper found = co_await std::move(look);
+    const Paper found = co_await paper(std::move(arguments));
     co_return PaperTexts::paper(found, isSaved(found), files.cached(found));
 }
 
 PaperTools::Answer PaperTools::savePaper(JSONValue arguments) const
 {
-    asio::awaitable<Paper> look = paper(std::move(arguments));
-    const Paper found = co_await std::move(look);
+    const Paper found = co_await paper(std::move(arguments));
     if (isSaved(found))
         co_return fmt::format("{} is already saved to this project.", found.title);
     lab->store->savePaper(found, lab->project.id);
@@ -139,8 +135,7 @@ PaperTools::Answer PaperTools::citePaper(JSONValue arguments) const
 {
     // The node before the paper: one that isn't there must not cost a search.
     const Experiment experiment = lab->experiment(ToolArguments::node(arguments));
-    asio::awaitable<Paper> look = paper(arguments);
-    const Paper found = co_await std::move(look);
+    const Paper found = co_await paper(arguments);
     const std::string reason = ToolArguments::requiredString("reason", arguments);
     lab->store->cite(found, experiment.id, text::trimmed(reason));
     co_return fmt::format("{} cites {}.", experiment.title, found.title);
@@ -166,10 +161,8 @@ std::string PaperTools::listLibrary(const JSONValue& /*arguments*/) const
 
 PaperTools::Answer PaperTools::downloadPaper(JSONValue arguments) const
 {
-    asio::awaitable<Paper> look = paper(std::move(arguments));
-    const Paper found = co_await std::move(look);
-    asio::awaitable<std::filesystem::path> download = files.pdf(found);
-    const std::filesystem::path path = co_await std::move(download);
+    const Paper found = co_await paper(std::move(arguments));
+    const std::filesystem::path path = co_await files.pdf(found);
     co_return fmt::format("Downloaded {} to {}", found.title, path.string());
 }
 

@@ -58,7 +58,8 @@ TEST(PipeTransport, ReadsFromPipesAndPlainFilesAlikeAndDropsAnUnfinishedLastLine
     const auto read = [](FileDescriptor source) {
         std::vector<std::string> lines;
         runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-            const auto transport = PipeTransport::make(executor, std::move(source), Files::open("/dev/null", Files::forWriting));
+            const auto transport =
+                PipeTransport::make(executor, std::move(source), Files::open("/dev/null", Files::forWriting));
             lines = co_await allLines(*transport);
         });
         return lines;

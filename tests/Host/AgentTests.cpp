@@ -54,7 +54,7 @@ TEST_F(AgentCommand, ATurnIsShownAndKeptAndFoundAgain)
     ASSERT_EQ(said.size(), 1u);
     EXPECT_EQ(said[0].conversationID, conversation.id);
 
-    // The agent can't go on with a session; the conversation does all the same.
+    // The agent can't continue a session; the conversation does all the same.
     const ChildProcess::Output again =
         lab.veltry(arguments({"--conversation", conversation.id.text().substr(0, 6), "Once more"}));
     EXPECT_EQ(again.exitNumber, 0) << again.error;
@@ -104,7 +104,7 @@ TEST_F(AgentCommand, OffersOlderSessionsUntilTheyAreTakenUp)
     EXPECT_TRUE(offered());
     EXPECT_THAT(lab.veltry({"import", "--list", "--command", agent}).output, HasSubstr("Untitled session"));
     EXPECT_TRUE(offered());
-    EXPECT_THAT(lab.veltry({"import", "--command", agent}).error, HasSubstr("2 sessions of node can be gone on with"));
+    EXPECT_THAT(lab.veltry({"import", "--command", agent}).error, HasSubstr("2 sessions of node can be continued"));
     EXPECT_FALSE(offered());
     EXPECT_THAT(lab.veltry({"import", "--command", agent}).error, HasSubstr("that isn't here already"));
 }

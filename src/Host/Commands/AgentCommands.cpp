@@ -6,10 +6,10 @@
 #include "Host/Agent/PastSessions.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/Terminal/Interruption.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/Times.h"
 #include "Platform/Async/Awaited.h"
+#include "Platform/ProcessEnd.h"
 #include "Platform/StandardStreams.h"
 
 #include <fmt/format.h>
@@ -24,7 +24,7 @@ namespace {
 using Count = Option::Count;
 using Completion = Option::Completion;
 
-/// The one to go on with. One that is had with another agent from now on forgets its session.
+/// The one to continue. One that is had with another agent from now on forgets its session.
 std::optional<Conversation> conversationFor(Context& context, const Arguments& arguments, const Harness& harness)
 {
     const std::optional<std::string> named = arguments.text("--conversation");
@@ -77,21 +77,27 @@ void agent(Context& context, const Arguments& arguments)
     // For the description of the computer that the agent's server gives.
     static_cast<void>(
         LoginPython::kept(LoginPython::file(Context::settingsPath()), Spawn::loginShell(), std::chrono::hours(24)));
-    OwnExecutor executor;
-    const auto talk = std::make_shared<AgentConversation>(
-        context,
-        AgentConversation::Setup{
-            .harness = harness,
-            .conversation = conversationFor(context, arguments, harness),
-            .prompt = std::move(prompt),
-            .allowsAll = arguments.has("--allow-all"),
-        },
-        executor.get());
-    const bool isBrokenOff = executor.run(talk->run(talk));
-    if (const std::optional<Conversation>& had = talk->conversation())
-        context.note(fmt::format("To go on: veltry agent --conversation {}", had->id.text().substr(0, 8)));
-    if (isBrokenOff)
-        throw Interruption::Interrupted();
+    std::optional<Conversation> conversation = conversationFor(context, arguments, harness);
+    std::optional<int> signal;
+    {
+        const ProcessEnd::TakenElsewhere taken;
+        OwnExecutor executor;
+        const auto talk = std::make_shared<AgentConversation>(
+            context,
+            AgentConversation::Setup{
+                .harness = harness,
+                .conversation = std::move(conversation),
+                .prompt = std::move(prompt),
+                .allowsAll = arguments.has("--allow-all"),
+            },
+            executor.get());
+        signal = executor.run(talk->run(talk));
+        conversation = talk->conversation();
+    }
+    if (conversation)
+        context.note(fmt::format("To continue: veltry agent --conversation {}", conversation->id.text().substr(0, 8)));
+    if (signal)
+        throw ProcessEnd::Requested{*signal};
 }
 
 void import(Context& context, const Arguments& arguments)
@@ -101,8 +107,7 @@ void import(Context& context, const Arguments& arguments)
         return context.note("Noted: sessions of the past are not offered for this project.");
     }
     const Harness harness = harnessOf(context, arguments);
-    OwnExecutor executor;
-    const std::vector<PastConversation> past = executor.run(PastSessions::found(context, harness, executor.get()));
+    const std::vector<PastConversation> past = awaited(PastSessions::found(context, harness));
     if (!arguments.has("--list"))
         context.store()->dismissImport(context.project().id); // the offer is answered
     if (past.empty())
@@ -115,7 +120,7 @@ void import(Context& context, const Arguments& arguments)
         return;
     context.store()->importConversations(past, context.project().id, harness.name);
     context.note(fmt::format(
-        "{} session{} of {} can be gone on with: veltry conversations.", past.size(), past.size() == 1 ? "" : "s",
+        "{} session{} of {} can be continued: veltry conversations.", past.size(), past.size() == 1 ? "" : "s",
         harness.name));
 }
 
@@ -123,7 +128,7 @@ constexpr std::array agentOptions = {
     Option{"--harness", "NAME", "The agent: Claude Code, Codex or OpenCode; by default the setting agents.default"},
     Option{"--command", "LINE", "Any program that speaks ACP on its pipes, with its arguments, in place of a harness"},
     Option{
-        "--conversation", "ID", "Go on with this one; a new one by default", Count::optional, Completion::conversation},
+        "--conversation", "ID", "Continue this one; a new one by default", Count::optional, Completion::conversation},
     Option{"--allow-all", "", "Permit whatever the agent asks for, without asking you"},
     Option{"PROMPT", "", "One turn with this prompt; without it you are asked for prompts", Count::many},
 };
