@@ -24,8 +24,14 @@ JSONValue initializeResult(const JSONValue& params, std::string instructions)
 
 JSONValue callResult(ToolOutcome outcome)
 {
-    JSONValue block = JSONValue::object({{"type", "text"}, {"text", std::move(outcome.text)}});
-    return JSONValue::object({{"content", JSONValue::array({std::move(block)})}, {"isError", outcome.isError}});
+    // Member by member, since a list of initial values is copied: a tree's text may have megabytes.
+    JSONValue::Object block{{"type", "text"}};
+    block.emplace("text", std::move(outcome.text));
+    JSONValue::Array content;
+    content.emplace_back(std::move(block));
+    JSONValue::Object result{{"isError", outcome.isError}};
+    result.emplace("content", std::move(content));
+    return result;
 }
 
 asio::awaitable<JSONValue> callResultOf(asio::awaitable<ToolOutcome> call)
