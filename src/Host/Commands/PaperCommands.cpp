@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <array>
+#include <unordered_map>
 
 namespace veltry::Commands {
 
@@ -201,8 +202,21 @@ std::string wrapped(std::string_view given, std::size_t columns)
     return text;
 }
 
+/// The projects that hold the paper, the oldest first.
+std::vector<Project> projectsWith(const Paper& paper, const ProjectStore& store)
+{
+    const std::unordered_map<UUID, std::vector<std::string>> held = store.projectPapers();
+    std::vector<Project> projects = store.projects();
+    std::erase_if(projects, [&](const Project& project) {
+        const auto papers = held.find(project.id);
+        return papers == held.end() || std::ranges::find(papers->second, paper.id) == papers->second.end();
+    });
+    return projects;
+}
+
 std::string paperText(
-    const Paper& paper, bool isSaved, const std::optional<std::filesystem::path>& file, const Terminal& terminal)
+    const Paper& paper, const std::vector<Project>& projects, const std::optional<std::filesystem::path>& file,
+    const Terminal& terminal)
 {
     constexpr std::size_t widest = 100;
     TextTable fields({{}, {}});
@@ -219,7 +233,10 @@ std::string paperText(
     field("link", paper.url);
     field("pdf", paper.pdfURL.value_or(""));
     field("downloaded", file ? file->string() : "");
-    field("saved", isSaved ? "to this project" : "no");
+    std::vector<std::string> names;
+    for (const Project& project : projects)
+        names.push_back(project.name);
+    field("saved", names.empty() ? "no" : "to " + text::joined(names, ", "));
     const std::size_t width = terminal.size() ? std::min(terminal.size()->columns, widest) : widest;
     return fmt::format(
         "{}\n{}\n{}\n", terminal.styled(Style::bold, text::oneLine(paper.title)), fields.text(terminal),
@@ -229,11 +246,16 @@ std::string paperText(
 void show(Context& context, const Arguments& arguments)
 {
     const Paper paper = paperNamed(context, Service(), arguments.required("PAPER"));
-    const bool isSaved = context.store()->libraryPaper(paper.id, context.project().id).has_value();
+    const std::vector<Project> projects = projectsWith(paper, *context.store());
     if (!context.json())
-        return context.print(paperText(paper, isSaved, filesOf(context).cached(paper), context.out()));
+        return context.print(paperText(paper, projects, filesOf(context).cached(paper), context.out()));
+    JSONValue::Array ids;
+    for (const Project& project : projects)
+        ids.emplace_back(project.id.text());
+    const bool isSaved = std::ranges::find(projects, context.project().id, &Project::id) != projects.end();
     JSONValue document = toJSON(paper);
     document.object()->insert_or_assign("saved", isSaved);
+    document.object()->insert_or_assign("projectIDs", std::move(ids));
     context.printJSON(document);
 }
 
@@ -354,7 +376,7 @@ constexpr std::array table = {
         .run = &search},
     Command{
         .name = "papers show",
-        .summary = "Show a paper with its abstract",
+        .summary = "Show a paper with its abstract, and the projects to which it is saved",
         .example = "veltry papers show W4385245566",
         .hasJSON = true,
         .options = showOptions,
