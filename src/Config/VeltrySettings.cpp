@@ -18,7 +18,6 @@ namespace {
 
 using Key = VeltrySettings::Key;
 using Value = VeltrySettings::Value;
-using Problem = std::optional<std::string>; ///< what is wrong with a value, to be read behind its key
 
 constexpr double runsLimit = 10000; ///< `max_runs` must stay below it
 
@@ -26,11 +25,23 @@ constexpr std::string_view fileHeader =
     "# Harrowick Veltry's settings. Veltry reads this file whenever it changes, and\n"
     "# writes the line for a setting you change in the app. Your comments stay.\n";
 
+/// Why a value is passed over.
+struct Problem {
+    /// What the value must be, to be read after the key: "must be true or false".
+    std::string rule;
+    /// A text that stands there and isn't one of those that may.
+    std::optional<std::string> found{};
+
+    [[nodiscard]] std::string text() const { return found ? fmt::format("{}; it is \"{}\"", rule, *found) : rule; }
+};
+
+using Checked = std::optional<Problem>;
+
 /// A setting, its place and its explanation in the file.
 struct Field {
     Key key;
     std::string_view comment;
-    Problem (*read)(VeltrySettings& settings, const TOML& value);
+    Checked (*read)(VeltrySettings& settings, const TOML& value);
     Value (*value)(const VeltrySettings& settings);
 };
 
@@ -39,9 +50,9 @@ constexpr Field booleanField(Key key, std::string_view comment)
 {
     return {
         key, comment,
-        [](VeltrySettings& settings, const TOML& value) -> Problem {
+        [](VeltrySettings& settings, const TOML& value) -> Checked {
             if (!value.boolean())
-                return "must be true or false";
+                return Problem{"must be true or false"};
             settings.*member = *value.boolean();
             return std::nullopt;
         },
@@ -53,9 +64,9 @@ constexpr Field nameField(Key key, std::string_view comment)
 {
     return {
         key, comment,
-        [](VeltrySettings& settings, const TOML& value) -> Problem {
+        [](VeltrySettings& settings, const TOML& value) -> Checked {
             if (!value.string() || value.string()->empty())
-                return "must be a name in quotes";
+                return Problem{"must be a name in quotes"};
             settings.*member = *value.string();
             return std::nullopt;
         },
@@ -67,10 +78,10 @@ constexpr Field countField(Key key, std::string_view comment)
 {
     return {
         key, comment,
-        [](VeltrySettings& settings, const TOML& value) -> Problem {
+        [](VeltrySettings& settings, const TOML& value) -> Checked {
             const double* number = value.number();
             if (!number || *number != std::trunc(*number) || *number < 0 || *number >= runsLimit)
-                return "must be a whole number, 0 or more";
+                return Problem{"must be a whole number, 0 or more"};
             settings.*member = static_cast<std::int64_t>(*number);
             return std::nullopt;
         },
@@ -96,15 +107,15 @@ constexpr Field choiceField(Key key, std::string_view comment)
 {
     return {
         key, comment,
-        [](VeltrySettings& settings, const TOML& value) -> Problem {
+        [](VeltrySettings& settings, const TOML& value) -> Checked {
             if (!value.string())
-                return "must be " + listed(cases);
+                return Problem{"must be " + listed(cases)};
             for (const auto& each : cases)
                 if (each.raw == *value.string()) {
                     settings.*member = each.value;
                     return std::nullopt;
                 }
-            return fmt::format("must be {}; it is \"{}\"", listed(cases), *value.string());
+            return Problem{.rule = "must be " + listed(cases), .found = *value.string()};
         },
         [](const VeltrySettings& settings) -> Value {
             for (const auto& each : cases)
@@ -169,8 +180,8 @@ void readTable(const std::string& name, const TOML::Table& members, VeltrySettin
             std::ranges::find_if(fields, [&](const Field& f) { return f.key.table == name && f.key.name == key; });
         if (field == std::end(fields))
             reading.warnings.push_back(fmt::format("{}.{} is not a setting", name, key));
-        else if (const Problem problem = field->read(reading.settings, value))
-            reading.warnings.push_back(fmt::format("{}.{} {}", name, key, *problem));
+        else if (const Checked problem = field->read(reading.settings, value))
+            reading.warnings.push_back(fmt::format("{}.{} {}", name, key, problem->text()));
     }
 }
 
@@ -367,8 +378,8 @@ std::expected<Value, std::string> VeltrySettings::valueFromWord(Key key, std::st
     if (const std::optional<std::int64_t> number = text::integer(word);
         number && std::holds_alternative<std::int64_t>(usual))
         given = TOML(*number);
-    if (Problem problem = its.read(settings, given))
-        return std::unexpected(std::move(*problem));
+    if (Checked problem = its.read(settings, given))
+        return std::unexpected(std::move(problem->rule));
     return its.value(settings);
 }
 

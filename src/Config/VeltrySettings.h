@@ -94,8 +94,8 @@ struct VeltrySettings {
     /// The comment that explains the setting in a file.
     [[nodiscard]] static std::string_view explanation(Key key);
     [[nodiscard]] Value value(Key key) const;
-    /// What a person's word for the setting stands for, held against the rules of read(); the error tells what it must
-    /// be, as a warning does behind the key.
+    /// What a person's word for the setting stands for, held against the rules of read(). The error is the rule that it
+    /// breaks, to be read after the key: "must be true or false".
     [[nodiscard]] static std::expected<Value, std::string> valueFromWord(Key key, std::string_view word);
 
     /// The environment's VELTRY_SETTINGS_PATH if it isn't empty, else "Harrowick Veltry/settings.toml" in the

@@ -3,26 +3,106 @@
 #include "Base/Error.h"
 #include "Experiments/Git.h"
 
+#include <cstdint>
 #include <string>
-#include <utility>
+#include <string_view>
 
 namespace veltry {
 
-/// A failure that an agent or a person is meant to read: its message says what to do next.
+/// A failure that its reader can mend. The message is written for an agent and names the tools by which it goes on; a
+/// face for others finds its own sentence by the code and fills in the values.
+///
+/// The set of codes is closed. A new one needs its word below and a sentence for a person (Host/Words/LabErrorWords).
 struct LabError : Error {
-    LabError(std::string word, std::string text) : code(std::move(word)), message(std::move(text)) {}
+    enum class Code {
+        missingOption,
+        projectNotFound,
+        runNotFound,
+        experimentNotFound,
+        titleRequired,
+        notARepository,
+        runCommandRequired,
+        noCommits,
+        runCommandInherited,
+        branchMissing,
+        gitFailed,
+        tooManyRuns,
+        frozen,
+        alreadyRunning,
+        telemetryInvalid,
+        launchFailed,
+        missingArgument,
+        unknownTool,
+        tooManyQuestions,
+        invalidOptions,
+        tooManyOptions,
+        duplicateOptions,
+        noConversation,
+        paperNotFound,
+    };
+
+    struct CodeWord {
+        Code code;
+        std::string_view word;
+    };
+    /// All codes in the order of the enumeration, with the words that stand for them in a text. The words are stable.
+    static constexpr CodeWord codes[] = {
+        {Code::missingOption, "missing_option"},
+        {Code::projectNotFound, "project_not_found"},
+        {Code::runNotFound, "run_not_found"},
+        {Code::experimentNotFound, "experiment_not_found"},
+        {Code::titleRequired, "title_required"},
+        {Code::notARepository, "not_a_repository"},
+        {Code::runCommandRequired, "run_command_required"},
+        {Code::noCommits, "no_commits"},
+        {Code::runCommandInherited, "run_command_inherited"},
+        {Code::branchMissing, "branch_missing"},
+        {Code::gitFailed, "git_failed"},
+        {Code::tooManyRuns, "too_many_runs"},
+        {Code::frozen, "frozen"},
+        {Code::alreadyRunning, "already_running"},
+        {Code::telemetryInvalid, "telemetry_invalid"},
+        {Code::launchFailed, "launch_failed"},
+        {Code::missingArgument, "missing_argument"},
+        {Code::unknownTool, "unknown_tool"},
+        {Code::tooManyQuestions, "too_many_questions"},
+        {Code::invalidOptions, "invalid_options"},
+        {Code::tooManyOptions, "too_many_options"},
+        {Code::duplicateOptions, "duplicate_options"},
+        {Code::noConversation, "no_conversation"},
+        {Code::paperNotFound, "paper_not_found"},
+    };
+
+    /// What the message tells, one by one. An error has those that its message names; the others are empty or 0.
+    struct Values {
+        /// What the caller named and isn't there, as it was given: an id, a number, an option, an argument, a tool.
+        std::string name{};
+        /// The title of a node, or the text of a question.
+        std::string title{};
+        std::string branch{};
+        std::string folder{};
+        /// The run command, or git's.
+        std::string command{};
+        /// What another program or a file had to say.
+        std::string reason{};
+        /// The run's number.
+        std::int64_t run = 0;
+        std::int64_t count = 0;
+        std::int64_t limit = 0;
+    };
+
+    LabError(Code what, std::string text);
+    LabError(Code what, std::string text, Values told);
 
     /// How a failure of git reaches an agent: git_failed, with the command and what git said.
-    [[nodiscard]] static LabError of(const Git::Failure& failure)
-    {
-        return {"git_failed", failure.command + " failed: " + failure.output};
-    }
+    [[nodiscard]] static LabError of(const Git::Failure& failure);
 
-    /// "<code>: <message>".
-    [[nodiscard]] std::string description() const override { return code + ": " + message; }
+    /// "<the code's word>: <message>".
+    [[nodiscard]] std::string description() const override;
 
-    std::string code; ///< lower-case words with underscores; stable
+    Code code;
     std::string message;
+    Values values;
 };
 
 } // namespace veltry

@@ -148,7 +148,7 @@ std::string LabTools::requiredString(std::string_view key, const JSONValue& argu
 {
     if (std::optional<std::string> text = optionalString(key, arguments))
         return std::move(*text);
-    throw LabError("missing_argument", fmt::format("Pass {}.", key));
+    throw LabError(LabError::Code::missingArgument, fmt::format("Pass {}.", key), {.name = std::string(key)});
 }
 
 std::optional<std::string> LabTools::optionalString(std::string_view key, const JSONValue& arguments)
@@ -267,7 +267,8 @@ LabTools::Answer LabTools::askUser(JSONValue arguments, Progress progress) const
 {
     const std::vector<Question> questions = AskUser::questions(arguments);
     if (!conversation)
-        throw LabError("no_conversation", "Nobody is there to answer: this server serves no conversation.");
+        throw LabError(
+            LabError::Code::noConversation, "Nobody is there to answer: this server serves no conversation.");
     const UUID id = lab.store->ask(questions, *conversation).id;
 
     const Clock::time_point deadline = Clock::now() + questionWait;

@@ -17,6 +17,13 @@ namespace {
 constexpr std::int64_t defaultLimit = 10;
 constexpr std::int64_t highestLimit = OpenAlex::pageSize;
 
+/// How a failure of the service or of a download reaches an agent: its text, with a word in front that says which.
+struct Failed : Error {
+    Failed(std::string_view word, const Error& error) : text(fmt::format("{}: {}", word, error.description())) {}
+    [[nodiscard]] std::string description() const override { return text; }
+    std::string text;
+};
+
 } // namespace
 
 /// A tool and what it does.
@@ -87,9 +94,9 @@ PaperTools::Answer PaperTools::answer(std::string name, JSONValue arguments) con
     try {
         co_return co_await std::move(work);
     } catch (const PaperSearchError& error) {
-        throw LabError("search_failed", error.description());
+        throw Failed("search_failed", error);
     } catch (const PaperFileError& error) {
-        throw LabError("download_failed", error.description());
+        throw Failed("download_failed", error);
     }
 }
 
@@ -103,7 +110,8 @@ asio::awaitable<Paper> PaperTools::paper(JSONValue arguments) const
     std::optional<Paper> found = co_await std::move(asked);
     if (!found)
         throw LabError(
-            "paper_not_found", fmt::format("No paper {}. Use an id from search_papers, like W4385245566.", id));
+            LabError::Code::paperNotFound,
+            fmt::format("No paper {}. Use an id from search_papers, like W4385245566.", id), {.name = id});
     co_return std::move(*found);
 }
 

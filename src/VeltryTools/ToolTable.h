@@ -54,7 +54,7 @@ template <typename Row, typename Self, typename... Arguments>
     for (const Row& row : rows)
         if (row.tool.name == name)
             return (self.*row.handler)(std::move(arguments)...);
-    throw LabError("unknown_tool", fmt::format("There is no tool {}.", name));
+    throw LabError(LabError::Code::unknownTool, fmt::format("There is no tool {}.", name), {.name = name});
 }
 
 /// Building blocks of the schemas. Defaults and limits stand in the descriptions alone.

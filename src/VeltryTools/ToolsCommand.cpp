@@ -43,7 +43,7 @@ std::string requiredOption(const Options& options, const std::string& name)
 {
     if (std::optional<std::string> value = option(options, name))
         return std::move(*value);
-    throw LabError("missing_option", fmt::format("Pass {}.", name));
+    throw LabError(LabError::Code::missingOption, fmt::format("Pass {}.", name), {.name = name});
 }
 
 std::shared_ptr<ProjectStore> openStore(const Options& options)
@@ -56,7 +56,7 @@ Project findProject(const ProjectStore& store, const std::string& id)
     std::vector<Project> projects = store.projects();
     const auto found = std::ranges::find(projects, id, [](const Project& project) { return project.id.text(); });
     if (found == projects.end())
-        throw LabError("project_not_found", fmt::format("No project {}.", id));
+        throw LabError(LabError::Code::projectNotFound, fmt::format("No project {}.", id), {.name = id});
     return std::move(*found);
 }
 
@@ -142,7 +142,7 @@ void supervise(const Options& options)
     const std::shared_ptr<ProjectStore> store = openStore(options);
     const std::optional<UUID> run = UUID::parse(requiredOption(options, "--run"));
     if (!run)
-        throw LabError("run_not_found", "--run takes a run's id.");
+        throw LabError(LabError::Code::runNotFound, "--run takes a run's id.");
     Supervisor::supervise(*run, *store);
 }
 

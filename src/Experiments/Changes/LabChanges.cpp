@@ -172,9 +172,12 @@ try {
     const std::string tip = frozen ? answered->commit : Git::branchReference(node.branch);
     const std::optional<std::string> tipCommit = git.resolve(tip);
     if (!tipCommit)
-        throw LabError("branch_missing", fmt::format("The branch {} is gone.", node.branch));
+        throw LabError(
+            LabError::Code::branchMissing, fmt::format("The branch {} is gone.", node.branch), {.branch = node.branch});
     if (!git.resolve(base.reference))
-        throw LabError("branch_missing", fmt::format("{} is gone from the repository.", base.name));
+        throw LabError(
+            LabError::Code::branchMissing, fmt::format("{} is gone from the repository.", base.name),
+            {.branch = base.name});
 
     Changes changes{
         .base = git.run({"merge-base", base.reference, tip}), .against = base.name, .frozen = frozen, .files = {}};

@@ -49,6 +49,14 @@ struct Command {
     bool hidden = false;  ///< for programs alone: no help, manual page or completion names it
     std::span<const Option> options;
     void (*run)(Context& context, const Arguments& arguments);
+
+    /// "project" of "project rename".
+    [[nodiscard]] std::string_view firstWord() const { return name.substr(0, name.find(' ')); }
+    /// "rename" of "project rename"; empty for a command of one word.
+    [[nodiscard]] std::string_view secondWord() const
+    {
+        return firstWord() == name ? std::string_view() : name.substr(firstWord().size() + 1);
+    }
 };
 
 /// What was given on the command line, by the options' names. What the command doesn't declare can't be there.

@@ -139,9 +139,8 @@ void set(Context& context, const Arguments& arguments)
     const Key key = keyNamed(arguments.required("KEY"));
     const std::string word = arguments.required("VALUE");
     const std::expected<Value, std::string> value = VeltrySettings::valueFromWord(key, word);
-    if (!value) // a warning of a file ends with the text that stands there
-        throw UsageError(fmt::format(
-            "{} {}, not {}.", key.text(), value.error().substr(0, value.error().find("; it is ")), text::quoted(word)));
+    if (!value)
+        throw UsageError(fmt::format("{} {}, not {}.", key.text(), value.error(), text::quoted(word)));
     if (text::oneLine(word) != word)
         throw UsageError(fmt::format("{} must be on one line, without control characters.", key.text()));
     const SettingsFile file;
