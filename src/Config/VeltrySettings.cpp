@@ -211,7 +211,7 @@ std::optional<std::string_view> tableName(std::string_view header)
     return bareName(header.substr(1, closing - 1));
 }
 
-/// The comment behind a value, from its "#" on; empty if there is none. A "#" inside quotes begins no comment.
+/// The comment after a value, from its "#" on; empty if there is none. A "#" inside quotes begins no comment.
 std::string_view commentBehind(std::string_view value)
 {
     char quote = 0;
@@ -241,8 +241,8 @@ std::string changedLine(std::string_view line, const Value& value)
 
 /// Where a setting stands in a file, or would.
 struct Place {
-    std::optional<std::size_t> line;   ///< the line that holds it
-    std::optional<std::size_t> behind; ///< the line that a new one would follow; nothing if the table is missing
+    std::optional<std::size_t> line;  ///< the line that holds it
+    std::optional<std::size_t> after; ///< the line that a new one would follow; nothing if the table is missing
 };
 
 Place find(Key key, const std::vector<std::string_view>& lines)
@@ -262,10 +262,10 @@ Place find(Key key, const std::vector<std::string_view>& lines)
         if (table != key.table || line.starts_with('#') || equals == std::string_view::npos)
             continue;
         if (bareName(line.substr(0, equals)) == key.name)
-            return {.line = index, .behind = {}};
+            return {.line = index, .after = {}};
         lastKey = index;
     }
-    return {.line = {}, .behind = lastKey ? lastKey : header};
+    return {.line = {}, .after = lastKey ? lastKey : header};
 }
 
 /// The line that keeps the setting from being written, as an index. In the table: where its place is inside a value of
@@ -273,8 +273,8 @@ Place find(Key key, const std::vector<std::string_view>& lines)
 std::optional<std::size_t> obstacle(Key key, const std::vector<std::string_view>& lines)
 {
     const Place place = find(key, lines);
-    if (place.line || place.behind)
-        return place.line ? place.line : place.behind;
+    if (place.line || place.after)
+        return place.line ? place.line : place.after;
     for (std::size_t index = 0; index < lines.size(); ++index) {
         const std::string_view line = trimmedBlanks(lines[index]);
         const std::string_view name = line.starts_with("[[") ? bareName(line.substr(2, line.find(']') - 2))
@@ -409,14 +409,14 @@ std::string VeltrySettings::setting(Key key, const Value& value, std::string_vie
 {
     const std::vector<std::string_view> lines = text::split(text, '\n');
     const Place place = find(key, lines);
-    if (!place.line && !place.behind)
+    if (!place.line && !place.after)
         return withNewTable(text, key, value);
 
     std::vector<std::string> changed(lines.begin(), lines.end());
     if (place.line)
         changed[*place.line] = changedLine(lines[*place.line], value);
     else
-        changed.insert(changed.begin() + static_cast<std::ptrdiff_t>(*place.behind) + 1, assignment(key, value));
+        changed.insert(changed.begin() + static_cast<std::ptrdiff_t>(*place.after) + 1, assignment(key, value));
     return text::joined(changed, "\n");
 }
 

@@ -134,7 +134,7 @@ struct VeltrySettings::Refused : Error {
     Refused(std::size_t number, std::string content) : line(number), text(std::move(content)) {}
     [[nodiscard]] std::string description() const override;
     std::size_t line; ///< in the text as it was; the first is 1
-    std::string text; ///< of that line
+    std::string text; ///< the line's own
 };
 
 inline constexpr VeltrySettings::Key VeltrySettings::Key::send{"composer", "send"};

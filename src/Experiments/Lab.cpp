@@ -28,8 +28,7 @@ constexpr std::size_t slugLength = 40;
 
 bool isLive(const Run& run)
 {
-    const double age = Date::now().secondsSince2001 - run.createdAt.secondsSince2001;
-    return age <= startingSeconds || Supervisor::isAlive(run);
+    return run.seconds() <= startingSeconds || Supervisor::isAlive(run);
 }
 
 /// Lower-case ASCII letters and digits, joined by single hyphens.

@@ -15,7 +15,7 @@ struct FileSystem {
     std::uint64_t freeBytes = 0; ///< for us, without what is kept for the administrator
 };
 
-/// Of `path`, or, where nothing lies there yet, of the first folder above that is there. Nothing if it can't be told.
+/// Where `path` lies, or would lie: nothing need be there yet. Nothing if it can't be told.
 [[nodiscard]] std::optional<FileSystem> of(const std::filesystem::path& path);
 
 /// Whether a type's name is that of a network file system.

@@ -105,7 +105,7 @@ public:
     void renameProject(const UUID& id, std::string_view name);
     void dismissImport(const UUID& id);
     void setCollapsed(const UUID& id, bool collapsed);
-    /// Puts the folder behind the others; does nothing if the project has it. Throws DatabaseError for an unknown
+    /// Puts the folder after the others; does nothing if the project has it. Throws DatabaseError for an unknown
     /// project.
     void addFolder(const std::filesystem::path& folder, const UUID& projectID);
     /// Takes everything of the project with it: conversations, experiments, runs.

@@ -51,7 +51,7 @@ struct RunRow {
         createdAt, endedAt;
 };
 
-/// Of all projects: SQLite finds the end of the table at once, but not the end of a project's rows.
+/// Across all projects: SQLite finds the end of the table at once, but not the end of a project's rows.
 std::int64_t lastRowID(Connection& connection)
 {
     return connection.firstInteger("SELECT MAX(rowid) FROM run").value_or(0);

@@ -41,6 +41,12 @@ struct Run {
     /// The folder with the snapshot of the commit.
     [[nodiscard]] std::filesystem::path source() const { return directory / "src"; }
 
+    /// How long it has taken so far, in seconds, from when it was made to its end, or to `now` where it goes on.
+    [[nodiscard]] double seconds(Date now = Date::now()) const
+    {
+        return endedAt.value_or(now).secondsSince2001 - createdAt.secondsSince2001;
+    }
+
     /// True if the run left a result.
     [[nodiscard]] bool answered() const { return result.has_value(); }
 

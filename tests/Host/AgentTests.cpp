@@ -103,7 +103,7 @@ TEST_F(AgentCommand, OffersOlderSessionsUntilTheyAreTakenUp)
     EXPECT_TRUE(offered());
     EXPECT_THAT(lab.veltry({"import", "--list", "--command", agent}).output, HasSubstr("Untitled session"));
     EXPECT_TRUE(offered());
-    EXPECT_THAT(lab.veltry({"import", "--command", agent}).error, HasSubstr("2 sessions of node can be gone on with"));
+    EXPECT_THAT(lab.veltry({"import", "--command", agent}).error, HasSubstr("2 sessions of node can be continued"));
     EXPECT_FALSE(offered());
     EXPECT_THAT(lab.veltry({"import", "--command", agent}).error, HasSubstr("that isn't here already"));
 }

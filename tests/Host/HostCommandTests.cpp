@@ -16,7 +16,8 @@ TEST(HostCommand, SaysOfEachCommandLineThatMeansNothingWhatWasMeantPerhaps)
     } cases[] = {
         {{}, "Which command? veltry --help lists them."},
         {{"treee"}, "There is no command treee. Did you mean tree? veltry --help lists them."},
-        {{"--json", "tree"}, "The command comes before its options, --json too. veltry --help lists the commands."},
+        {{"--json", "tree"},
+         "The command comes before its options, and so before --json. veltry --help lists the commands."},
         {{"project"}, "project needs a second word, one of these: rename, add-folder, remove."},
         {{"project", "remov"}, "There is no command project remov. Did you mean remove? After project comes"},
         {{"papers", "serch", "x"}, "There is no command papers serch. Did you mean search?"},

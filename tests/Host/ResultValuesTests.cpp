@@ -1,3 +1,4 @@
+#include "Host/Terminal/Numbers.h"
 #include "Host/Views/ResultValues.h"
 
 #include <gmock/gmock.h>

@@ -1,5 +1,7 @@
 #include "Host/Charts/Axis.h"
 
+#include "Host/Terminal/Numbers.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -12,7 +14,6 @@ namespace {
 
 constexpr double usualTicks = 5;
 constexpr double rounding = 1e-9; // of a step: how far a sum of steps may lie beside a round value
-constexpr int digits = 6;
 
 /// The least of 1, 2 and 5 times a power of ten that isn't below `least`.
 double roundStep(double least)
@@ -22,18 +23,6 @@ double roundStep(double least)
         if (factor * power >= least * (1 - rounding))
             return factor * power;
     return 10 * power;
-}
-
-/// "12,500" of "12500".
-std::string grouped(std::string number)
-{
-    const std::size_t first = number.starts_with('-') ? 1 : 0;
-    std::size_t at = std::min(number.find('.'), number.size());
-    while (at > first + 3) {
-        at -= 3;
-        number.insert(at, 1, ',');
-    }
-    return number;
 }
 
 /// The labels of one axis have the same number of decimals.
@@ -49,17 +38,6 @@ std::string label(double value, double step)
 }
 
 } // namespace
-
-std::string shortNumber(double value)
-{
-    std::string text = fmt::format("{:.{}g}", value, digits);
-    return text.contains('e') || text.contains('n') ? text : grouped(std::move(text)); // "inf" has an n as well
-}
-
-std::string grouped(std::int64_t count)
-{
-    return grouped(std::to_string(count));
-}
 
 Axis Axis::around(Range data, std::optional<double> fixedLow, std::optional<double> fixedHigh, bool isLogarithmic)
 {

@@ -1,6 +1,7 @@
 #include "Host/Charts/Chart.h"
 
 #include "Base/Text.h"
+#include "Host/Terminal/Numbers.h"
 
 #include <fmt/format.h>
 

@@ -4,6 +4,7 @@
 #include "Base/Text.h"
 #include "Host/Charts/Chart.h"
 #include "Host/Charts/SVGCharts.h"
+#include "Host/Terminal/Numbers.h"
 
 #include <fmt/format.h>
 

@@ -3,6 +3,7 @@
 #include "Base/Text.h"
 #include "Host/Charts/Chart.h"
 #include "Host/Charts/TextCanvas.h"
+#include "Host/Terminal/Numbers.h"
 #include "Host/Terminal/TextTable.h"
 
 #include <fmt/format.h>

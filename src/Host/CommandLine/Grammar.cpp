@@ -171,8 +171,8 @@ void checkCommand(const std::vector<std::string>& arguments)
     if (std::ranges::find(own, given) != own.end())
         return;
     if (given.starts_with('-'))
-        throw UsageError(
-            fmt::format("The command comes before its options, {} too. veltry --help lists the commands.", given));
+        throw UsageError(fmt::format(
+            "The command comes before its options, and so before {}. veltry --help lists the commands.", given));
     std::vector<std::string> known;
     for (const Command& command : CommandTable::commands())
         known.emplace_back(command.firstWord());

@@ -1,3 +1,4 @@
+#include "Base/Plural.h"
 #include "Base/Text.h"
 #include "Host/Agent/AgentConversation.h"
 #include "Host/Agent/AgentLaunch.h"
@@ -41,7 +42,7 @@ Result runToEnd(asio::io_context& executor, asio::awaitable<Result> work)
     return std::move(*result);
 }
 
-/// The one to go on with. One that is had with another agent from now on forgets its session.
+/// The conversation to continue. One that changes to another agent forgets its session with the agent before.
 std::optional<Conversation> conversationFor(Context& context, const Arguments& arguments, const Harness& harness)
 {
     const std::optional<std::string> named = arguments.text("--conversation");
@@ -70,7 +71,7 @@ std::optional<std::string> promptOf(const Arguments& arguments)
     return prompt;
 }
 
-/// The one that is named; else the one that the conversation was had with, else the usual one.
+/// The agent that is named, or else the one of the conversation, or else the default one.
 Harness harnessOf(Context& context, const Arguments& arguments)
 {
     const std::optional<std::string> name = arguments.text("--harness");
@@ -80,7 +81,7 @@ Harness harnessOf(Context& context, const Arguments& arguments)
         usual = context.conversation(*named).harness;
         if (!name && !command && Harness::named(usual).name != usual)
             throw Refusal(fmt::format(
-                "That conversation was had with {}. Name its program with --command, or another agent with --harness.",
+                "That conversation was with {}. Name its program with --command, or another agent with --harness.",
                 usual));
     }
     return AgentLaunch::harnessFor(name, command, usual);
@@ -103,7 +104,7 @@ void agent(Context& context, const Arguments& arguments)
         executor.get_executor());
     const bool isBrokenOff = runToEnd(executor, talk->run(talk));
     if (const std::optional<Conversation>& had = talk->conversation())
-        context.note(fmt::format("To go on: veltry agent --conversation {}", had->id.text().substr(0, 8)));
+        context.note(fmt::format("To continue: veltry agent --conversation {}", had->id.text().substr(0, 8)));
     if (isBrokenOff)
         throw Interruption::Interrupted();
 }
@@ -112,7 +113,7 @@ void import(Context& context, const Arguments& arguments)
 {
     if (arguments.has("--dismiss")) {
         context.store()->dismissImport(context.project().id);
-        return context.note("Noted: sessions of the past are not offered for this project.");
+        return context.note("Noted: past sessions are no longer offered for this project.");
     }
     const Harness harness = harnessOf(context, arguments);
     asio::io_context executor(1);
@@ -121,7 +122,8 @@ void import(Context& context, const Arguments& arguments)
     if (!arguments.has("--list"))
         context.store()->dismissImport(context.project().id); // the offer is answered
     if (past.empty())
-        return context.note(fmt::format("{} remembers nothing of this folder that isn't here already.", harness.name));
+        return context.note(
+            fmt::format("{} has no past sessions in this folder that aren't here already.", harness.name));
     TextTable table({{.heading = "session", .mayBeCut = true}, {.heading = "last used"}});
     for (const PastConversation& session : past)
         table.add({{session.title}, {Times::ago(session.createdAt), Style::dim}});
@@ -130,7 +132,7 @@ void import(Context& context, const Arguments& arguments)
         return;
     context.store()->importConversations(past, context.project().id, harness.name);
     context.note(fmt::format(
-        "{} session{} of {} can be gone on with: veltry conversations.", past.size(), past.size() == 1 ? "" : "s",
+        "{} of {} can be continued: veltry conversations lists them.", counted(std::ssize(past), "session", "sessions"),
         harness.name));
 }
 
@@ -138,7 +140,8 @@ constexpr std::array agentOptions = {
     Option{"--harness", "NAME", "The agent: Claude Code, Codex or OpenCode; by default the setting agents.default"},
     Option{"--command", "LINE", "Any program that speaks ACP on its pipes, with its arguments, in place of a harness"},
     Option{
-        "--conversation", "ID", "Go on with this one; a new one by default", Count::optional, Completion::conversation},
+        "--conversation", "ID", "Continue this one; by default a new one begins", Count::optional,
+        Completion::conversation},
     Option{"--allow-all", "", "Permit whatever the agent asks for, without asking you"},
     Option{"PROMPT", "", "One turn with this prompt; without it you are asked for prompts", Count::many},
 };
@@ -147,7 +150,7 @@ constexpr std::array importOptions = {
     Option{"--harness", "NAME", "The agent: Claude Code, Codex or OpenCode; by default the setting agents.default"},
     Option{"--command", "LINE", "Any program that speaks ACP on its pipes, with its arguments, in place of a harness"},
     Option{"--list", "", "Show what there is, and import nothing"},
-    Option{"--dismiss", "", "Don't offer this for the project any more"},
+    Option{"--dismiss", "", "Don't offer it for this project again"},
 };
 
 constexpr std::array table = {

@@ -1,3 +1,4 @@
+#include "Base/Plural.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
 #include "Host/Doctor/MachineFindings.h"
@@ -38,7 +39,7 @@ std::vector<Finding> examined(const std::filesystem::path& path, const StoreFind
     return findings;
 }
 
-/// Of the project here, if there is one that a client may be attached to.
+/// How a client attaches to the project here, if there is one and `init` has made it ready.
 std::optional<ClientConfiguration> clientHere(Context& context)
 try {
     const ProjectStore& store = *context.store();
@@ -49,7 +50,7 @@ try {
     return std::nullopt;
 }
 
-/// A store that can't be read, after a yes. The new one is empty.
+/// Moves a store that can't be read out of the way, after a yes, and makes an empty one.
 bool setAside(const Context& context, bool isWanted)
 {
     if (!isWanted && !Prompt::confirms(context.notes(), "Set the damaged store aside and begin with an empty one?"))
@@ -91,7 +92,7 @@ void doctor(Context& context, const Arguments& arguments)
     if (store.state == State::damaged && setAside(context, arguments.has("--set-aside")))
         --wrong;
     if (wrong > 0)
-        throw Refusal(wrong == 1 ? "One thing is wrong." : fmt::format("{} things are wrong.", wrong));
+        throw Refusal(counted(wrong, "thing is wrong.", "things are wrong."));
 }
 
 constexpr std::array options = {
@@ -104,7 +105,7 @@ constexpr std::array options = {
 constexpr std::array table = {
     Command{
         .name = "doctor",
-        .summary = "Look whether all that is needed works, and say what to do where it doesn't",
+        .summary = "Check whether all that is needed works, and say what to do where it doesn't",
         .example = "veltry doctor",
         .hasJSON = true,
         .options = options,

@@ -1,6 +1,7 @@
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
+#include "Host/Terminal/Numbers.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/Times.h"
 #include "Host/Views/RecordJSON.h"

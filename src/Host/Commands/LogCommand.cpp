@@ -59,7 +59,7 @@ private:
     bool isFirst_ = true;
 };
 
-/// The lines that are new while we look have no other time yet than now.
+/// A line that comes while we look has no stamp yet, and its time is now.
 void stamp(std::vector<RunLog::Follower::Piece>& pieces)
 {
     for (RunLog::Follower::Piece& piece : pieces)
@@ -131,7 +131,7 @@ void log(Context& context, const Arguments& arguments)
 constexpr std::array logOptions = {
     Option{"RUN", "", "The run, by its number or id", Count::required, Completion::run},
     Option{"-n,--lines", "N", "How many of the last lines; 50 by default"},
-    Option{"-f,--follow", "", "Go on with what the run prints until it ends"},
+    Option{"-f,--follow", "", "Keep printing what the run writes, until it ends"},
     Option{"--no-times", "", "Don't tell when each line was printed"},
 };
 

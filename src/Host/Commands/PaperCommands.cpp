@@ -2,8 +2,10 @@
 #include "Host/Awaited.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
+#include "Host/Terminal/Fields.h"
 #include "Host/Terminal/Progress.h"
 #include "Host/Terminal/TextTable.h"
+#include "Host/Terminal/Wrapping.h"
 #include "Literature/BibTeX.h"
 #include "Literature/OpenAlex.h"
 #include "Literature/PaperFiles.h"
@@ -182,26 +184,6 @@ void search(Context& context, const Arguments& arguments)
     context.note(fmt::format("{} of {} papers that match, the most relevant first.", page.papers.size(), page.total));
 }
 
-/// The words in lines of at most that many columns.
-std::string wrapped(std::string_view given, std::size_t columns)
-{
-    std::string text;
-    std::size_t taken = 0;
-    for (const std::string_view word : text::split(given, ' ')) {
-        const std::size_t width = text::columns(word);
-        if (taken > 0 && taken + 1 + width > columns) {
-            text += '\n';
-            taken = 0;
-        } else if (taken > 0) {
-            text += ' ';
-            ++taken;
-        }
-        text += word;
-        taken += width;
-    }
-    return text;
-}
-
 /// The projects that hold the paper, the oldest first.
 std::vector<Project> projectsWith(const Paper& paper, const ProjectStore& store)
 {
@@ -219,28 +201,25 @@ std::string paperText(
     const Terminal& terminal)
 {
     constexpr std::size_t widest = 100;
-    TextTable fields({{}, {}});
-    const auto field = [&](const char* name, const std::string& value) {
-        if (!value.empty())
-            fields.add({{name, Style::dim}, {value}});
-    };
-    field("id", paper.id);
-    field("authors", PaperTexts::authors(paper, 20));
-    field("year", yearOf(paper));
-    field("venue", paper.venue.value_or(""));
-    field("citations", fmt::format("{}", paper.citations));
-    field("doi", paper.doi.value_or(""));
-    field("link", paper.url);
-    field("pdf", paper.pdfURL.value_or(""));
-    field("downloaded", file ? file->string() : "");
+    Fields fields;
+    fields.add("id", paper.id);
+    fields.add("authors", PaperTexts::authors(paper, 20));
+    fields.add("year", yearOf(paper));
+    fields.add("venue", paper.venue.value_or(""));
+    fields.add("citations", fmt::format("{}", paper.citations));
+    fields.add("doi", paper.doi.value_or(""));
+    fields.add("link", paper.url);
+    fields.add("pdf", paper.pdfURL.value_or(""));
+    fields.add("downloaded", file ? file->string() : "");
     std::vector<std::string> names;
     for (const Project& project : projects)
         names.push_back(project.name);
-    field("saved", names.empty() ? "no" : "to " + text::joined(names, ", "));
+    fields.add("saved", names.empty() ? "no" : "to " + text::joined(names, ", "));
+    const std::string abstract = paper.abstract.value_or("OpenAlex has no abstract for this paper.");
     const std::size_t width = terminal.size() ? std::min(terminal.size()->columns, widest) : widest;
     return fmt::format(
         "{}\n{}\n{}\n", terminal.styled(Style::bold, text::oneLine(paper.title)), fields.text(terminal),
-        wrapped(text::oneLine(paper.abstract.value_or("OpenAlex has no abstract for this paper.")), width));
+        text::joined(wrapped(text::oneLine(abstract), width, LongWords::whole), "\n"));
 }
 
 void show(Context& context, const Arguments& arguments)

@@ -3,6 +3,7 @@
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
 #include "Host/Terminal/Harmless.h"
+#include "Host/Terminal/Numbers.h"
 #include "Host/Terminal/Times.h"
 #include "Host/Views/NodeView.h"
 #include "Host/Views/RecordJSON.h"

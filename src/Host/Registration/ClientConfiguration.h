@@ -20,15 +20,15 @@ struct ClientConfiguration {
     /// Seconds that a client has to wait for an answer: the longest wait of a tool, and a minute.
     static constexpr int patience = 1860;
 
-    /// For that project and the conversation in which its questions are asked. `environment` is this process's own; of
-    /// it the block gets what the server reads.
+    /// For that project and the conversation in which its questions are asked. `environment` is this process's own;
+    /// the block gets those of its variables that the server reads.
     [[nodiscard]] static ClientConfiguration of(
         const ProjectStore& store, const Project& project, const Conversation& conversation,
         const ChildProcess::Environment& environment);
 
     /// The block, with its line feed. As JSON or TOML, since the default paths hold a blank.
     [[nodiscard]] std::string text(std::string_view form = "common") const;
-    /// What a person has to know beside it, a line each.
+    /// What else a person has to know, a line each.
     [[nodiscard]] std::vector<std::string> notes(std::string_view form = "common") const;
 
     std::filesystem::path command;

@@ -3,8 +3,6 @@
 #include "Experiments/Changes/CommittedFiles.h"
 #include "Platform/Files.h"
 
-#include <fmt/format.h>
-
 #include <fts.h>
 #include <sys/stat.h>
 
@@ -45,7 +43,7 @@ void walk(const fs::path& folder, Visit visit)
     }
 }
 
-/// Adds up what lies on the disk, of what has several names once.
+/// Adds up what lies on the disk; a file with several names counts once.
 class Weights {
 public:
     /// 0 for what was there already.
@@ -75,18 +73,6 @@ std::uint64_t weight(const fs::path& path)
     Weights weights;
     walk(path, [&](std::string_view, const Status& status) { bytes += weights.of(status); });
     return bytes;
-}
-
-std::string size(std::uint64_t bytes)
-{
-    constexpr std::array units = {"kB", "MB", "GB", "TB"};
-    if (bytes < 1000)
-        return fmt::format("{} B", bytes);
-    double number = static_cast<double>(bytes) / 1000;
-    std::size_t unit = 0;
-    for (; number >= 999.95 && unit + 1 < units.size(); ++unit)
-        number /= 1000;
-    return fmt::format("{:.1f} {}", number, units.at(unit));
 }
 
 Project project(const Lab& lab)
@@ -135,7 +121,8 @@ std::uint64_t release(const Lab& lab, const Run& run)
         for (fs::path folder = file.path.parent_path(); !folder.empty(); folder = folder.parent_path())
             folders.insert(folder);
     }
-    for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) { // the inner ones first
+    // The inner ones first.
+    for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
         std::error_code notEmpty;
         if (fs::is_directory(fs::symlink_status(run.source() / *folder, notEmpty)))
             fs::remove(run.source() / *folder, notEmpty);

@@ -36,11 +36,4 @@ using ResultValues = std::vector<ResultValue>;
 /// The last of a node's runs, by number, that has a result, or null: it speaks for the node.
 [[nodiscard]] const Run* answerAmong(const std::vector<Run>& runs);
 
-/// For eyes: six digits, whole numbers whole ("0.412346", "9120").
-[[nodiscard]] std::string shownNumber(double number);
-/// The same with its sign: "+0.012", "-3", "0".
-[[nodiscard]] std::string shownDifference(double difference);
-/// For programs: whatever reads back equal.
-[[nodiscard]] std::string exactNumber(double number);
-
 } // namespace veltry

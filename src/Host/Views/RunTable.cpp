@@ -3,6 +3,7 @@
 #include "Base/Text.h"
 #include "Host/CommandLine/Nearest.h"
 #include "Host/Refusal.h"
+#include "Host/Terminal/Numbers.h"
 
 #include <fmt/format.h>
 

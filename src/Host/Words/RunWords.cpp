@@ -31,17 +31,17 @@ bool isNumber(std::string_view given)
 std::string state(const Run& run, Date now)
 {
     const std::string_view status = Run::statusText(run.status);
-    const double seconds = run.endedAt.value_or(now).secondsSince2001 - run.createdAt.secondsSince2001;
+    const std::string length = Times::length(run.seconds(now));
     switch (run.status) {
     case Run::Status::queued:
         return fmt::format("Run #{} is queued.", run.number);
     case Run::Status::running:
-        return fmt::format("Run #{} runs, for {} now.", run.number, Times::length(seconds));
+        return fmt::format("Run #{} runs, for {} now.", run.number, length);
     case Run::Status::succeeded:
     case Run::Status::failed:
-        return fmt::format("Run #{} {} after {}{}.", run.number, status, Times::length(seconds), exitWords(run));
+        return fmt::format("Run #{} {} after {}{}.", run.number, status, length, exitWords(run));
     case Run::Status::cancelled:
-        return fmt::format("Run #{} was cancelled after {}.", run.number, Times::length(seconds));
+        return fmt::format("Run #{} was cancelled after {}.", run.number, length);
     }
     return {};
 }
