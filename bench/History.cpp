@@ -1,6 +1,7 @@
 #include "History.h"
 
 #include "Platform/Files.h"
+#include "Programs.h"
 #include "Projects/Database.h"
 
 #include <fmt/format.h>
@@ -16,13 +17,6 @@ constexpr std::string_view insertRun = R"(INSERT INTO run
   (id, experiment_id, project_id, number, status, commit_sha, command, directory, pid, exit_code, result, created_at,
    ended_at)
 VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?))";
-
-Lab makeLab(const std::filesystem::path& folder, std::string_view name)
-{
-    auto store = std::make_shared<ProjectStore>(folder / fmt::format("{}.sqlite", name));
-    Project project = store->createProject("Bench", {folder / "project"});
-    return Lab(std::move(store), std::move(project), folder / "runs", {});
-}
 
 Experiment node(const Project& project, const std::vector<UUID>& earlier)
 {
@@ -45,7 +39,7 @@ Experiment node(const Project& project, const std::vector<UUID>& earlier)
 } // namespace
 
 History::History(const std::filesystem::path& folder, std::string_view name, Size size)
-    : lab_(makeLab(folder, name)), lastNumber_(size.runs + inFlight)
+    : lab_(makeLab(folder, folder / "project", {}, name)), lastNumber_(size.runs + inFlight)
 {
     fill(size);
     for (const Run& run : store().unfinishedRuns()) {

@@ -20,6 +20,7 @@ public:
     };
 
     static constexpr Size large{.nodes = 10'000, .runs = 100'000};
+    static constexpr Size middling{.nodes = 1'000, .runs = 10'000};
     static constexpr Size small{.nodes = 1, .runs = 10};
 
     /// Makes the store as a file of that name in `folder`.

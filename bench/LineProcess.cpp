@@ -3,15 +3,17 @@
 #include "Base/JSONValue.h"
 #include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
-#include "Platform/ProcessFacts.h"
 #include "Platform/SystemError.h"
+#include "Programs.h"
 
 #include <fmt/format.h>
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <stdexcept>
+#include <thread>
 
 namespace veltry::bench {
 
@@ -19,14 +21,11 @@ LineProcess::LineProcess(const std::filesystem::path& executable, const std::vec
 {
     Pipe input = Pipe::make();
     Pipe output = Pipe::make();
-    child_ = ChildProcess::start(
-        {.executable = executable,
-         .arguments = arguments,
-         .environment = ProcessFacts::environment(),
-         .directory = {},
-         .input = ChildProcess::Stream::to(input.reading.get()),
-         .output = ChildProcess::Stream::to(output.writing.get()),
-         .error = ChildProcess::Stream::to(STDERR_FILENO)});
+    ChildProcess::Command command = program(executable, arguments);
+    command.input = ChildProcess::Stream::to(input.reading.get());
+    command.output = ChildProcess::Stream::to(output.writing.get());
+    command.error = ChildProcess::Stream::to(STDERR_FILENO);
+    child_ = ChildProcess::start(command);
     input_ = std::move(input.writing);
     output_ = std::move(output.reading);
 }
@@ -66,6 +65,16 @@ std::string LineProcess::readLine()
     std::string line = held_.substr(0, end);
     held_.erase(0, end + 1);
     return line;
+}
+
+void LineProcess::exchange(std::string_view lines, std::size_t answers)
+{
+    const std::jthread writer([&] { send(lines); });
+    for (std::size_t seen = 0; seen < answers; held_.clear()) {
+        if (!readMore())
+            throw std::runtime_error("the child ended before it answered");
+        seen += static_cast<std::size_t>(std::ranges::count(held_, '\n'));
+    }
 }
 
 std::size_t LineProcess::skipAll()

@@ -26,6 +26,8 @@ public:
     void send(std::string_view line);
     /// The next line without its line feed. Throws std::runtime_error if the child ends before.
     [[nodiscard]] std::string readLine();
+    /// Sends lines without waiting, and reads until as many answers have come. Throws as readLine() does.
+    void exchange(std::string_view lines, std::size_t answers);
     /// Reads to the end and returns how many bytes came.
     std::size_t skipAll();
 

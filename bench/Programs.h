@@ -1,39 +1,36 @@
 #pragma once
 
+#include "Experiments/Lab.h"
+#include "Measure.h"
 #include "Platform/ChildProcess.h"
-#include "Platform/ProcessFacts.h"
 
 #include <filesystem>
-#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
+/// The programs that rows start, and the projects that they work on.
 namespace veltry::bench {
 
+/// A program in our environment.
+[[nodiscard]] ChildProcess::Command program(
+    const std::filesystem::path& executable, std::vector<std::string> arguments);
+
+/// `veltry` with settings of the row's own; in the project of `lab` where one is given.
+[[nodiscard]] ChildProcess::Command veltryCommand(
+    const Workplace& place, std::vector<std::string> arguments, const Lab* lab = nullptr);
+
 /// Runs a command to its end. Throws std::runtime_error with its errors if it fails.
-inline void runProgram(const ChildProcess::Command& command)
-{
-    if (const ChildProcess::Output output = ChildProcess::run(command); output.exitNumber != 0)
-        throw std::runtime_error(output.error);
-}
-
-/// The same with a program in our environment.
-inline void runProgram(const std::filesystem::path& executable, const std::vector<std::string>& arguments)
-{
-    runProgram(
-        {.executable = executable,
-         .arguments = arguments,
-         .environment = ProcessFacts::environment(),
-         .directory = {},
-         .input = {},
-         .output = {},
-         .error = {}});
-}
-
+void runProgram(const ChildProcess::Command& command);
 /// The same with a script of the shell.
-inline void runScript(const std::string& script)
-{
-    runProgram("/bin/sh", {"-c", script});
-}
+void runScript(const std::string& script);
+
+/// The only project of a new store, a file of that name in `folder`.
+[[nodiscard]] Lab makeLab(
+    const std::filesystem::path& folder, const std::filesystem::path& project, const std::filesystem::path& tools = {},
+    std::string_view name = "store");
+
+/// What `veltry-tools` is started with to serve it.
+[[nodiscard]] std::vector<std::string> serverArguments(const Lab& lab);
 
 } // namespace veltry::bench

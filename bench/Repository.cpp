@@ -5,8 +5,6 @@
 
 #include <fmt/format.h>
 
-#include <fcntl.h>
-
 namespace veltry::bench {
 
 std::filesystem::path moduleFile(const std::filesystem::path& folder, std::int64_t number)
@@ -28,7 +26,7 @@ void makeRepository(const std::filesystem::path& folder, std::int64_t files, std
         Files::createFolders(moduleFile(folder, number).parent_path());
     for (std::int64_t number = 0; number < files; ++number)
         Files::writeAll(
-            Files::open(moduleFile(folder, number), O_WRONLY | O_CREAT), moduleText(number, lines), "module");
+            Files::open(moduleFile(folder, number), Files::forAppending), moduleText(number, lines), "module");
     const Git git(folder);
     git.run({"init", "--quiet", "--initial-branch=main"});
     for (const auto& [key, value] :

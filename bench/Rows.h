@@ -11,6 +11,10 @@ namespace veltry::bench {
 [[nodiscard]] Measured runExperiment(const Workplace& place);
 [[nodiscard]] Measured experimentTree(const Workplace& place);
 
+// VeltryTools/CallRows.cpp
+[[nodiscard]] Measured emptyTreeCalls(const Workplace& place);
+[[nodiscard]] Measured refusedCalls(const Workplace& place);
+
 // Experiments/ChangesRows.cpp
 [[nodiscard]] Measured comparison(const Workplace& place);
 [[nodiscard]] Measured diffCommand(const Workplace& place);

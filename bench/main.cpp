@@ -29,6 +29,8 @@ constexpr double telemetryBytes = 200'000.0 * 8 * 12;
 constexpr std::array rows = {
     Row{"start of mcp to the answer of initialize", "sqlite3 opening the store for a select", 3, seconds, serverStart},
     Row{"round trip of ping", "the same line through cat", 2, seconds, ping},
+    Row{"experiment_tree of nothing, one of 5,000", "a bare loop giving the same lines", 6, seconds, emptyTreeCalls},
+    Row{"a call that its arguments fail, the same", "a bare loop giving the same lines", 1.5, seconds, refusedCalls},
     Row{"run_experiment, call to answer", "its git and tar commands in a script", 1.2, seconds, runExperiment},
     Row{"supervisor's start to the command's first", "setsid nohup, the shell, -l -c", 1.5, seconds, supervisorStart},
     Row{"private memory of a waiting supervisor", "sleep", 3 * megabyte, bytes, supervisorMemory},

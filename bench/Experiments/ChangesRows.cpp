@@ -19,10 +19,9 @@ constexpr std::int64_t editedFiles = 10;
 class ComparedNode {
 public:
     ComparedNode(const Workplace& place, std::int64_t files, std::int64_t lines, std::int64_t edits)
-        : folder_(place.folder), lab_(makeLab(place, files, lines)),
+        : place_(place), lab_(makeLabOf(place, files, lines)),
           parent_(lab_.create({.title = "Base", .notes = {}, .parent = {}, .runCommand = "true", .conversation = {}})),
-          node_(lab_.create(
-              {.title = "Node", .notes = {}, .parent = parent_.id.text(), .runCommand = {}, .conversation = {}}))
+          node_(lab_.create({.title = "Node", .notes = {}, .parent = parent_.id, .runCommand = {}, .conversation = {}}))
     {
         const std::filesystem::path tree = lab_.worktree(node_);
         for (std::int64_t number = 0; number < edits; ++number)
@@ -43,11 +42,7 @@ public:
     /// The same by the command of a person.
     [[nodiscard]] double command() const
     {
-        return secondsOf([&] {
-            runProgram(
-                lab_.tools.parent_path() / "veltry",
-                {"diff", node_.slug, "--db", lab_.store->path().string(), "--project", lab_.project.name});
-        });
+        return secondsOf([&] { runProgram(veltryCommand(place_, {"diff", node_.slug}, &lab_)); });
     }
 
     /// The commands that a comparison can't do without, in a shell.
@@ -69,22 +64,20 @@ git -C "$tree" add --all
 {5} --unified=3 --cached "$base" -- >"$target/text"
 rm "$target/index"
 )script",
-            lab_.project.folders.front().string(), lab_.worktree(node_).string(), folder_.string(), parent_.branch,
-            node_.branch, diff);
+            lab_.project.folders.front().string(), lab_.worktree(node_).string(), place_.folder.string(),
+            parent_.branch, node_.branch, diff);
         return secondsOf([&] { runScript(script); });
     }
 
 private:
-    static Lab makeLab(const Workplace& place, std::int64_t files, std::int64_t lines)
+    static Lab makeLabOf(const Workplace& place, std::int64_t files, std::int64_t lines)
     {
         const std::filesystem::path repository = place.folder / "repository";
         makeRepository(repository, files, lines);
-        auto store = std::make_shared<ProjectStore>(place.folder / "store.sqlite");
-        Project project = store->createProject("Bench", {repository});
-        return {std::move(store), std::move(project), place.folder / "runs", place.tools};
+        return makeLab(place.folder, repository, place.tools);
     }
 
-    std::filesystem::path folder_;
+    const Workplace& place_;
     Lab lab_;
     Experiment parent_;
     Experiment node_;

@@ -7,7 +7,6 @@
 
 #include <fmt/format.h>
 
-#include <fcntl.h>
 #include <sys/resource.h>
 
 #include <stdexcept>
@@ -35,10 +34,10 @@ std::filesystem::path makeLog(
         RunLog::Stamp::at(end + line * lineLength, Date::now()).appendTo(stamps);
         lines += fmt::format("{:<{}}\n", fmt::format("step {} loss 1.0123", line), lineLength - 1);
     }
-    const FileDescriptor file = Files::open(log, O_WRONLY | O_CREAT | O_APPEND);
+    const FileDescriptor file = Files::open(log, Files::forAppending);
     Files::truncate(file, end);
     Files::writeAll(file, lines, name);
-    Files::writeAll(Files::open(RunLog::times(log), O_WRONLY | O_CREAT), stamps, name);
+    Files::writeAll(Files::open(RunLog::times(log), Files::forAppending), stamps, name);
     return log;
 }
 
@@ -75,7 +74,7 @@ double stamperSeconds(const std::filesystem::path& log)
     runScript(write);
     stamper.stop();
     const double spent = cpuSeconds(RUSAGE_SELF) - before;
-    if (Files::size(Files::open(RunLog::times(log), O_RDONLY)) != stampedLines * RunLog::Stamp::length)
+    if (Files::size(Files::open(RunLog::times(log), Files::forReading)) != stampedLines * RunLog::Stamp::length)
         throw std::runtime_error("not every line got a stamp");
     return spent;
 }

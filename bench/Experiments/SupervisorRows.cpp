@@ -3,7 +3,7 @@
 #include "Platform/Files.h"
 #include "Platform/ProcessFacts.h"
 #include "Platform/SystemError.h"
-#include "Projects/ProjectStore.h"
+#include "Programs.h"
 #include "Rows.h"
 
 #include <fmt/format.h>
@@ -29,7 +29,7 @@ public:
     {
         if (::mkfifo(path_.c_str(), 0600) != 0)
             throw SystemError("could not make a pipe");
-        file_ = Files::open(path_, O_RDWR | O_NONBLOCK);
+        file_.reset(::open(path_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC)); // with a writer of its own it has no end
     }
 
     /// A shell's command that gives the signal without a process of its own.
@@ -54,11 +54,11 @@ private:
 class QueuedRuns {
 public:
     QueuedRuns(const Workplace& place, const std::string& command)
-        : place_(place), store_(place.folder / "store.sqlite")
+        : lab_(makeLab(place.folder, place.folder, place.tools))
     {
         node_ = {
             .id = UUID::random(),
-            .projectID = store_.createProject("Bench", {place.folder}).id,
+            .projectID = lab_.project.id,
             .parentID = {},
             .slug = "baseline",
             .branch = "veltry/baseline",
@@ -68,13 +68,13 @@ public:
             .archived = false,
             .conversationID = {},
             .createdAt = Date::now()};
-        store_.insertExperiment(node_);
+        lab_.store->insertExperiment(node_);
     }
 
     Run add()
     {
         const UUID id = UUID::random();
-        const Run run = store_.insertRun(id, node_, "0123", place_.folder / id.text());
+        const Run run = lab_.store->insertRun(id, node_, "0123", lab_.runsFolder / id.text());
         Files::createFolders(run.source());
         return run;
     }
@@ -82,18 +82,17 @@ public:
     [[nodiscard]] pid_t supervise(const Run& run) const
     {
         return Spawn::start(
-            {.executable = place_.tools,
-             .arguments = {"supervise", "--db", store_.path().string(), "--run", run.id.text()},
+            {.executable = lab_.tools,
+             .arguments = {"supervise", "--db", lab_.store->path().string(), "--run", run.id.text()},
              .environment = ProcessFacts::environment(),
              .directory = run.directory,
              .log = run.directory / "supervisor.log"});
     }
 
-    [[nodiscard]] const ProjectStore& store() const { return store_; }
+    [[nodiscard]] const ProjectStore& store() const { return *lab_.store; }
 
 private:
-    const Workplace& place_;
-    ProjectStore store_;
+    Lab lab_;
     Experiment node_;
 };
 
@@ -112,16 +111,6 @@ double privateMemory(pid_t process)
             }
     }
     return last;
-}
-
-pid_t start(const std::filesystem::path& executable, const std::vector<std::string>& arguments, const Workplace& place)
-{
-    return Spawn::start(
-        {.executable = executable,
-         .arguments = arguments,
-         .environment = ProcessFacts::environment(),
-         .directory = place.folder,
-         .log = place.folder / "log"});
 }
 
 } // namespace
@@ -150,14 +139,12 @@ Measured supervisorStart(const Workplace& place)
         Files::createFolders(folder);
         // A group of its own would make setsid fork first.
         return timed([&] {
-            return ChildProcess::start(
-                {.executable = "/usr/bin/setsid",
-                 .arguments = {"nohup", Spawn::loginShell().string(), "-l", "-c", begun.command()},
-                 .environment = ProcessFacts::environment(),
-                 .directory = folder,
-                 .input = {},
-                 .output = ChildProcess::Stream::appendTo(folder / "log"),
-                 .error = ChildProcess::Stream::sameAsOutput()});
+            ChildProcess::Command command =
+                program("/usr/bin/setsid", {"nohup", Spawn::loginShell().string(), "-l", "-c", begun.command()});
+            command.directory = folder;
+            command.output = ChildProcess::Stream::appendTo(folder / "log");
+            command.error = ChildProcess::Stream::sameAsOutput();
+            return ChildProcess::start(command);
         });
     };
     return interleaved(60, ours, limit, least);
@@ -178,7 +165,7 @@ Measured supervisorMemory(const Workplace& place)
         return bytes;
     };
     const auto limit = [&] {
-        const pid_t sleeper = start("/usr/bin/sleep", {"600"}, place);
+        const pid_t sleeper = ChildProcess::start(program("/usr/bin/sleep", {"600"}));
         const double bytes = privateMemory(sleeper);
         ::kill(sleeper, SIGTERM);
         static_cast<void>(ChildProcess::wait(sleeper));

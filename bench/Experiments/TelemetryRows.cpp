@@ -6,7 +6,6 @@
 
 #include <fmt/format.h>
 
-#include <fcntl.h>
 #include <malloc.h>
 #include <simdjson.h>
 
@@ -45,7 +44,7 @@ std::string telemetryLines(int count)
 std::filesystem::path makeTelemetry(const Workplace& place, const std::string& lines, std::string_view name)
 {
     const std::filesystem::path file = place.folder / name;
-    Files::writeAll(Files::open(file, O_WRONLY | O_CREAT | O_APPEND), lines, name);
+    Files::writeAll(Files::open(file, Files::forAppending), lines, name);
     return file;
 }
 
@@ -94,7 +93,7 @@ double walkSeconds(const simdjson::padded_string& bytes)
 
 double wcSeconds(const std::filesystem::path& file)
 {
-    return secondsOf([&] { runProgram("/usr/bin/wc", {"-l", file.string()}); });
+    return secondsOf([&] { runProgram(program("/usr/bin/wc", {"-l", file.string()})); });
 }
 
 /// What one new line costs a reader that knows the lines before.
@@ -102,7 +101,7 @@ double newLineSeconds(const std::filesystem::path& file, const std::string& line
 {
     Telemetry telemetry;
     telemetry.read(file, false);
-    const FileDescriptor end = Files::open(file, O_WRONLY | O_APPEND);
+    const FileDescriptor end = Files::open(file, Files::forAppending);
     std::vector<double> values;
     for (int time = 0; time < 100; ++time) {
         Files::writeAll(end, line, "telemetry");

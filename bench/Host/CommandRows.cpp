@@ -2,52 +2,21 @@
 #include "Experiments/RunLog/RunLog.h"
 #include "History.h"
 #include "Platform/Files.h"
-#include "Platform/ProcessFacts.h"
 #include "Programs.h"
 #include "Rows.h"
 
 #include <fmt/format.h>
-
-#include <fcntl.h>
 
 namespace veltry::bench {
 
 namespace {
 
 constexpr int rounds = 15;
-constexpr History::Size usual{.nodes = 1'000, .runs = 10'000};
 
 /// Seconds that a program takes from its start to its end, writing into a pipe.
 double secondsOfProgram(const ChildProcess::Command& command)
 {
     return secondsOf([&] { runProgram(command); });
-}
-
-ChildProcess::Command program(
-    const Workplace& place, const std::filesystem::path& executable, const std::vector<std::string>& arguments)
-{
-    ChildProcess::Environment environment = ProcessFacts::environment();
-    environment["XDG_DATA_HOME"] = (place.folder / "data").string();
-    environment["VELTRY_SETTINGS_PATH"] = (place.folder / "settings.toml").string();
-    return {
-        .executable = executable,
-        .arguments = arguments,
-        .environment = std::move(environment),
-        .directory = place.folder,
-        .input = {},
-        .output = {},
-        .error = {},
-        .group = ChildProcess::Group::ours};
-}
-
-ChildProcess::Command veltry(
-    const Workplace& place, std::vector<std::string> arguments, const History* history = nullptr)
-{
-    if (history) {
-        Files::createFolders(place.folder / "project");
-        arguments.insert(arguments.end(), {"--db", history->store().path().string(), "--project", "Bench"});
-    }
-    return program(place, place.tools.parent_path() / "veltry", arguments);
 }
 
 Measured timed(const ChildProcess::Command& command, double aim)
@@ -58,8 +27,8 @@ Measured timed(const ChildProcess::Command& command, double aim)
 /// In the project of a long history.
 Measured command(const Workplace& place, std::vector<std::string> arguments, double aim)
 {
-    const History history(place.folder, "store", usual);
-    return timed(veltry(place, std::move(arguments), &history), aim);
+    const History history(place.folder, "store", History::middling);
+    return timed(veltryCommand(place, std::move(arguments), &history.lab()), aim);
 }
 
 /// A hundred conversations, each with nine closed rounds of questions and an open one.
@@ -83,9 +52,9 @@ void fillConversations(const History& history)
 
 Measured commandOfConversations(const Workplace& place, std::vector<std::string> arguments)
 {
-    const History history(place.folder, "store", usual);
+    const History history(place.folder, "store", History::middling);
     fillConversations(history);
-    return timed(veltry(place, std::move(arguments), &history), 0.050);
+    return timed(veltryCommand(place, std::move(arguments), &history.lab()), 0.050);
 }
 
 } // namespace
@@ -117,9 +86,9 @@ Measured questionsCommand(const Workplace& place)
 
 Measured projectsCommand(const Workplace& place)
 {
-    const History history(place.folder, "store", usual);
+    const History history(place.folder, "store", History::middling);
     fillConversations(history);
-    return timed(veltry(place, {"projects", "--db", history.store().path().string()}), 0.050);
+    return timed(veltryCommand(place, {"projects", "--db", history.store().path().string()}), 0.050);
 }
 
 Measured conversationsCommand(const Workplace& place)
@@ -130,12 +99,12 @@ Measured conversationsCommand(const Workplace& place)
 Measured settingsCommand(const Workplace& place)
 {
     Files::writeAtomically(place.folder / "settings.toml", VeltrySettings::templateText({}));
-    return timed(veltry(place, {"settings"}), 0.050);
+    return timed(veltryCommand(place, {"settings"}), 0.050);
 }
 
 Measured logCommand(const Workplace& place)
 {
-    const History history(place.folder, "store", usual);
+    const History history(place.folder, "store", History::middling);
     const Run run = history.store().run(9000, history.project()).value();
     Files::createFolders(run.directory);
     std::string lines;
@@ -143,7 +112,7 @@ Measured logCommand(const Workplace& place)
         lines += fmt::format("step {} loss 1.0123 at the length that such lines usually have\n", line);
     Files::writeAtomically(run.log(), lines);
     RunLog::stampWhole(run.log(), Date::now(), 0.01);
-    return timed(veltry(place, {"log", "9000", "-n", "100"}, &history), 0.050);
+    return timed(veltryCommand(place, {"log", "9000", "-n", "100"}, &history.lab()), 0.050);
 }
 
 Measured compareCommand(const Workplace& place)
@@ -158,15 +127,15 @@ Measured completeCommand(const Workplace& place)
 
 Measured diskCommand(const Workplace& place)
 {
-    const History history(place.folder, "store", usual);
+    const History history(place.folder, "store", History::middling);
     for (std::int64_t number = 1; number <= 1'000; ++number) {
         const Run run = history.store().run(number, history.project()).value();
         Files::createFolders(run.source());
         for (int file = 0; file < 10; ++file)
-            Files::writeAll(Files::open(run.source() / fmt::format("{}.py", file), O_WRONLY | O_CREAT), "1", "file");
+            Files::writeAll(Files::open(run.source() / fmt::format("{}.py", file), Files::forAppending), "1", "file");
     }
-    const ChildProcess::Command ours = veltry(place, {"disk"}, &history);
-    const ChildProcess::Command du = program(place, "/usr/bin/du", {"-s", history.lab().runsFolder.string()});
+    const ChildProcess::Command ours = veltryCommand(place, {"disk"}, &history.lab());
+    const ChildProcess::Command du = program("/usr/bin/du", {"-s", history.lab().runsFolder.string()});
     return interleaved(rounds, [&] { return secondsOfProgram(ours); }, [&] { return secondsOfProgram(du); }, least);
 }
 

@@ -3,8 +3,8 @@
 #include "History.h"
 #include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
-#include "Platform/ProcessFacts.h"
 #include "Platform/SystemError.h"
+#include "Programs.h"
 #include "Rows.h"
 
 #include <fmt/format.h>
@@ -20,10 +20,7 @@ namespace {
 /// A `veltry` that goes on until this value ends.
 class Watcher {
 public:
-    Watcher(const Workplace& place, const History& history, std::vector<std::string> arguments)
-        : process_(start(place, history, std::move(arguments)))
-    {
-    }
+    explicit Watcher(ChildProcess::Command command) : process_(start(std::move(command))) {}
     Watcher(const Watcher&) = delete;
     Watcher& operator=(const Watcher&) = delete;
     ~Watcher()
@@ -45,20 +42,10 @@ public:
     }
 
 private:
-    static pid_t start(const Workplace& place, const History& history, std::vector<std::string> arguments)
+    static pid_t start(ChildProcess::Command command)
     {
-        ChildProcess::Environment environment = ProcessFacts::environment();
-        environment["XDG_DATA_HOME"] = (place.folder / "data").string();
-        arguments.insert(arguments.end(), {"--db", history.store().path().string(), "--project", "Bench"});
-        return ChildProcess::start(
-            {.executable = place.tools.parent_path() / "veltry",
-             .arguments = std::move(arguments),
-             .environment = std::move(environment),
-             .directory = place.folder,
-             .input = {},
-             .output = {},
-             .error = {},
-             .group = ChildProcess::Group::own});
+        command.group = ChildProcess::Group::own;
+        return ChildProcess::start(command);
     }
 
     pid_t process_;
@@ -67,8 +54,7 @@ private:
 /// What a watching command takes of a core in a second in which nothing happens, while a run is in flight.
 Measured idle(const Workplace& place, std::vector<std::string> arguments)
 {
-    const History history(place.folder, "store", {.nodes = 1'000, .runs = 10'000});
-    Files::createFolders(place.folder / "project");
+    const History history(place.folder, "store", History::middling);
     const Run run = history.store().runsInFlight(history.project()).runs.front();
     Files::writeAtomically(run.log(), "step 1 loss 1.0123\n");
     RunLog::stampWhole(run.log(), Date::now(), 0.01);
@@ -78,7 +64,7 @@ Measured idle(const Workplace& place, std::vector<std::string> arguments)
             argument = std::to_string(run.number);
 
     constexpr double seconds = 3;
-    const Watcher watcher(place, history, std::move(arguments));
+    const Watcher watcher(veltryCommand(place, std::move(arguments), &history.lab()));
     std::this_thread::sleep_for(std::chrono::seconds(1)); // it has read and drawn by then
     const double before = watcher.processorTime();
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));

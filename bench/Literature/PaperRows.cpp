@@ -1,8 +1,7 @@
 #include "Base/JSONValue.h"
 #include "Literature/OpenAlexAnswer.h"
 #include "Literature/PaperTexts.h"
-#include "Platform/Files.h"
-#include "Projects/ProjectStore.h"
+#include "Programs.h"
 #include "Rows.h"
 
 #include <fmt/format.h>
@@ -50,12 +49,10 @@ std::string makeWork(int number, const std::string& index)
 /// A store whose one project holds that many papers, each with an abstract.
 class Library {
 public:
-    Library(const std::filesystem::path& folder, int count) : store_(folder / fmt::format("{}.sqlite", count))
+    Library(const std::filesystem::path& folder, int count) : lab_(makeLab(folder, folder, {}, std::to_string(count)))
     {
-        Files::createFolders(folder);
-        project_ = store_.createProject("Bench", {folder}).id;
         for (int number = 0; number < count; ++number)
-            store_.savePaper(
+            lab_.store->savePaper(
                 {.id = fmt::format("W{}", number),
                  .title = "A title",
                  .authors = {"A", "B"},
@@ -66,19 +63,18 @@ public:
                  .url = "https://openalex.org/W1",
                  .pdfURL = {},
                  .abstract = std::string(1'500, 'x')},
-                project_);
+                lab_.project.id);
     }
 
     /// What get_paper answers for a paper that is saved.
     [[nodiscard]] std::string text() const
     {
-        const Paper paper = store_.libraryPaper("W7").value();
-        return PaperTexts::paper(paper, store_.libraryPaper(paper.id, project_).has_value(), {});
+        const Paper paper = lab_.store->libraryPaper("W7").value();
+        return PaperTexts::paper(paper, lab_.store->libraryPaper(paper.id, lab_.project.id).has_value(), {});
     }
 
 private:
-    ProjectStore store_;
-    UUID project_;
+    Lab lab_;
 };
 
 } // namespace

@@ -25,18 +25,6 @@ constexpr std::string_view initialize =
 constexpr std::string_view pingLine = R"({"jsonrpc":"2.0","id":1,"method":"ping"})"
                                       "\n";
 
-std::vector<std::string> serverArguments(const Workplace& place, const Lab& lab)
-{
-    return {
-        "mcp",
-        "--db",
-        lab.store->path().string(),
-        "--project",
-        lab.project.id.text(),
-        "--runs",
-        (place.folder / "runs").string()};
-}
-
 /// A node of a real project, served by a real server.
 class ServedNode {
 public:
@@ -115,7 +103,7 @@ Measured serverStart(const Workplace& place)
     const auto ours = [&] {
         std::optional<LineProcess> server;
         return secondsOf([&] {
-            server.emplace(place.tools, serverArguments(place, history.lab()));
+            server.emplace(place.tools, serverArguments(history.lab()));
             server->send(initialize);
             static_cast<void>(server->readLine());
         });
@@ -134,7 +122,7 @@ Measured ping(const Workplace& place)
 {
     const History history(place.folder, "store", History::small);
     const OnOneProcessor pinned;
-    LineProcess server(place.tools, serverArguments(place, history.lab()));
+    LineProcess server(place.tools, serverArguments(history.lab()));
     LineProcess cat("/usr/bin/cat", {});
     const auto timed = [](LineProcess& process) {
         return [&process] {
@@ -151,18 +139,17 @@ Measured runExperiment(const Workplace& place)
 {
     const std::filesystem::path project = place.folder / "project";
     makeRepository(project, 200, 60); // of a middling size
-    const auto store = std::make_shared<ProjectStore>(place.folder / "store.sqlite");
-    const Lab lab(store, store->createProject("Bench", {project}), place.folder / "runs", place.tools);
+    const Lab lab = makeLab(place.folder, project, place.tools);
     ServedNode served(lab, "Served");
     ServedNode scripted(lab, "Scripted");
-    LineProcess server(place.tools, serverArguments(place, lab));
+    LineProcess server(place.tools, serverArguments(lab));
     int count = 0;
 
     const auto ours = [&] {
         served.edit();
         const std::string arguments = fmt::format(R"({{"experiment_id":"{}"}})", served.node().id.text());
         const double seconds = secondsOf([&] { server.call("run_experiment", arguments); });
-        waitForRuns(*store);
+        waitForRuns(*lab.store);
         return seconds;
     };
     const auto limit = [&] {
@@ -176,7 +163,7 @@ Measured runExperiment(const Workplace& place)
 Measured experimentTree(const Workplace& place)
 {
     const History history(place.folder, "store", History::large);
-    LineProcess server(place.tools, serverArguments(place, history.lab()));
+    LineProcess server(place.tools, serverArguments(history.lab()));
     const std::string file = history.store().path().string();
     const std::string project = history.project().text();
     const std::string rows = fmt::format(

@@ -44,31 +44,31 @@ std::string lowercased(std::string_view text)
     return result;
 }
 
-/// Empty if the text doesn't begin with one.
-std::string schemeOf(std::string_view text)
+} // namespace
+
+std::string scheme(std::string_view text)
 {
     const std::size_t end = text.find(':');
     if (end == std::string_view::npos || end == 0 || !isLetter(text.front()))
         return {};
-    const std::string_view scheme = text.substr(0, end);
+    const std::string_view name = text.substr(0, end);
     const bool isScheme = std::ranges::all_of(
-        scheme, [](char c) { return isLetter(c) || isDigit(c) || std::string_view("+-.").contains(c); });
-    return isScheme ? lowercased(scheme) : "";
+        name, [](char c) { return isLetter(c) || isDigit(c) || std::string_view("+-.").contains(c); });
+    return isScheme ? lowercased(name) : "";
 }
-
-} // namespace
 
 std::optional<std::string> absolute(std::string_view text)
 {
-    const std::string scheme = schemeOf(text);
-    if (scheme.empty() || text.size() == scheme.size() + 1)
+    const std::string kind = scheme(text);
+    if (kind.empty() || text.size() == kind.size() + 1)
         return std::nullopt;
-    if ((scheme == "http" || scheme == "https") && host(text).empty())
+    if ((kind == "http" || kind == "https") && host(text).empty())
         return std::nullopt;
     std::string address;
     address.reserve(text.size());
     for (std::size_t index = 0; index < text.size(); ++index) {
         const char c = text[index];
+        // What is escaped already stays: escaped once more it would name another page.
         const bool isEscape =
             c == '%' && index + 2 < text.size() && isHexDigit(text[index + 1]) && isHexDigit(text[index + 2]);
         if (isEscape || isUnreserved(c) || std::string_view(":/?#[]@!$&'()*+,;=").contains(c))
@@ -86,8 +86,10 @@ std::string host(std::string_view address)
         return {};
     rest.remove_prefix(2);
     rest = rest.substr(0, rest.find_first_of("/?#"));
+    // The last "@": a password may contain one, and the host may not.
     if (const std::size_t user = rest.rfind('@'); user != std::string_view::npos)
         rest.remove_prefix(user + 1);
+    // The colons of an IPv6 address begin no port.
     if (!rest.starts_with('['))
         rest = rest.substr(0, rest.find(':'));
     return lowercased(rest);
@@ -95,7 +97,7 @@ std::string host(std::string_view address)
 
 std::optional<std::string> filePath(std::string_view address)
 {
-    if (schemeOf(address) != "file")
+    if (scheme(address) != "file")
         return std::nullopt;
     const std::string from = host(address);
     if (!from.empty() && from != "localhost")
@@ -112,6 +114,8 @@ std::optional<std::string> filePath(std::string_view address)
             isEscape ? static_cast<char>(std::stoi(std::string(rest.substr(index + 1, 2)), nullptr, 16)) : rest[index];
         index += isEscape ? 2 : 0;
     }
+    if (!path.starts_with('/') || path.contains('\0'))
+        return std::nullopt;
     return path;
 }
 

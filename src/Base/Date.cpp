@@ -9,7 +9,8 @@ namespace veltry {
 
 namespace {
 
-/// Reads a timestamp from left to right; each step fails the whole.
+/// Reads a timestamp from left to right; each step fails the whole. By hand, since `strptime` asks the locale and knows
+/// no fractions.
 class TimestampCursor {
 public:
     explicit TimestampCursor(std::string_view text) : rest_(text) {}
@@ -110,6 +111,7 @@ Date Date::now()
 std::string Date::iso8601() const
 {
     using namespace std::chrono;
+    // Rounded before it is cut into parts, or 59.9996 seconds would read as 60.000.
     const sys_time<milliseconds> moment{milliseconds{std::llround(secondsSince1970() * 1000.0)}};
     const auto day = floor<days>(moment);
     const year_month_day date{day};

@@ -44,6 +44,7 @@ private:
     {
         if (!std::isfinite(number))
             throw JSONValue::Failure("JSON has no form for a number that isn't finite");
+        // Beyond 2^53 the digits of an integer would promise more than the double knows.
         if (number == std::round(number) && std::abs(number) < exactIntegers)
             fmt::format_to(std::back_inserter(text_), "{}", static_cast<std::int64_t>(number));
         else
@@ -57,6 +58,7 @@ private:
         bool ascii = true;
         for (std::size_t index = 0; index < string.size(); ++index) {
             const auto byte = static_cast<unsigned char>(string[index]);
+            // Noted on the way: most strings are ASCII and need no second look at whether they are UTF-8.
             ascii = ascii && byte < 0x80;
             if (byte >= 0x20 && byte != '"' && byte != '\\' && (byte != '/' || slashes_ == JSONValue::Slashes::plain))
                 continue;
@@ -171,7 +173,8 @@ std::optional<JSONValue> JSONValue::parseIfValid(std::string_view text)
     try {
         return parse(text);
     } catch (const Failure&) {
-        return std::nullopt; // the reason is for parse()
+        // Who wants the reason calls parse().
+        return std::nullopt;
     }
 }
 

@@ -52,6 +52,7 @@ Decoded decode(std::string_view bytes)
     const auto lead = static_cast<unsigned char>(bytes[0]);
     if (lead < 0x80)
         return {lead, 1, true};
+    // 0xC0 and 0xC1 could only begin overlong forms, and above 0xF4 lies nothing of Unicode.
     const std::size_t length = lead >= 0xC2 && lead <= 0xDF   ? 2
                                : lead >= 0xE0 && lead <= 0xEF ? 3
                                : lead >= 0xF0 && lead <= 0xF4 ? 4
@@ -102,6 +103,7 @@ public:
         Decoded scalar = decode(text_.substr(end_));
         end_ += scalar.length;
         width_ = widthOf(scalar.scalar);
+        // The width of a cluster is that of its widest scalar: marks and joiners take no column of their own.
         while (end_ < text_.size()) {
             const Decoded following = decode(text_.substr(end_));
             if (utf8proc_grapheme_break_stateful(
@@ -145,7 +147,8 @@ std::string_view trimmedWhere(std::string_view text, Predicate drop)
             break;
         start += next.length;
     }
-    std::size_t end = start; // behind the last character that stays
+    // After the last character that stays.
+    std::size_t end = start;
     for (std::size_t index = text.size(); index > start;) {
         // Step back to the start of a character: at most three continuation bytes.
         std::size_t first = index - 1;
@@ -169,6 +172,7 @@ std::string repaired(std::string_view bytes)
     text.reserve(bytes.size());
     std::size_t kept = 0; // everything before it is in `text`
     for (std::size_t index = 0; index < bytes.size();) {
+        // Most bytes of most texts are ASCII.
         if (static_cast<unsigned char>(bytes[index]) < 0x80) {
             ++index;
             continue;
@@ -274,6 +278,7 @@ std::string lowercased(std::string_view text)
 
 std::string_view firstCharacters(std::string_view text, std::size_t count)
 {
+    // A character has a byte at least.
     if (text.size() <= count)
         return text;
     Characters characters(text);
@@ -308,6 +313,7 @@ std::string oneLine(std::string_view text)
     for (char32_t& scalar : line) {
         if (isWhiteSpace(scalar))
             scalar = ' ';
+        // A control character may move the cursor or turn the writing direction of what follows.
         else if (isControl(scalar) && scalar != zeroWidthJoiner)
             scalar = replacement;
     }
@@ -340,7 +346,8 @@ std::string joined(std::span<const std::string> pieces, std::string_view separat
 std::string replacingAll(std::string_view text, std::string_view what, std::string_view with)
 {
     std::string result;
-    if (what.empty()) // it would be found everywhere, for ever
+    // Nothing would be found everywhere, for ever.
+    if (what.empty())
         return result.append(text);
     std::size_t start = 0;
     for (std::size_t at = text.find(what); at != std::string_view::npos; at = text.find(what, start)) {

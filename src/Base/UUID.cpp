@@ -77,6 +77,7 @@ std::string UUID::text() const
 std::size_t std::hash<veltry::UUID>::operator()(const veltry::UUID& id) const noexcept
 {
     std::size_t value = 0;
-    std::memcpy(&value, id.bytes_.data(), sizeof value); // random already
+    // Random bytes need no mixing.
+    std::memcpy(&value, id.bytes_.data(), sizeof value);
     return value;
 }

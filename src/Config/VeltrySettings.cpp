@@ -11,6 +11,8 @@
 #include <cmath>
 #include <iterator>
 #include <optional>
+#include <type_traits>
+#include <utility>
 
 namespace veltry {
 
@@ -89,47 +91,42 @@ constexpr Field countField(Key key, std::string_view comment)
 }
 
 /// `"a", "b" or "c"`.
-template <typename Cases>
-std::string listed(const Cases& cases)
+template <typename Enumeration>
+std::string listedWords()
 {
     std::string list;
-    for (const auto& each : cases) {
-        const bool isLast = &each == std::prev(std::end(cases));
+    for (const auto& row : wordsOf<Enumeration>) {
+        const bool isLast = &row == &wordsOf<Enumeration>.back();
         if (!list.empty())
             list += isLast ? " or " : ", ";
-        list += fmt::format("\"{}\"", each.raw);
+        list += fmt::format("\"{}\"", row.word);
     }
     return list;
 }
 
-template <auto member, const auto& cases>
+template <auto member>
 constexpr Field choiceField(Key key, std::string_view comment)
 {
+    using Choice = std::remove_cvref_t<decltype(std::declval<VeltrySettings>().*member)>;
     return {
         key, comment,
         [](VeltrySettings& settings, const TOML& value) -> Checked {
             if (!value.string())
-                return Problem{"must be " + listed(cases)};
-            for (const auto& each : cases)
-                if (each.raw == *value.string()) {
-                    settings.*member = each.value;
-                    return std::nullopt;
-                }
-            return Problem{.rule = "must be " + listed(cases), .found = *value.string()};
+                return Problem{"must be " + listedWords<Choice>()};
+            const std::optional<Choice> choice = fromWord<Choice>(*value.string());
+            if (!choice)
+                return Problem{.rule = "must be " + listedWords<Choice>(), .found = *value.string()};
+            settings.*member = *choice;
+            return std::nullopt;
         },
-        [](const VeltrySettings& settings) -> Value {
-            for (const auto& each : cases)
-                if (each.value == settings.*member)
-                    return std::string(each.raw);
-            return std::string(); // no such value of the enumeration
-        }};
+        [](const VeltrySettings& settings) -> Value { return std::string(toWord(settings.*member)); }};
 }
 
 using Settings = VeltrySettings;
 
 /// In the order of the file.
 constexpr Field fields[] = {
-    choiceField<&Settings::send, Settings::sendKeys>(
+    choiceField<&Settings::send>(
         Key::send, "The keys that send a prompt: \"enter\" (⇧↩ adds a new line) or \"command-enter\"."),
     booleanField<&Settings::notifyTurns>(
         Key::notifyTurns, "A notification when an agent finishes a turn while Veltry is in the background."),
@@ -138,8 +135,8 @@ constexpr Field fields[] = {
         Key::sound, "Played when an agent finishes a turn: a system sound's name, one Veltry ships, or \"none\"."),
     booleanField<&Settings::stayAwake>(
         Key::stayAwake, "Keep the Mac awake while a turn or a run is going. Off below 10% battery."),
-    choiceField<&Settings::theme, Settings::themes>(Key::theme, "\"system\", \"light\" or \"dark\"."),
-    choiceField<&Settings::transcriptSize, Settings::transcriptSizes>(
+    choiceField<&Settings::theme>(Key::theme, "\"system\", \"light\" or \"dark\"."),
+    choiceField<&Settings::transcriptSize>(
         Key::transcriptSize, "Text in a conversation: \"small\", \"default\" or \"large\"."),
     nameField<&Settings::codeFont>(
         Key::codeFont, "The font for code, logs and diffs: a monospaced family's name, or \"system\"."),
@@ -150,7 +147,7 @@ constexpr Field fields[] = {
         Key::passAPIKeys, "Give agents the *_API_KEY variables from your login shell."),
     countField<&Settings::maxRuns>(
         Key::maxRuns, "How many runs may go at once on this Mac, across every project. 0 is no limit."),
-    choiceField<&Settings::tree, Settings::trees>(
+    choiceField<&Settings::tree>(
         Key::tree,
         "How the experiment tree is drawn: \"graph\", the line that went furthest straight down, or \"indented\", a "
         "step right for every generation."),
@@ -378,8 +375,12 @@ std::expected<Value, std::string> VeltrySettings::valueFromWord(Key key, std::st
     if (const std::optional<std::int64_t> number = text::integer(word);
         number && std::holds_alternative<std::int64_t>(usual))
         given = TOML(*number);
+    // The warning of a file doesn't tell the limit, since other programs show it in the same words.
     if (Checked problem = its.read(settings, given))
-        return std::unexpected(std::move(problem->rule));
+        return std::unexpected(
+            std::holds_alternative<std::int64_t>(usual)
+                ? fmt::format("must be a whole number from 0 to {}", static_cast<std::int64_t>(runsLimit) - 1)
+                : std::move(problem->rule));
     return its.value(settings);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Base/Error.h"
+#include "Base/Words.h"
 #include "Config/TOML.h"
 
 #include <compare>
@@ -26,32 +27,6 @@ struct VeltrySettings {
     enum class Theme { system, light, dark };
     enum class TranscriptSize { small, standard, large };
     enum class Tree { graph, indented };
-
-    /// One value of an enumeration and the text that stands for it in the file.
-    template <typename Enumeration>
-    struct Case {
-        Enumeration value;
-        std::string_view raw;
-    };
-
-    static constexpr Case<SendKey> sendKeys[] = {
-        {SendKey::enter, "enter"},
-        {SendKey::commandEnter, "command-enter"},
-    };
-    static constexpr Case<Theme> themes[] = {
-        {Theme::system, "system"},
-        {Theme::light, "light"},
-        {Theme::dark, "dark"},
-    };
-    static constexpr Case<TranscriptSize> transcriptSizes[] = {
-        {TranscriptSize::small, "small"},
-        {TranscriptSize::standard, "default"},
-        {TranscriptSize::large, "large"},
-    };
-    static constexpr Case<Tree> trees[] = {
-        {Tree::graph, "graph"},
-        {Tree::indented, "indented"},
-    };
 
     SendKey send = SendKey::enter;
     bool notifyTurns = true;
@@ -136,6 +111,31 @@ struct VeltrySettings::Refused : Error {
     std::size_t line; ///< in the text as it was; the first is 1
     std::string text; ///< the line's own
 };
+
+// As the file has them.
+
+template <>
+inline constexpr auto wordsOf<VeltrySettings::SendKey> = std::to_array<Word<VeltrySettings::SendKey>>({
+    {VeltrySettings::SendKey::enter, "enter"},
+    {VeltrySettings::SendKey::commandEnter, "command-enter"},
+});
+template <>
+inline constexpr auto wordsOf<VeltrySettings::Theme> = std::to_array<Word<VeltrySettings::Theme>>({
+    {VeltrySettings::Theme::system, "system"},
+    {VeltrySettings::Theme::light, "light"},
+    {VeltrySettings::Theme::dark, "dark"},
+});
+template <>
+inline constexpr auto wordsOf<VeltrySettings::TranscriptSize> = std::to_array<Word<VeltrySettings::TranscriptSize>>({
+    {VeltrySettings::TranscriptSize::small, "small"},
+    {VeltrySettings::TranscriptSize::standard, "default"},
+    {VeltrySettings::TranscriptSize::large, "large"},
+});
+template <>
+inline constexpr auto wordsOf<VeltrySettings::Tree> = std::to_array<Word<VeltrySettings::Tree>>({
+    {VeltrySettings::Tree::graph, "graph"},
+    {VeltrySettings::Tree::indented, "indented"},
+});
 
 inline constexpr VeltrySettings::Key VeltrySettings::Key::send{"composer", "send"};
 inline constexpr VeltrySettings::Key VeltrySettings::Key::notifyTurns{"notifications", "turns"};

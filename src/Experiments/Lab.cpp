@@ -1,6 +1,6 @@
 #include "Experiments/Lab.h"
 
-#include "Base/Plural.h"
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Experiments/Spawn.h"
 #include "Experiments/Supervisor.h"
@@ -13,7 +13,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <ranges>
+#include <iterator>
 #include <set>
 
 namespace veltry {
@@ -28,7 +28,8 @@ constexpr std::size_t slugLength = 40;
 
 bool isLive(const Run& run)
 {
-    return run.seconds() <= startingSeconds || Supervisor::isAlive(run);
+    const double age = Date::now().secondsSince2001 - run.createdAt.secondsSince2001;
+    return age <= startingSeconds || Supervisor::isAlive(run);
 }
 
 /// Lower-case ASCII letters and digits, joined by single hyphens.
@@ -47,13 +48,12 @@ std::string slug(std::string_view title)
     return result.empty() ? "experiment" : result;
 }
 
-std::string_view withoutHashes(std::string_view text)
+LabError noExperiment(const NodeName& name)
 {
-    while (text.starts_with('#'))
-        text.remove_prefix(1);
-    while (text.ends_with('#'))
-        text.remove_suffix(1);
-    return text;
+    return LabError(
+        Code::experimentNotFound,
+        fmt::format("No experiment {} in this project. Call experiment_tree for the ids.", name.text()),
+        {.name = name.text()});
 }
 
 } // namespace
@@ -70,15 +70,12 @@ std::filesystem::path Lab::defaultRuns()
     return StandardFolders::applicationSupport() / "Harrowick Veltry" / "Runs";
 }
 
-Experiment Lab::experiment(std::string_view id) const
+Experiment Lab::experiment(const NodeName& name) const
 {
-    if (const auto parsed = UUID::parse(id))
-        if (std::optional<Experiment> found = store->experiment(*parsed); found && found->projectID == project.id)
+    if (name.id())
+        if (std::optional<Experiment> found = store->experiment(*name.id()); found && found->projectID == project.id)
             return std::move(*found);
-    throw LabError(
-        Code::experimentNotFound,
-        fmt::format("No experiment {} in this project. Call experiment_tree for the ids.", id),
-        {.name = std::string(id)});
+    throw noExperiment(name);
 }
 
 std::vector<Experiment> Lab::experiments() const
@@ -86,22 +83,16 @@ std::vector<Experiment> Lab::experiments() const
     return store->experiments(project.id);
 }
 
-std::vector<Run> Lab::reconciledRuns() const
-{
-    std::vector<Run> runs = store->runs(project.id);
-    reconcile(runs);
-    return runs;
-}
-
-Run Lab::run(std::string_view text) const
+Run Lab::run(const RunName& name) const
 {
     std::optional<Run> found;
-    if (const auto number = text::integer(withoutHashes(text)))
-        found = store->run(*number, project.id);
-    else if (const auto id = UUID::parse(text))
-        found = store->run(*id);
+    if (name.number())
+        found = store->run(*name.number(), project.id);
+    else if (name.id())
+        found = store->run(*name.id());
     if (!found || found->projectID != project.id)
-        throw LabError(Code::runNotFound, fmt::format("No run {} in this project.", text), {.name = std::string(text)});
+        throw LabError(
+            Code::runNotFound, fmt::format("No run {} in this project.", name.text()), {.name = name.text()});
     return std::move(*found);
 }
 
@@ -110,9 +101,42 @@ std::filesystem::path Lab::worktree(const Experiment& experiment) const
     return project.folders.front() / worktrees / experiment.slug;
 }
 
+ExperimentTree Lab::tree() const
+{
+    std::vector<Experiment> nodes = experiments();
+    std::vector<Run> runs = store->runs(project.id);
+    reconcile(runs);
+    return ExperimentTree(std::move(nodes), std::move(runs), store->citations(project.id));
+}
+
+ExperimentTree Lab::treeAround(const std::vector<UUID>& nodes) const
+{
+    ExperimentTree tree(experiments());
+    std::set<const ExperimentTree::Node*> asked;
+    for (const UUID& id : nodes) {
+        const ExperimentTree::Node* node = tree.find(id);
+        if (!node)
+            throw noExperiment(id);
+        asked.insert({node, node->parent, node->baseline});
+    }
+    asked.erase(nullptr);
+    std::vector<Run> runs;
+    for (const ExperimentTree::Node* node : asked)
+        std::ranges::move(store->runsOfExperiment(node->record.id), std::back_inserter(runs));
+    reconcile(runs);
+    std::ranges::sort(runs, {}, &Run::number);
+    const std::vector<const ExperimentTree::Node*> read(asked.begin(), asked.end());
+    return std::move(tree).withRunsOf(read, std::move(runs), store->citations(project.id));
+}
+
+ExperimentTree Lab::alone(const Experiment& experiment) const
+{
+    return ExperimentTree({experiment}, store->runsOfExperiment(experiment.id));
+}
+
 bool Lab::isFrozen(const Experiment& experiment) const
 {
-    return std::ranges::any_of(store->runsOfExperiment(experiment.id), &Run::answered);
+    return alone(experiment).nodes().front().isFrozen();
 }
 
 Experiment Lab::create(const NewNode& node) const
@@ -200,19 +224,19 @@ std::string Lab::freeSlug(std::string_view title) const
     return candidate;
 }
 
-void Lab::setNotes(std::string_view id, std::string_view notes) const
+void Lab::setNotes(const NodeName& name, std::string_view notes) const
 {
-    store->setNotes(experiment(id).id, notes);
+    store->setNotes(experiment(name).id, notes);
 }
 
-void Lab::setArchived(std::string_view id, bool archived) const
+void Lab::setArchived(const NodeName& name, bool archived) const
 {
-    store->setArchived(experiment(id).id, archived);
+    store->setArchived(experiment(name).id, archived);
 }
 
-Run Lab::launch(std::string_view id, std::int64_t maxRuns) const
+Run Lab::launch(const NodeName& name, std::int64_t maxRuns) const
 {
-    const Experiment node = experiment(id);
+    const Experiment node = experiment(name);
     const Run run = admit(node, maxRuns);
     std::string reason;
     try {
@@ -235,26 +259,26 @@ Run Lab::admit(const Experiment& experiment, std::int64_t maxRuns) const
 {
     const FileLock lock = FileLock::take(store->path().string() + ".launch");
     checkLimit(maxRuns);
-    const std::vector<Run> runs = store->runsOfExperiment(experiment.id);
-    for (const Run& run : runs | std::views::reverse)
-        if (run.answered())
-            throw LabError(
-                Code::frozen,
-                fmt::format(
-                    "Run {} answered {}, so its code is fixed. Create a child with create_experiment to try something "
-                    "else.",
-                    run.number, experiment.title),
-                {.title = experiment.title, .run = run.number});
-    for (const Run& run : runs)
-        if (!run.isFinished())
+    const ExperimentTree look = alone(experiment);
+    const ExperimentTree::Node& node = look.nodes().front();
+    if (node.isFrozen())
+        throw LabError(
+            Code::frozen,
+            fmt::format(
+                "Run {} answered {}, so its code is fixed. Create a child with create_experiment to try something "
+                "else.",
+                node.answer->number, experiment.title),
+            {.title = experiment.title, .run = node.answer->number});
+    for (const Run* run : node.runs)
+        if (!run->isFinished())
             throw LabError(
                 Code::alreadyRunning,
                 fmt::format(
                     "Run {} of {} is still running. Wait for it with wait_for_runs, or stop it with cancel_run.",
-                    run.number, experiment.title),
-                {.title = experiment.title, .run = run.number});
+                    run->number, experiment.title),
+                {.title = experiment.title, .run = run->number});
 
-    const std::string commit = commitPending(experiment, runs.size());
+    const std::string commit = commitPending(experiment, node.runs.size());
     try {
         static_cast<void>(TelemetryLayout::read(worktree(experiment)));
     } catch (const TelemetryLayout::Invalid& invalid) {
@@ -304,7 +328,7 @@ std::string Lab::commitPending(const Experiment& experiment, std::size_t runsSoF
 
 void Lab::startSupervisor(const Run& run) const
 {
-    const pid_t supervisor = Spawn::start({
+    const ProcessID supervisor = Spawn::start({
         .executable = tools,
         .arguments = {"supervise", "--db", store->path().string(), "--run", run.id.text()},
         .environment = ProcessFacts::environment(),
@@ -316,9 +340,9 @@ void Lab::startSupervisor(const Run& run) const
         adopt(supervisor);
 }
 
-Run Lab::cancel(std::string_view text) const
+Run Lab::cancel(const RunName& name) const
 {
-    Run run = this->run(text);
+    Run run = this->run(name);
     if (run.isFinished())
         return run;
     store->requestCancel(run.id);

@@ -1,11 +1,11 @@
 #pragma once
 
 #include "Experiments/Changes/Changes.h"
+#include "Experiments/ExperimentTree.h"
 #include "Experiments/Git.h"
 #include "Experiments/LabError.h"
+#include "Experiments/Names.h"
 #include "Projects/ProjectStore.h"
-
-#include <sys/types.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -39,15 +39,19 @@ public:
     /// The runs folder that is used when nobody names one: "Harrowick Veltry/Runs" in the application-support folder.
     [[nodiscard]] static std::filesystem::path defaultRuns();
 
-    /// The node of this project with that id, in any letter case.
-    [[nodiscard]] Experiment experiment(std::string_view id) const;
+    /// The node of this project with that name.
+    [[nodiscard]] Experiment experiment(const NodeName& name) const;
     /// All nodes, archived ones too, the oldest first.
     [[nodiscard]] std::vector<Experiment> experiments() const;
-    /// All runs by number, those whose supervisor is gone closed as reconcile() does. Reads the table once.
-    [[nodiscard]] std::vector<Run> reconciledRuns() const;
-    /// The run of this project that `text` names: its number, with or without "#", or its id.
-    [[nodiscard]] Run run(std::string_view text) const;
+    /// The run of this project with that name.
+    [[nodiscard]] Run run(const RunName& name) const;
     [[nodiscard]] std::filesystem::path worktree(const Experiment& experiment) const;
+
+    /// The whole project. Reads each of its tables once, and closes runs whose supervisor is gone as reconcile() does.
+    [[nodiscard]] ExperimentTree tree() const;
+    /// All nodes and citations of the project, but only the runs of the named nodes, of their parents and of their
+    /// baselines: what it costs doesn't grow with the runs of the others. Throws if one of the nodes isn't there.
+    [[nodiscard]] ExperimentTree treeAround(const std::vector<UUID>& nodes) const;
     /// True if a run of the node has a result, whatever its status.
     [[nodiscard]] bool isFrozen(const Experiment& experiment) const;
 
@@ -63,25 +67,25 @@ public:
     struct NewNode {
         std::string title;
         std::string notes{};
-        std::optional<std::string> parent{};     ///< the parent's id; none for a baseline
+        std::optional<NodeName> parent{};        ///< none for a baseline
         std::optional<std::string> runCommand{}; ///< for a baseline alone
         std::optional<UUID> conversation{};
     };
     /// Makes the node's branch, worktree and row. A step that fails leaves what the steps before it made.
     [[nodiscard]] Experiment create(const NewNode& node) const;
 
-    void setNotes(std::string_view id, std::string_view notes) const;
-    void setArchived(std::string_view id, bool archived) const;
+    void setNotes(const NodeName& name, std::string_view notes) const;
+    void setArchived(const NodeName& name, bool archived) const;
 
     /// Commits what is pending in the node's worktree and starts a run of that commit, whose row it returns as it was
     /// made: queued. Refused for a frozen node, for one with a run in flight, for an invalid telemetry.toml, and where
     /// `maxRuns` runs of all projects are in flight already (0 or less is no limit). From the first of these checks to
     /// the row it holds a lock beside the store, so that of two processes one comes second.
-    Run launch(std::string_view id, std::int64_t maxRuns) const;
+    Run launch(const NodeName& name, std::int64_t maxRuns) const;
 
     /// Asks the run to stop, with one SIGTERM to all its processes, and returns its row as it stands then. A run that
     /// has ended is returned unchanged.
-    Run cancel(std::string_view text) const;
+    Run cancel(const RunName& name) const;
 
     /// Fails the project's runs in flight whose supervisor is gone.
     void reconcile() const;
@@ -94,10 +98,12 @@ public:
     std::filesystem::path tools;
     /// Told the pid of each supervisor that launch() starts. The supervisor outlives this process and is waited for by
     /// nobody here, so a process that stays has to reap it when it ends.
-    std::function<void(pid_t supervisor)> adopt;
+    std::function<void(ProcessID supervisor)> adopt;
 
 private:
     [[nodiscard]] Git repository() const { return Git(project.folders.front()); }
+    /// A tree of this node alone, which costs what its own runs cost.
+    [[nodiscard]] ExperimentTree alone(const Experiment& experiment) const;
     [[nodiscard]] std::string freeSlug(std::string_view title) const;
     [[nodiscard]] Run admit(const Experiment& experiment, std::int64_t maxRuns) const;
     void checkLimit(std::int64_t maxRuns) const;

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "Base/Error.h"
+#include "Base/Words.h"
 #include "Experiments/Git.h"
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -39,38 +41,7 @@ struct LabError : Error {
         duplicateOptions,
         noConversation,
         paperNotFound,
-    };
-
-    struct CodeWord {
-        Code code;
-        std::string_view word;
-    };
-    /// All codes in the order of the enumeration, with the words that stand for them in a text. The words are stable.
-    static constexpr CodeWord codes[] = {
-        {Code::missingOption, "missing_option"},
-        {Code::projectNotFound, "project_not_found"},
-        {Code::runNotFound, "run_not_found"},
-        {Code::experimentNotFound, "experiment_not_found"},
-        {Code::titleRequired, "title_required"},
-        {Code::notARepository, "not_a_repository"},
-        {Code::runCommandRequired, "run_command_required"},
-        {Code::noCommits, "no_commits"},
-        {Code::runCommandInherited, "run_command_inherited"},
-        {Code::branchMissing, "branch_missing"},
-        {Code::gitFailed, "git_failed"},
-        {Code::tooManyRuns, "too_many_runs"},
-        {Code::frozen, "frozen"},
-        {Code::alreadyRunning, "already_running"},
-        {Code::telemetryInvalid, "telemetry_invalid"},
-        {Code::launchFailed, "launch_failed"},
-        {Code::missingArgument, "missing_argument"},
-        {Code::unknownTool, "unknown_tool"},
-        {Code::tooManyQuestions, "too_many_questions"},
-        {Code::invalidOptions, "invalid_options"},
-        {Code::tooManyOptions, "too_many_options"},
-        {Code::duplicateOptions, "duplicate_options"},
-        {Code::noConversation, "no_conversation"},
-        {Code::paperNotFound, "paper_not_found"},
+        projectWithoutFolder,
     };
 
     /// What the message tells, one by one. An error has those that its message names; the others are empty or 0.
@@ -104,5 +75,35 @@ struct LabError : Error {
     std::string message;
     Values values;
 };
+
+/// The words are stable.
+template <>
+constexpr auto wordsOf<LabError::Code> = std::to_array<Word<LabError::Code>>({
+    {LabError::Code::missingOption, "missing_option"},
+    {LabError::Code::projectNotFound, "project_not_found"},
+    {LabError::Code::runNotFound, "run_not_found"},
+    {LabError::Code::experimentNotFound, "experiment_not_found"},
+    {LabError::Code::titleRequired, "title_required"},
+    {LabError::Code::notARepository, "not_a_repository"},
+    {LabError::Code::runCommandRequired, "run_command_required"},
+    {LabError::Code::noCommits, "no_commits"},
+    {LabError::Code::runCommandInherited, "run_command_inherited"},
+    {LabError::Code::branchMissing, "branch_missing"},
+    {LabError::Code::gitFailed, "git_failed"},
+    {LabError::Code::tooManyRuns, "too_many_runs"},
+    {LabError::Code::frozen, "frozen"},
+    {LabError::Code::alreadyRunning, "already_running"},
+    {LabError::Code::telemetryInvalid, "telemetry_invalid"},
+    {LabError::Code::launchFailed, "launch_failed"},
+    {LabError::Code::missingArgument, "missing_argument"},
+    {LabError::Code::unknownTool, "unknown_tool"},
+    {LabError::Code::tooManyQuestions, "too_many_questions"},
+    {LabError::Code::invalidOptions, "invalid_options"},
+    {LabError::Code::tooManyOptions, "too_many_options"},
+    {LabError::Code::duplicateOptions, "duplicate_options"},
+    {LabError::Code::noConversation, "no_conversation"},
+    {LabError::Code::paperNotFound, "paper_not_found"},
+    {LabError::Code::projectWithoutFolder, "project_without_folder"},
+});
 
 } // namespace veltry

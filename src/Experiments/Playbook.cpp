@@ -64,4 +64,9 @@ std::string instructions(const Machine& machine)
     return std::string(text) + "\n\n" + machine.description();
 }
 
+std::string instructions(const Computer& computer)
+{
+    return std::string(text) + "\n\n" + computer.description();
+}
+
 } // namespace veltry::Playbook

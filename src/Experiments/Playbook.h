@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Experiments/Computer.h"
 #include "Experiments/Machine.h"
 
 #include <string>
@@ -13,5 +14,6 @@ namespace veltry::Playbook {
 
 /// The rules, an empty line and the section on the computer.
 [[nodiscard]] std::string instructions(const Machine& machine);
+[[nodiscard]] std::string instructions(const Computer& computer);
 
 } // namespace veltry::Playbook

@@ -2,7 +2,6 @@
 
 #include "Platform/GPUFacts.h"
 #include "Platform/ProcessTable.h"
-#include "Projects/JSONFields.h"
 
 #include <algorithm>
 
@@ -10,12 +9,11 @@ namespace veltry {
 
 JSONValue toJSON(const ResourceReading& reading)
 {
-    JSONFields fields;
-    fields.set("processes", reading.processes);
-    fields.set("cpuSeconds", reading.cpuSeconds);
-    fields.set("memory", reading.memory);
-    fields.set("gpu", reading.gpu);
-    return fields.take();
+    JSONValue::Object object{
+        {"processes", reading.processes}, {"cpuSeconds", reading.cpuSeconds}, {"memory", reading.memory}};
+    if (reading.gpu)
+        object.emplace("gpu", *reading.gpu);
+    return object;
 }
 
 namespace Resources {
@@ -25,7 +23,7 @@ std::optional<ResourceReading> read(std::int32_t group)
     if (group <= 0) // the kernel's own threads lie in group 0
         return std::nullopt;
     ResourceReading reading;
-    for (const pid_t process : ProcessTable::group(group)) {
+    for (const ProcessID process : ProcessTable::group(group)) {
         const std::optional<ProcessTable::Usage> usage = ProcessTable::usage(process);
         if (!usage)
             continue; // it has just ended

@@ -1,9 +1,8 @@
 #include "Experiments/RunProcesses.h"
 
 #include "Experiments/Supervisor.h"
+#include "Platform/ProcessFacts.h"
 #include "Platform/ProcessTable.h"
-
-#include <unistd.h>
 
 #include <chrono>
 #include <thread>
@@ -22,12 +21,12 @@ RunProcesses::RunProcesses(const Run& run)
     static_cast<void>(look(run));
 }
 
-const std::set<pid_t>& RunProcesses::look(const Run& run)
+const std::set<ProcessID>& RunProcesses::look(const Run& run)
 {
     processes_.clear();
-    const auto add = [this](const std::vector<pid_t>& found) {
-        for (const pid_t process : found)
-            if (process != ::getpid() && ProcessTable::usage(process))
+    const auto add = [this](const std::vector<ProcessID>& found) {
+        for (const ProcessID process : found)
+            if (process != ProcessFacts::id() && ProcessTable::usage(process))
                 processes_.insert(process);
     };
     if (group_ == 0 && !groupIsOver_ && !run.isFinished())
@@ -46,14 +45,14 @@ std::size_t RunProcesses::kill(const Run& run)
 {
     std::size_t killed = 0;
     for (int round = 0; round < rounds && !look(run).empty(); ++round) {
-        for (const pid_t process : std::set<pid_t>(processes_))
-            killed += ProcessTable::kill(process, [&](pid_t found) { return isOfRun(run, found); }) ? 1 : 0;
+        for (const ProcessID process : std::set<ProcessID>(processes_))
+            killed += ProcessTable::kill(process, [&](ProcessID found) { return isOfRun(run, found); }) ? 1 : 0;
         std::this_thread::sleep_for(betweenRounds);
     }
     return killed;
 }
 
-bool RunProcesses::isOfRun(const Run& run, pid_t process) const
+bool RunProcesses::isOfRun(const Run& run, ProcessID process) const
 {
     return (group_ > 0 && ProcessTable::isInGroup(process, group_)) ||
            ProcessTable::carries(process, Supervisor::resultVariable, run.resultFile().string());

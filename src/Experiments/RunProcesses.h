@@ -1,8 +1,7 @@
 #pragma once
 
+#include "Platform/ProcessID.h"
 #include "Projects/Run.h"
-
-#include <sys/types.h>
 
 #include <set>
 
@@ -19,17 +18,17 @@ public:
     explicit RunProcesses(const Run& run);
 
     /// Looks again. `run` is its fresh row.
-    [[nodiscard]] const std::set<pid_t>& look(const Run& run);
+    [[nodiscard]] const std::set<ProcessID>& look(const Run& run);
 
     /// Ends each of them by SIGKILL, and those that they start meanwhile. Returns how many it ended.
     std::size_t kill(const Run& run);
 
 private:
-    [[nodiscard]] bool isOfRun(const Run& run, pid_t process) const;
+    [[nodiscard]] bool isOfRun(const Run& run, ProcessID process) const;
 
-    pid_t group_ = 0; ///< 0 while it isn't known, and when it has gone
+    ProcessID group_ = 0; ///< 0 while it isn't known, and when it has gone
     bool groupIsOver_ = false;
-    std::set<pid_t> processes_;
+    std::set<ProcessID> processes_;
 };
 
 } // namespace veltry

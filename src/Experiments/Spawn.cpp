@@ -12,7 +12,7 @@ std::string Failure::description() const
     return fmt::format("Failure(executable: {}, code: {})", text::quoted(executable), code);
 }
 
-pid_t start(const Options& options)
+ProcessID start(const Options& options)
 {
     try {
         return ChildProcess::start(
@@ -29,7 +29,7 @@ pid_t start(const Options& options)
     }
 }
 
-std::int32_t wait(pid_t child) noexcept
+std::int32_t wait(ProcessID child) noexcept
 {
     return ChildProcess::wait(child);
 }

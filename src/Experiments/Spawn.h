@@ -29,7 +29,7 @@ struct Failure : Error {
 
 struct Options {
     std::filesystem::path executable;      ///< absolute
-    std::vector<std::string> arguments;    ///< behind argv[0]
+    std::vector<std::string> arguments;    ///< after argv[0]
     ChildProcess::Environment environment; ///< the whole of it
     std::filesystem::path directory;       ///< the child's working directory
     std::filesystem::path log;             ///< takes the child's output and errors, appended; made with mode 0644
@@ -38,10 +38,10 @@ struct Options {
 
 /// Starts the child with the null device as its input and nothing of ours but its log, and returns its pid without
 /// waiting. Throws Failure.
-[[nodiscard]] pid_t start(const Options& options);
+[[nodiscard]] ProcessID start(const Options& options);
 
 /// Blocks until the child ends. Its exit status, 128 + n if signal n ended it, -1 if it can't be waited for.
-[[nodiscard]] std::int32_t wait(pid_t child) noexcept;
+[[nodiscard]] std::int32_t wait(ProcessID child) noexcept;
 
 /// The first of `/bin/zsh`, `/bin/bash` and `/bin/sh` that can be executed; the last one if none can.
 [[nodiscard]] std::filesystem::path loginShell();

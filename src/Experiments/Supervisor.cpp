@@ -10,8 +10,6 @@
 
 #include <fmt/format.h>
 
-#include <fcntl.h>
-
 namespace veltry::Supervisor {
 
 namespace {
@@ -39,7 +37,7 @@ void startIfPossible(RunLog::Stamper& stamper)
     }
 }
 
-pid_t startShell(const Run& run)
+ProcessID startShell(const Run& run)
 {
     return Spawn::start(
         {.executable = Spawn::loginShell(),
@@ -55,20 +53,6 @@ Run::Status finalStatus(bool cancelRequested, std::int32_t exitNumber)
     if (cancelRequested)
         return Run::Status::cancelled;
     return exitNumber == 0 ? Run::Status::succeeded : Run::Status::failed;
-}
-
-/// The file's bytes, as many as tell whether there are too many. Whatever isn't a plain file counts as unreadable: a
-/// pipe that the run left there would hold us up for ever.
-std::optional<std::string> readStart(const std::filesystem::path& path)
-{
-    const FileDescriptor file = Files::tryOpen(path, O_RDONLY | O_NONBLOCK);
-    if (!file || !Files::isPlain(file))
-        return std::nullopt;
-    try {
-        return Files::readAt(file, 0, resultLimit + 1);
-    } catch (const Error&) {
-        return std::nullopt; // it counts as not there
-    }
 }
 
 } // namespace
@@ -89,7 +73,7 @@ void supervise(const UUID& id, ProjectStore& store)
     // However this scope is left, the stamper stops first, with its last look at the log, and then the lock is free.
     RunLog::Stamper stamper(run->log());
     startIfPossible(stamper);
-    pid_t shell = -1;
+    ProcessID shell = -1;
     try {
         shell = startShell(*run);
     } catch (const Spawn::Failure& failure) {
@@ -112,7 +96,7 @@ bool isAlive(const Run& run) noexcept
 
 std::optional<std::string> readResult(const Run& run)
 {
-    const std::optional<std::string> bytes = readStart(run.resultFile());
+    const std::optional<std::string> bytes = Files::readStart(run.resultFile(), resultLimit + 1);
     if (!bytes)
         return std::nullopt;
     if (bytes->size() <= resultLimit) {
@@ -131,7 +115,7 @@ std::optional<std::string> readResult(const Run& run)
 void note(std::string_view line, const std::filesystem::path& log) noexcept
 {
     try {
-        if (const FileDescriptor file = Files::tryOpen(log, O_WRONLY | O_APPEND | O_NONBLOCK))
+        if (const FileDescriptor file = Files::tryOpen(log, Files::forWriting))
             Files::writeAll(file, fmt::format("\n{}\n", line), log.string());
         else
             Files::writeAtomically(log, fmt::format("{}\n", line));

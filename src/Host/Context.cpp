@@ -14,6 +14,7 @@ namespace veltry {
 namespace {
 
 constexpr std::size_t shortestIDStart = 4;
+constexpr std::size_t shownIDStart = 8; // characters, as the commands show it
 
 /// Whether `given` is the id or a start of it, long enough to mean something.
 bool names(std::string_view given, const UUID& id)
@@ -77,6 +78,11 @@ const Project& projectAround(const std::vector<Project>& projects, const std::fi
     throw Refusal(fmt::format(
         "No project's folder contains {}.{} Change to one, name it with --project, or register this one: veltry init.",
         directory.string(), gone));
+}
+
+Refusal noRun(std::string_view given)
+{
+    return Refusal(fmt::format("There is no run \"{}\". veltry list shows the runs with their numbers.", given));
 }
 
 } // namespace
@@ -155,13 +161,14 @@ const Lab& Context::lab()
 Experiment Context::node(std::string_view given)
 {
     if (given.starts_with('#'))
-        return store()->experiment(run(given).experimentID).value();
+        return nodeOf(run(given));
+    const std::optional<UUID> id = UUID::parse(given);
     const std::vector<Experiment> all = store()->experiments(project().id);
     std::vector<std::string> known;
     std::vector<const Experiment*> found;
     for (const Experiment& node : all) {
         known.push_back(node.slug);
-        if (node.slug == given || node.branch == given || node.id.text() == given)
+        if (node.slug == given || node.branch == given || node.id == id)
             return node;
         if (text::lowercased(node.title) == text::lowercased(given) || names(given, node.id))
             found.push_back(&node);
@@ -189,7 +196,51 @@ Run Context::run(std::string_view given)
         for (Run& run : store()->runs(project().id))
             if (names(name, run.id))
                 return std::move(run);
-    throw Refusal(fmt::format("There is no run \"{}\". veltry list shows the runs with their numbers.", given));
+    throw noRun(given);
+}
+
+/// The start of an id may be digits alone as well, but whoever copies one copies more of them than a number has.
+bool Context::namesRun(std::string_view given)
+{
+    if (given.starts_with('#') || (given.size() < shownIDStart && text::integer(given)))
+        return true;
+    const std::optional<UUID> id = UUID::parse(given);
+    return id && !store()->experiment(*id);
+}
+
+Context::Look Context::look(const std::vector<std::string>& given)
+{
+    const Lab& lab = this->lab();
+    std::vector<std::optional<Run>> runs;
+    std::vector<UUID> nodes;
+    for (const std::string& name : given) {
+        const std::optional<Run>& named = runs.emplace_back(namesRun(name) ? std::optional(run(name)) : std::nullopt);
+        nodes.push_back(named ? named->experimentID : node(name).id);
+    }
+    Look look{.tree = lab.treeAround(nodes), .named = {}};
+    for (std::size_t index = 0; index < given.size(); ++index) {
+        const Run* now = runs[index] ? look.tree.findRun(runs[index]->id) : nullptr;
+        if (runs[index] && !now)
+            throw noRun(given[index]); // it was removed meanwhile
+        look.named.push_back({.node = look.tree.find(nodes[index]), .run = now});
+    }
+    return look;
+}
+
+Experiment Context::nodeOf(const Run& run)
+{
+    std::optional<Experiment> node = store()->experiment(run.experimentID);
+    if (!node)
+        throw Refusal(fmt::format(
+            "The node of run #{} can't be read from the store. veltry doctor tells what is wrong with it.",
+            run.number));
+    return std::move(*node);
+}
+
+std::string Context::titleOf(const Run& run)
+{
+    const std::optional<Experiment> node = store()->experiment(run.experimentID);
+    return node ? node->title : "";
 }
 
 Conversation Context::conversation(std::string_view given)
@@ -209,8 +260,7 @@ AgentQuestions Context::round(std::string_view given)
     if (const std::optional<UUID> id = UUID::parse(given))
         if (std::optional<AgentQuestions> round = store()->questions(*id)) {
             if (round->status != AgentQuestions::Status::open)
-                throw Refusal(fmt::format(
-                    "The round {} is closed: it was {}.", given, AgentQuestions::statusText(round->status)));
+                throw Refusal(fmt::format("The round {} is closed: it was {}.", given, toWord(round->status)));
             return std::move(*round);
         }
     std::vector<AgentQuestions> open = store()->openRounds(project().id);

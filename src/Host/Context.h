@@ -64,6 +64,21 @@ public:
     /// The run of the project by its number, with or without "#", or by its id or the start of one. Throws Refusal.
     [[nodiscard]] Run run(std::string_view given);
 
+    /// What a command was given as "NODE|RUN", in one look around all of it (Lab::treeAround()).
+    struct Look {
+        struct Named {
+            const ExperimentTree::Node* node;
+            const Run* run; ///< one of the node's; null if the node itself was named
+        };
+        ExperimentTree tree;
+        std::vector<Named> named; ///< in the order of what was given
+    };
+    /// A run goes by "#3", its number or its whole id; anything else names a node. Throws Refusal, as lab() does too.
+    [[nodiscard]] Look look(const std::vector<std::string>& given);
+
+    /// The title of the run's node; empty if it can't be read.
+    [[nodiscard]] std::string titleOf(const Run& run);
+
     /// The conversation of the project by its id or the start of one, or by its title. Throws Refusal.
     [[nodiscard]] Conversation conversation(std::string_view given);
     /// The open round of questions by its place in `questions`, from 1, or by its id or the start of one; by a whole id
@@ -77,6 +92,9 @@ public:
     [[nodiscard]] static std::filesystem::path tools();
 
 private:
+    [[nodiscard]] bool namesRun(std::string_view given);
+    [[nodiscard]] Experiment nodeOf(const Run& run);
+
     Common common_;
     Terminal out_;
     Terminal notes_;

@@ -7,10 +7,9 @@
 #include "Host/Context.h"
 #include "Host/Terminal/Interruption.h"
 #include "Host/Words/LabErrorWords.h"
+#include "Platform/ProcessEnd.h"
 
 #include <fmt/format.h>
-
-#include <csignal>
 
 namespace veltry::HostCommand {
 
@@ -48,7 +47,7 @@ void run(const Grammar::Asked& asked, const Terminal& out, const Terminal& notes
 
 int main(const std::vector<std::string>& arguments)
 {
-    std::signal(SIGPIPE, SIG_IGN); // `veltry … | head` ends with a failed write
+    ProcessEnd::ignoreBrokenPipes(); // `veltry … | head` ends with a failed write
     Interruption::install();
     const Terminal notes = Terminal::standardError();
     try {

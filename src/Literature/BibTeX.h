@@ -10,7 +10,7 @@
 namespace veltry::BibTeX {
 
 /// A key for each paper, like "vaswani2017attention": ASCII letters and digits, no two alike. Where the words give the
-/// same, later ones get "b", "c" and so on: papers that come behind change none before them.
+/// same, later ones get "b", "c" and so on: papers that come later change none before them.
 [[nodiscard]] std::vector<std::string> keys(std::span<const Paper> papers);
 
 /// An entry for each paper, with an empty line between two. Whatever stands in a field, the entry stays well formed,

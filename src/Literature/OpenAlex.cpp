@@ -2,7 +2,7 @@
 
 #include "Base/Address.h"
 #include "Literature/OpenAlexAnswer.h"
-#include "Platform/Fetch.h"
+#include "Platform/Async/Fetch.h"
 #include "Platform/ProcessFacts.h"
 
 #include <asio/this_coro.hpp>
@@ -35,6 +35,7 @@ std::optional<std::string> bodyOf(HTTPSession::Response response, bool keyed)
         return std::move(response.body);
     case 404:
         return std::nullopt;
+    // Without a key the service refuses nobody: then it is somebody in between.
     case 401:
     case 403:
         throw PaperSearchError(keyed ? Kind::keyRefused : Kind::unreachable);
@@ -118,8 +119,9 @@ asio::awaitable<std::optional<std::string>> OpenAlex::answer(std::string address
     HTTPSession::Outcome outcome = co_await std::move(transfer);
     if (outcome)
         co_return bodyOf(std::move(*outcome), keyed);
+    // The library itself is missing, and advice about the connection would mislead.
     if (outcome.error().kind == HTTPSession::Failure::Kind::unavailable)
-        throw HTTPSession::Failure(outcome.error()); // no connection can help there
+        throw HTTPSession::Failure(outcome.error());
     throw PaperSearchError(PaperSearchError::Kind::unreachable);
 }
 

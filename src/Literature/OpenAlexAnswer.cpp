@@ -153,6 +153,7 @@ std::optional<std::string> pdfOf(const Location& best, const Location& primary, 
     std::optional<std::string> first;
     for (const Location& location : locations) {
         std::optional<std::string> candidate = location.pdf ? Address::absolute(*location.pdf) : std::nullopt;
+        // Before the publisher's copy: arXiv's is free for everybody and answers programs with the PDF itself.
         if (candidate && Address::host(*candidate) == arXiv)
             return candidate;
         if (!first)
@@ -189,11 +190,13 @@ std::optional<Paper> paperOf(const JSONValue& value)
         .pdfURL = pdfOf(best, primary, locations),
         .abstract = copied(work.text("abstract_inverted_index")),
     };
+    // Where the first place names no source, that of the free copy may.
     if (const Location& location = primary.hasSource ? primary : best; location.sourceName)
         paper.venue = cleanedVenue(*location.sourceName);
     if (const std::string* doi = work.text("doi"))
         paper.doi = text::replacingAll(*doi, doiResolver, "");
 
+    // A DOI outlives the page that it leads to now.
     if (paper.doi)
         paper.url = Address::absolute(std::string(doiResolver) + *paper.doi).value();
     else if (
@@ -220,6 +223,7 @@ std::vector<Paper> merged(std::vector<Paper> papers)
         const auto [place, isNew] = seen.emplace(titleKey(paper), kept.size());
         if (isNew)
             kept.push_back(std::move(paper));
+        // A preprint and its publication are two works. The first has the rank, the other perhaps the free PDF.
         else if (Paper& first = kept[place->second]; !first.pdfURL)
             first.pdfURL = std::move(paper.pdfURL);
     }

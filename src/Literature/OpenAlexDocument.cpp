@@ -37,7 +37,7 @@ class Abstract {
 public:
     void add(std::string word) { words_.push_back(std::move(word)); }
 
-    /// For the word that was added last.
+    /// The place of the word that was added last.
     void addPosition(std::int64_t position) { places_.push_back({.position = position, .word = words_.size() - 1}); }
 
     [[nodiscard]] std::size_t lastLength() const { return words_.back().size(); }

@@ -2,7 +2,7 @@
 
 #include "Base/Address.h"
 #include "Base/Text.h"
-#include "Platform/Fetch.h"
+#include "Platform/Async/Fetch.h"
 #include "Platform/Files.h"
 #include "Platform/SystemError.h"
 #include "Platform/TemporaryFile.h"
@@ -16,7 +16,8 @@ namespace veltry {
 namespace {
 
 constexpr std::string_view signature = "%PDF-";
-constexpr const char* userAgent = "User-Agent: HarrowickVeltry/0.1 (macOS)"; // sites refuse clients they don't know
+// Sites refuse clients that name no program.
+constexpr const char* userAgent = "User-Agent: HarrowickVeltry/0.1 (macOS)";
 constexpr auto patience = std::chrono::seconds(60);
 
 /// The folder, or the nearest above it that is there: a file made in it can be moved to the folder without copying.
@@ -40,6 +41,7 @@ void check(const HTTPSession::Outcome& outcome, const std::filesystem::path& fol
             throw PaperFileError(PaperFileError::Kind::unreachable);
         }
     }
+    // A file: address has no status.
     const bool isHTTP = outcome->status != 0;
     if (isHTTP && outcome->status != 200)
         throw PaperFileError(PaperFileError::Kind::unreachable);
@@ -85,6 +87,7 @@ asio::awaitable<std::filesystem::path> PaperFiles::pdf(Paper paper) const
         co_return std::move(*path);
     if (!paper.pdfURL)
         throw PaperFileError(PaperFileError::Kind::noPDF);
+    // Under a name of its own until it is whole: others may look for this paper while it comes.
     TemporaryFile download(nearestFolder(folder));
     HTTPSession::Request request{
         .address = Address::absolute(*paper.pdfURL).value_or(""),
@@ -96,6 +99,7 @@ asio::awaitable<std::filesystem::path> PaperFiles::pdf(Paper paper) const
     asio::awaitable<HTTPSession::Outcome> transfer = fetch(executor, session, std::move(request));
     const HTTPSession::Outcome outcome = co_await std::move(transfer);
     check(outcome, folder);
+    // Many an "open-access PDF" answers 200 with a page that asks for a login.
     if (Files::readAt(download.file(), 0, signature.size()) != signature)
         throw PaperFileError(PaperFileError::Kind::notAPDF);
     Files::createFolders(folder);

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t authorsInEntry = 3;
 constexpr std::size_t authorsInPaper = 20;
-constexpr std::size_t abstractInEntry = 300; // characters
+constexpr std::size_t abstractInEntry = 300; ///< characters
 
 void line(std::string& text, std::string_view what)
 {

@@ -2,13 +2,14 @@
 
 #include "Base/Error.h"
 #include "Platform/FileDescriptor.h"
-
-#include <sys/types.h>
+#include "Platform/ProcessID.h"
 
 #include <chrono>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// The one way to start a child. Every child gets the standard descriptors alone, each signal at its default, and none
@@ -49,8 +50,8 @@ enum class Group {
 };
 
 struct Command {
-    std::filesystem::path executable;   ///< absolute; PATH is not searched
-    std::vector<std::string> arguments; ///< behind argv[0], which is the executable's path
+    std::filesystem::path executable;   ///< absolute, as find() gives it; PATH is not searched
+    std::vector<std::string> arguments; ///< after argv[0], which is the executable's path
     Environment environment;            ///< the whole of it
     std::filesystem::path directory{};  ///< the child's working directory; empty for the caller's
     Stream input{};
@@ -69,26 +70,30 @@ struct StartFailure : Error {
     int code; ///< as errno has it
 };
 
+/// The absolute path of a command: a name with a slash is a path itself, any other is looked for in the folders of
+/// `path`, a value of PATH, in order; empty ones are passed over. Nothing if there is no program of that name.
+[[nodiscard]] std::optional<std::filesystem::path> find(const std::string& command, std::string_view path);
+
 /// Starts it and returns its pid, which the caller must wait for. Throws StartFailure.
-[[nodiscard]] pid_t start(const Command& command);
+[[nodiscard]] ProcessID start(const Command& command);
 
 /// Blocks until that child has ended. Returns its exit status, 128 + n if signal n ended it, -1 if there is no such
 /// child.
-[[nodiscard]] int wait(pid_t child) noexcept;
+[[nodiscard]] int wait(ProcessID child) noexcept;
 /// Takes the status of that child if it has ended already; false while it runs. Never blocks.
-bool reapIfEnded(pid_t child) noexcept;
+bool reapIfEnded(ProcessID child) noexcept;
 
 /// Sends SIGTERM to every process of the group that this one leads. One that has ended already is fine.
-void terminateGroup(pid_t leader) noexcept;
+void terminateGroup(ProcessID leader) noexcept;
 /// The same with SIGKILL.
-void killGroup(pid_t leader) noexcept;
+void killGroup(ProcessID leader) noexcept;
 /// Sends SIGTERM to that group and waits for its leader, a child of ours; sends SIGKILL once `grace` is over. Returns
 /// what wait() does.
-int endGroup(pid_t leader, std::chrono::milliseconds grace) noexcept;
+int endGroup(ProcessID leader, std::chrono::milliseconds grace) noexcept;
 
 /// A descriptor that becomes readable when that child has ended; it can be waited for with poll(2) and its kind. Throws
 /// SystemError.
-[[nodiscard]] FileDescriptor exitEvent(pid_t child);
+[[nodiscard]] FileDescriptor exitEvent(ProcessID child);
 
 struct Output {
     int exitNumber = 0; ///< as wait() gives it
@@ -99,6 +104,10 @@ struct Output {
 /// Starts it with pipes for output and error, in whose place `command` says nothing, reads both to their ends at once,
 /// and waits. Throws StartFailure and SystemError.
 [[nodiscard]] Output run(Command command);
+
+/// The same in a session of its own and for so long alone, or until a signal comes that we handle: then that session's
+/// first group is killed and nothing is returned. For programs that a person's own files may hold up.
+[[nodiscard]] std::optional<Output> runWithin(std::chrono::milliseconds patience, Command command);
 
 /// `first | second`: the exit number is that of the first of the two which failed, so that a failing source counts as
 /// well as a failing sink; the errors of both come mixed in `error`. Throws StartFailure and SystemError.

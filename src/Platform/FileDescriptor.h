@@ -24,7 +24,9 @@ public:
     void reset(int fd = -1) noexcept;
 
     /// A descriptor of its own on the same open file. Throws SystemError.
-    [[nodiscard]] FileDescriptor duplicate() const;
+    [[nodiscard]] FileDescriptor duplicate() const { return duplicateOf(fd_); }
+    /// The same of a descriptor that somebody else owns.
+    [[nodiscard]] static FileDescriptor duplicateOf(int fd);
 
 private:
     int fd_;

@@ -17,7 +17,8 @@ public:
     /// Waits until it is free. Throws SystemError if the file can't be opened.
     [[nodiscard]] static FileLock take(const std::filesystem::path& path);
 
-    /// True if some process holds the lock now. A file that can't be opened for reading counts as free.
+    /// True if some process holds the lock now. What isn't a plain file, or can't be opened
+    /// for reading, counts as free.
     [[nodiscard]] static bool isHeld(const std::filesystem::path& path) noexcept;
 
 private:

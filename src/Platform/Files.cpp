@@ -1,6 +1,8 @@
 #include "Platform/Files.h"
 
+#include "Platform/OpenAt.h"
 #include "Platform/SystemError.h"
+#include "Platform/TemporaryFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,45 +11,49 @@
 #include <algorithm>
 #include <array>
 
+namespace veltry {
+
+FileDescriptor openAt(int folder, const char* name, int flags, unsigned mode) noexcept
+{
+    int fd = -1;
+    do
+        fd = ::openat(folder, name, flags | O_CLOEXEC, mode);
+    while (fd < 0 && errno == EINTR);
+    return FileDescriptor(fd);
+}
+
+FileDescriptor onlyPlain(FileDescriptor file) noexcept
+{
+    struct stat status{};
+    if (::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode))
+        return file;
+    file.reset(); // closing may set errno itself
+    errno = S_ISDIR(status.st_mode) ? EISDIR : ENOTSUP;
+    return file;
+}
+
+} // namespace veltry
+
 namespace veltry::Files {
 
 namespace {
 
-/// A file beside `target` that becomes the target by commit(), and goes away otherwise.
-class Replacement {
-public:
-    explicit Replacement(std::filesystem::path target)
-        : target_(std::move(target)), temporary_(target_.string() + ".XXXXXX")
-    {
-        file_.reset(::mkostemp(temporary_.data(), O_CLOEXEC));
-        if (!file_)
-            throw SystemError("could not write " + target_.string());
+int flags(Purpose purpose) noexcept
+{
+    switch (purpose) {
+    case forReading:
+        return O_RDONLY;
+    case forReadingPlain:
+        return O_RDONLY | O_NONBLOCK; // without it a named pipe would hold us up before we could ask what it is
+    case forWriting:
+        return O_WRONLY | O_APPEND | O_NONBLOCK;
+    case forAppending:
+        return O_WRONLY | O_APPEND | O_CREAT;
+    case forReplacing:
+        return O_WRONLY | O_APPEND | O_CREAT | O_TRUNC;
     }
-    Replacement(const Replacement&) = delete;
-    Replacement& operator=(const Replacement&) = delete;
-    ~Replacement()
-    {
-        if (file_)
-            ::unlink(temporary_.c_str());
-    }
-
-    void write(std::string_view bytes) { writeAll(file_, bytes, target_.string()); }
-
-    void commit()
-    {
-        struct stat old{};
-        const mode_t mode = ::stat(target_.c_str(), &old) == 0 ? old.st_mode & 07777 : 0644;
-        if (::fchmod(file_.get(), mode) != 0 || ::fsync(file_.get()) != 0 ||
-            ::rename(temporary_.c_str(), target_.c_str()) != 0)
-            throw SystemError("could not write " + target_.string());
-        file_.reset();
-    }
-
-private:
-    std::filesystem::path target_;
-    std::string temporary_;
-    FileDescriptor file_;
-};
+    return O_RDONLY;
+}
 
 /// Where a write through links would land. A link that leads nowhere is replaced itself.
 std::filesystem::path resolved(const std::filesystem::path& path)
@@ -59,26 +65,23 @@ std::filesystem::path resolved(const std::filesystem::path& path)
 
 } // namespace
 
-FileDescriptor open(const std::filesystem::path& path, int flags, unsigned mode)
+FileDescriptor open(const std::filesystem::path& path, Purpose purpose)
 {
-    FileDescriptor file = tryOpen(path, flags, mode);
+    FileDescriptor file = tryOpen(path, purpose);
     if (!file)
         throw SystemError("could not open " + path.string());
     return file;
 }
 
-FileDescriptor tryOpen(const std::filesystem::path& path, int flags, unsigned mode) noexcept
+FileDescriptor tryOpen(const std::filesystem::path& path, Purpose purpose) noexcept
 {
-    int fd = -1;
-    do
-        fd = ::open(path.c_str(), flags | O_CLOEXEC, mode);
-    while (fd < 0 && errno == EINTR);
-    return FileDescriptor(fd);
+    FileDescriptor file = openAt(AT_FDCWD, path.c_str(), flags(purpose) | O_NOCTTY, 0644);
+    return purpose == forReadingPlain && file ? onlyPlain(std::move(file)) : std::move(file);
 }
 
 std::string read(const std::filesystem::path& path)
 {
-    return read(open(path, O_RDONLY), path.string());
+    return read(open(path, forReading), path.string());
 }
 
 std::string read(const FileDescriptor& file, std::string_view what)
@@ -108,6 +111,18 @@ std::optional<std::string> readIfPossible(const std::filesystem::path& path)
         return read(path);
     } catch (const SystemError&) {
         return std::nullopt; // most often it isn't there, and the caller has its own answer to that
+    }
+}
+
+std::optional<std::string> readStart(const std::filesystem::path& path, std::size_t count)
+{
+    const FileDescriptor file = tryOpen(path, forReadingPlain);
+    if (!file)
+        return std::nullopt;
+    try {
+        return readAt(file, 0, count);
+    } catch (const SystemError&) {
+        return std::nullopt; // the disk failed: to the caller it isn't there
     }
 }
 
@@ -141,12 +156,6 @@ std::uint64_t size(const FileDescriptor& file) noexcept
     return ::fstat(file.get(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
 }
 
-bool isPlain(const FileDescriptor& file) noexcept
-{
-    struct stat status{};
-    return ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
 void writeAll(const FileDescriptor& file, std::string_view bytes, std::string_view what)
 {
     while (!bytes.empty()) {
@@ -166,9 +175,12 @@ bool truncate(const FileDescriptor& file, std::uint64_t size) noexcept
 
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes)
 {
-    Replacement replacement(resolved(path));
-    replacement.write(bytes);
-    replacement.commit();
+    const std::filesystem::path target = resolved(path);
+    struct stat old{};
+    // As root we could put a plain file in the place of /dev/null, for the whole machine.
+    if (::lstat(target.c_str(), &old) == 0 && (S_ISCHR(old.st_mode) || S_ISBLK(old.st_mode)))
+        throw SystemError("could not write " + target.string(), ENOTSUP);
+    TemporaryFile::replace(TemporaryFile::folderOf(target), target.filename(), bytes, target.string());
 }
 
 void createFolders(const std::filesystem::path& path)

@@ -13,10 +13,19 @@
 /// thread; what fails throws SystemError, which names the path.
 namespace veltry::Files {
 
-/// Opens with open(2)'s flags, close-on-exec added.
-[[nodiscard]] FileDescriptor open(const std::filesystem::path& path, int flags, unsigned mode = 0644);
+/// What a file is opened for. A file that is made gets mode 0644, as far as the process's mask permits it.
+enum class Purpose {
+    forReading,      ///< whatever is there; at a named pipe it waits for a writer
+    forReadingPlain, ///< a plain file alone, and never waits: whatever else others may have put there is refused
+    forWriting,      ///< what is there, a device too, from its end on; never waits: a pipe without a reader is refused
+    forAppending,    ///< from the file's end on; one that isn't there is made
+    forReplacing,    ///< the same, without the old contents
+};
+using enum Purpose;
+
+[[nodiscard]] FileDescriptor open(const std::filesystem::path& path, Purpose purpose);
 /// The same; no descriptor where it fails, and errno tells why.
-[[nodiscard]] FileDescriptor tryOpen(const std::filesystem::path& path, int flags, unsigned mode = 0644) noexcept;
+[[nodiscard]] FileDescriptor tryOpen(const std::filesystem::path& path, Purpose purpose) noexcept;
 
 /// The whole contents.
 [[nodiscard]] std::string read(const std::filesystem::path& path);
@@ -24,21 +33,23 @@ namespace veltry::Files {
 [[nodiscard]] std::string read(const FileDescriptor& file, std::string_view what);
 /// The whole contents, or nothing if the file can't be read for any reason.
 [[nodiscard]] std::optional<std::string> readIfPossible(const std::filesystem::path& path);
+/// The first `count` bytes of a plain file; all of it if it has fewer. Nothing for anything else, whoever put it there,
+/// and for what can't be read. Never waits, so a reader asks for one byte more than it takes to see what is too long.
+[[nodiscard]] std::optional<std::string> readStart(const std::filesystem::path& path, std::size_t count);
 /// Up to `count` bytes from `offset`; fewer only where the file ends.
 [[nodiscard]] std::string readAt(const FileDescriptor& file, std::uint64_t offset, std::size_t count);
 /// Fills `buffer` with the bytes from `offset` and returns how many came; fewer than it holds only where the file ends.
 [[nodiscard]] std::size_t readInto(std::span<char> buffer, const FileDescriptor& file, std::uint64_t offset);
 /// Size in bytes of an open file; 0 if it can't be found.
 [[nodiscard]] std::uint64_t size(const FileDescriptor& file) noexcept;
-/// True for an open plain file, as against a folder, a pipe or a device.
-[[nodiscard]] bool isPlain(const FileDescriptor& file) noexcept;
 
 /// Writes all of it, however many calls that takes. `what` names the file in the error.
 void writeAll(const FileDescriptor& file, std::string_view bytes, std::string_view what);
 /// Cuts an open file to `size` bytes; true if it could be done.
 bool truncate(const FileDescriptor& file, std::uint64_t size) noexcept;
 /// Replaces the contents in one step: a reader sees the old file or the new one, and a failure leaves the old one. The
-/// mode of a file that is there is kept; a link is followed, and stays a link.
+/// permissions of a file that is there are kept; for a new one the process's mask decides. A link is followed, and
+/// stays a link, unless it leads nowhere. A device is refused.
 void writeAtomically(const std::filesystem::path& path, std::string_view bytes);
 
 /// Makes the folder and those above it; one that is there is fine.

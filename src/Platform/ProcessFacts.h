@@ -12,12 +12,11 @@ namespace veltry::ProcessFacts {
 /// The absolute path of the running executable; if the system doesn't tell, the name that it was started by.
 [[nodiscard]] std::filesystem::path executable();
 
+[[nodiscard]] ProcessID id() noexcept;
+
 /// A copy of the whole environment.
 [[nodiscard]] ChildProcess::Environment environment();
 /// One variable, or nothing if it isn't set. An empty one is set.
 [[nodiscard]] std::optional<std::string> variable(const std::string& name);
-
-/// The executable of that name in the first folder of PATH that has one; nothing if none has.
-[[nodiscard]] std::optional<std::filesystem::path> program(const std::string& name);
 
 } // namespace veltry::ProcessFacts

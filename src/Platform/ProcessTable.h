@@ -1,6 +1,6 @@
 #pragma once
 
-#include <sys/types.h>
+#include "Platform/ProcessID.h"
 
 #include <cstdint>
 #include <functional>
@@ -13,19 +13,19 @@
 namespace veltry::ProcessTable {
 
 /// The ids of all processes of a process group, ended ones that nobody has waited for included; in no order.
-[[nodiscard]] std::vector<pid_t> group(pid_t group);
+[[nodiscard]] std::vector<ProcessID> group(ProcessID group);
 
 /// The ids of all processes whose environment, as it was when their program began, has that variable with that value;
 /// in no order. The environments of other users' processes can't be read.
-[[nodiscard]] std::vector<pid_t> carriers(const std::string& variable, const std::string& value);
+[[nodiscard]] std::vector<ProcessID> carriers(const std::string& variable, const std::string& value);
 /// Whether that one does.
-[[nodiscard]] bool carries(pid_t process, const std::string& variable, const std::string& value);
+[[nodiscard]] bool carries(ProcessID process, const std::string& variable, const std::string& value);
 /// Whether it is of that process group.
-[[nodiscard]] bool isInGroup(pid_t process, pid_t group);
+[[nodiscard]] bool isInGroup(ProcessID process, ProcessID group);
 
 /// Ends the process with that id by SIGKILL if `isMeant` says so of it, and returns whether it did. The system may give
 /// an id to another process as soon as the first is gone; only the one that was asked about is ever hit.
-bool kill(pid_t process, const std::function<bool(pid_t process)>& isMeant);
+bool kill(ProcessID process, const std::function<bool(ProcessID process)>& isMeant);
 
 /// What a process uses.
 struct Usage {
@@ -35,6 +35,6 @@ struct Usage {
 };
 
 /// Nothing for a process that has ended or can't be looked at.
-[[nodiscard]] std::optional<Usage> usage(pid_t process);
+[[nodiscard]] std::optional<Usage> usage(ProcessID process);
 
 } // namespace veltry::ProcessTable

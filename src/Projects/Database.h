@@ -24,7 +24,7 @@ namespace veltry {
 
 /// What a body may do with the open file. Every operation throws DatabaseError.
 ///
-/// Statements stay prepared behind their text, so that the same one costs little when it comes again.
+/// Statements stay prepared under their text, so that the same one costs little when it comes again.
 class Connection {
 public:
     /// Opens the file read-write, makes it if it is absent, and puts it into WAL mode. Locks of other processes are
@@ -74,6 +74,7 @@ public:
 
 private:
     friend class Statement;
+    friend class Transaction;
 
     struct Closer {
         void operator()(sqlite3* handle) const noexcept;
@@ -84,13 +85,16 @@ private:
     void enterWAL(std::chrono::milliseconds limit);
     void run(std::string_view sql, std::span<const Argument> arguments);
     [[nodiscard]] Statement start(std::string_view sql, std::span<const Argument> arguments);
-    /// Prepares the first statement of `sql` and leaves what stands behind it in `rest`. Null if there is none.
+    /// Prepares the first statement of `sql` and leaves what follows it in `rest`. Null if there is none.
     [[nodiscard]] Statement::Handle prepare(std::string_view sql, std::string_view& rest);
     /// Statements with a place among the prepared ones come back to it.
     void makePlace(const Statement::Handle& handle);
     void giveBack(Statement::Handle handle) noexcept;
+    /// Throws SQLite's own error for a statement that writes, while a transaction only reads.
+    void refuseWriting(const Statement::Handle& handle) const;
 
     std::unique_ptr<sqlite3, Closer> handle_;
+    bool onlyReads_ = false;
     /// By their text; null while one is in use.
     std::map<std::string, Statement::Handle, std::less<>> prepared_;
 };
@@ -111,7 +115,6 @@ public:
 
 private:
     Connection& connection_;
-    Kind kind_;
 };
 
 /// One SQLite file, open on one connection, with bodies of statements taking turns on it.

@@ -25,7 +25,7 @@ struct DatabaseError : Error {
     /// Others were writing for longer than a write waits.
     [[nodiscard]] bool isBusy() const noexcept;
 
-    /// "SQLite error 5: database is locked", and behind it " - while executing `<sql>`" if there is SQL. The arguments
+    /// "SQLite error 5: database is locked", followed by " - while executing `<sql>`" if there is SQL. The arguments
     /// are left out, since they may be long and are the user's own.
     [[nodiscard]] std::string description() const override;
 

@@ -49,7 +49,7 @@ struct Sortable {
     std::string key;
 
     /// Names that the language takes for the same still have an order.
-    [[nodiscard]] auto place() const { return std::tie(key, entry.url.native()); }
+    [[nodiscard]] auto place() const { return std::tie(key, entry.path.native()); }
 };
 
 bool isListed(const std::filesystem::path& name)
@@ -68,7 +68,7 @@ std::vector<FolderEntry> entries(const std::filesystem::path& in)
         if (!isListed(entry->path().filename()))
             continue;
         std::error_code unreadable; // then it is no folder
-        FolderEntry listed{.url = entry->path(), .isDirectory = entry->is_directory(unreadable)};
+        FolderEntry listed{.path = entry->path(), .isDirectory = entry->is_directory(unreadable)};
         std::string key = order.key(listed.name());
         found.push_back({.entry = std::move(listed), .key = std::move(key)});
     }

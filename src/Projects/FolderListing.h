@@ -10,10 +10,10 @@ namespace veltry {
 
 /// One entry of a folder.
 struct FolderEntry {
-    std::filesystem::path url; ///< its path, which also tells it apart; of a link the link's own
-    bool isDirectory = false;  ///< a folder, or a link that leads to one
+    std::filesystem::path path; ///< its path, which also tells it apart; of a link the link's own
+    bool isDirectory = false;   ///< a folder, or a link that leads to one
 
-    [[nodiscard]] std::string name() const { return url.filename().string(); }
+    [[nodiscard]] std::string name() const { return path.filename().string(); }
 
     friend bool operator==(const FolderEntry&, const FolderEntry&) = default;
 };

@@ -209,7 +209,14 @@ void apply(Connection& connection, const Migration& migration)
     Transaction transaction(connection, Transaction::Kind::writing);
     if (isApplied(connection, migration)) // by another process, since the list was read
         return;
-    connection.execute(migration.script);
+    try {
+        connection.execute(migration.script);
+    } catch (const DatabaseError& failure) {
+        // The step's name says more than its script, which goes over many lines.
+        throw DatabaseError(
+            failure.extendedCode,
+            failure.message + " - while bringing the store up to date (" + std::string(migration.identifier) + ")");
+    }
     connection.execute("INSERT INTO grdb_migrations (identifier) VALUES (?)", migration.identifier);
     refuseDanglingKeys(connection);
     transaction.commit();

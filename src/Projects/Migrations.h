@@ -24,7 +24,7 @@ struct Migration {
 void refuseNewer(Database& database);
 
 /// Applies what is missing, each step in a transaction of its own, so that a step which fails leaves the ones before
-/// it. Several processes may do so at the same moment. Ends behind the step `last`, if one is named. Throws
+/// it. Several processes may do so at the same moment. Ends after the step `last`, if one is named. Throws
 /// DatabaseError.
 void apply(Database& database, std::string_view last = {});
 

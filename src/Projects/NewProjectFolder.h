@@ -11,7 +11,7 @@ namespace veltry::NewProjectFolder {
 
 /// Makes a new, empty folder named after the title in `parent`, which is made if it isn't there, and returns its path.
 /// What a name can't hold is replaced or left out ("a/b" is "a-b", "..." is "Untitled"), and a name that is taken gets
-/// a number behind it, from 2. Several callers at once get a folder each. Throws SystemError.
+/// a number after it, from 2. Several callers at once get a folder each. Throws SystemError.
 [[nodiscard]] std::filesystem::path make(std::string_view named, const std::filesystem::path& in);
 
 } // namespace veltry::NewProjectFolder

@@ -29,9 +29,6 @@ struct Paper {
 
 /// An object with the names of the fields as keys, absent ones left out: the form that the store keeps.
 [[nodiscard]] JSONValue toJSON(const Paper& paper);
-/// Nothing if a key that toJSON() always writes is missing, or any known one is of another type. An optional one that
-/// is null counts as absent.
-[[nodiscard]] std::optional<Paper> paperFromJSON(const JSONValue& value);
 
 /// Why an experiment names a paper. It holds a copy of the paper, which survives the paper's removal from the library.
 struct Citation {

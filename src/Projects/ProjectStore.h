@@ -105,7 +105,7 @@ public:
     void renameProject(const UUID& id, std::string_view name);
     void dismissImport(const UUID& id);
     void setCollapsed(const UUID& id, bool collapsed);
-    /// Puts the folder after the others; does nothing if the project has it. Throws DatabaseError for an unknown
+    /// Adds the folder after the others; does nothing if the project has it. Throws DatabaseError for an unknown
     /// project.
     void addFolder(const std::filesystem::path& folder, const UUID& projectID);
     /// Takes everything of the project with it: conversations, experiments, runs.
@@ -167,8 +167,8 @@ public:
     /// The project's queued and running ones. Reads the project's rows once.
     [[nodiscard]] RunLook runsInFlight(const UUID& projectID) const;
     /// The runs with these ids, whatever their status, and the project's runs made since a look whose `lastRowID` is
-    /// `behind`; each once. Its cost doesn't grow with the history.
-    [[nodiscard]] RunLook lookAgain(const UUID& projectID, std::span<const UUID> ids, std::int64_t behind) const;
+    /// `after`; each once. Its cost doesn't grow with the history.
+    [[nodiscard]] RunLook lookAgain(const UUID& projectID, std::span<const UUID> ids, std::int64_t after) const;
 
     /// A queued run of that experiment with the project's next number, which no other process can get as well. Throws
     /// DatabaseError (a constraint) if the experiment is gone.

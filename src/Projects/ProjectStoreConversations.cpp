@@ -1,61 +1,13 @@
 #include "Base/Text.h"
 #include "Projects/Database.h"
 #include "Projects/ProjectStore.h"
+#include "Projects/RowDecoder.h"
 
 #include <algorithm>
 
 namespace veltry {
 
 namespace {
-
-struct ConversationRow {
-    using Record = Conversation;
-
-    explicit ConversationRow(const Statement& rows)
-        : id(rows.column("id")), projectID(rows.column("project_id")), title(rows.column("title")),
-          harness(rows.column("harness")), createdAt(rows.column("created_at")),
-          agentSessionID(rows.column("agent_session_id")), archivedAt(rows.column("archived_at"))
-    {
-    }
-
-    std::optional<Conversation> operator()(const Statement& row) const
-    {
-        const std::optional<UUID> ownID = row.id(id);
-        const std::optional<UUID> project = row.id(projectID);
-        if (!ownID || !project)
-            return std::nullopt;
-        return Conversation{
-            .id = *ownID,
-            .projectID = *project,
-            .title = row.string(title),
-            .harness = row.string(harness),
-            .createdAt = row.date(createdAt),
-            .agentSessionID = row.optionalString(agentSessionID),
-            .archivedAt = row.optionalDate(archivedAt),
-        };
-    }
-
-    int id, projectID, title, harness, createdAt, agentSessionID, archivedAt;
-};
-
-struct SaidRow {
-    using Record = SaidMatch;
-
-    explicit SaidRow(const Statement& rows)
-        : conversationID(rows.column("conversation_id")), itemID(rows.column("item_id")), text(rows.column("text"))
-    {
-    }
-
-    std::optional<SaidMatch> operator()(const Statement& row) const
-    {
-        const std::optional<UUID> conversation = row.id(conversationID);
-        if (!conversation)
-            return std::nullopt;
-        return SaidMatch{.conversationID = *conversation, .itemID = row.string(itemID), .text = row.string(text)};
-    }
-
-    int conversationID, itemID, text;
-};
 
 bool canBeFound(std::string_view term)
 {
@@ -76,7 +28,7 @@ std::string prefixTerm(std::string_view term)
 std::vector<Conversation> ProjectStore::conversations(const UUID& projectID) const
 {
     return database_->read([&](Connection& connection) {
-        return decodeAll<ConversationRow>(
+        return decodeAll<Conversation>(
             connection.query("SELECT * FROM conversation WHERE project_id = ? ORDER BY created_at, rowid", projectID));
     });
 }
@@ -184,7 +136,7 @@ std::vector<SaidMatch> ProjectStore::said(std::span<const std::string> terms) co
     if (wanted.empty())
         return {};
     return database_->read([&](Connection& connection) {
-        return decodeAll<SaidRow>(connection.query(
+        return decodeAll<SaidMatch>(connection.query(
             R"(SELECT conversation_id, item_id, text, min(rank)
 FROM (
   SELECT conversation_id, item_id, text, rank FROM conversation_text

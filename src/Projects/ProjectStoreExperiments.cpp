@@ -1,44 +1,10 @@
 #include "Projects/Database.h"
 #include "Projects/ProjectStore.h"
+#include "Projects/RowDecoder.h"
 
 namespace veltry {
 
 namespace {
-
-struct ExperimentRow {
-    using Record = Experiment;
-
-    explicit ExperimentRow(const Statement& rows)
-        : id(rows.column("id")), projectID(rows.column("project_id")), parentID(rows.column("parent_id")),
-          slug(rows.column("slug")), branch(rows.column("branch")), title(rows.column("title")),
-          notes(rows.column("notes")), runCommand(rows.column("run_command")), archived(rows.column("archived")),
-          conversationID(rows.column("conversation_id")), createdAt(rows.column("created_at"))
-    {
-    }
-
-    std::optional<Experiment> operator()(const Statement& row) const
-    {
-        const std::optional<UUID> ownID = row.id(id);
-        const std::optional<UUID> project = row.id(projectID);
-        if (!ownID || !project)
-            return std::nullopt;
-        return Experiment{
-            .id = *ownID,
-            .projectID = *project,
-            .parentID = row.id(parentID),
-            .slug = row.string(slug),
-            .branch = row.string(branch),
-            .title = row.string(title),
-            .notes = row.string(notes),
-            .runCommand = row.string(runCommand),
-            .archived = row.flag(archived),
-            .conversationID = row.id(conversationID),
-            .createdAt = row.date(createdAt),
-        };
-    }
-
-    int id, projectID, parentID, slug, branch, title, notes, runCommand, archived, conversationID, createdAt;
-};
 
 void requireChange(const Connection& connection, const UUID& id)
 {
@@ -51,7 +17,7 @@ void requireChange(const Connection& connection, const UUID& id)
 std::vector<Experiment> ProjectStore::experiments(const UUID& projectID) const
 {
     return database_->read([&](Connection& connection) {
-        return decodeAll<ExperimentRow>(
+        return decodeAll<Experiment>(
             connection.query("SELECT * FROM experiment WHERE project_id = ? ORDER BY created_at, rowid", projectID));
     });
 }
@@ -59,7 +25,7 @@ std::vector<Experiment> ProjectStore::experiments(const UUID& projectID) const
 std::optional<Experiment> ProjectStore::experiment(const UUID& id) const
 {
     return database_->read([&](Connection& connection) {
-        return decodeFirst<ExperimentRow>(connection.query("SELECT * FROM experiment WHERE id = ?", id));
+        return decodeFirst<Experiment>(connection.query("SELECT * FROM experiment WHERE id = ?", id));
     });
 }
 

@@ -1,5 +1,8 @@
 #include "Projects/Database.h"
 #include "Projects/ProjectStore.h"
+#include "Projects/RowDecoder.h"
+
+#include <algorithm>
 
 namespace veltry {
 
@@ -11,53 +14,12 @@ std::string stored(const Paper& paper)
     return toJSON(paper).text(JSONValue::Slashes::escaped);
 }
 
-std::optional<Paper> paperFromText(std::string_view text)
-{
-    const std::optional<JSONValue> value = JSONValue::parseIfValid(text);
-    return value ? paperFromJSON(*value) : std::nullopt;
-}
-
-struct PaperRow {
-    using Record = Paper;
-
-    explicit PaperRow(const Statement& rows) : paper(rows.column("paper")) {}
-
-    std::optional<Paper> operator()(const Statement& row) const { return paperFromText(row.text(paper)); }
-
-    int paper;
-};
-
-struct CitationRow {
-    using Record = Citation;
-
-    explicit CitationRow(const Statement& rows)
-        : experimentID(rows.column("experiment_id")), paper(rows.column("paper")), reason(rows.column("reason")),
-          createdAt(rows.column("created_at"))
-    {
-    }
-
-    std::optional<Citation> operator()(const Statement& row) const
-    {
-        const std::optional<UUID> experiment = row.id(experimentID);
-        std::optional<Paper> copy = paperFromText(row.text(paper));
-        if (!experiment || !copy)
-            return std::nullopt;
-        return Citation{
-            .experimentID = *experiment,
-            .paper = std::move(*copy),
-            .reason = row.string(reason),
-            .createdAt = row.date(createdAt),
-        };
-    }
-
-    int experimentID, paper, reason, createdAt;
-};
-
-/// The paper of the row, if it is the one that the row's key says: a list is searched by what the papers say.
+/// The first paper with that id, as the paper itself says.
 std::optional<Paper> paperWithID(std::string_view id, Statement rows)
 {
-    std::optional<Paper> paper = decodeFirst<PaperRow>(std::move(rows));
-    return paper && paper->id == id ? std::move(paper) : std::nullopt;
+    std::vector<Paper> papers = decodeAll<Paper>(std::move(rows));
+    const auto found = std::ranges::find(papers, id, &Paper::id);
+    return found == papers.end() ? std::nullopt : std::optional(std::move(*found));
 }
 
 void insertIntoLibrary(Connection& connection, const Paper& paper, const std::string& text, Date now)
@@ -71,15 +33,14 @@ void insertIntoLibrary(Connection& connection, const Paper& paper, const std::st
 std::vector<Paper> ProjectStore::libraryPapers() const
 {
     return database_->read([](Connection& connection) {
-        return decodeAll<PaperRow>(
-            connection.query("SELECT paper FROM library_paper ORDER BY saved_at DESC, rowid DESC"));
+        return decodeAll<Paper>(connection.query("SELECT paper FROM library_paper ORDER BY saved_at DESC, rowid DESC"));
     });
 }
 
 std::vector<Paper> ProjectStore::libraryPapers(const UUID& projectID) const
 {
     return database_->read([&](Connection& connection) {
-        return decodeAll<PaperRow>(connection.query(
+        return decodeAll<Paper>(connection.query(
             R"(SELECT l.paper FROM project_paper AS p JOIN library_paper AS l ON l.id = p.paper_id
 WHERE p.project_id = ? ORDER BY p.saved_at DESC, p.rowid DESC)",
             projectID));
@@ -89,18 +50,34 @@ WHERE p.project_id = ? ORDER BY p.saved_at DESC, p.rowid DESC)",
 std::optional<Paper> ProjectStore::libraryPaper(std::string_view paperID) const
 {
     return database_->read([&](Connection& connection) {
-        return paperWithID(paperID, connection.query("SELECT paper FROM library_paper WHERE id = ?", paperID));
+        std::optional<Paper> paper =
+            paperWithID(paperID, connection.query("SELECT paper FROM library_paper WHERE id = ?", paperID));
+        // Other programs may have keyed the row otherwise. What counts is what the paper says.
+        return paper ? std::move(paper)
+                     : paperWithID(
+                           paperID, connection.query(
+                                        R"(SELECT paper FROM library_paper
+WHERE json_valid(paper) AND json_extract(paper, '$.id') = ? ORDER BY saved_at DESC, rowid DESC)",
+                                        paperID));
     });
 }
 
 std::optional<Paper> ProjectStore::libraryPaper(std::string_view paperID, const UUID& projectID) const
 {
     return database_->read([&](Connection& connection) {
-        return paperWithID(
+        std::optional<Paper> paper = paperWithID(
             paperID, connection.query(
                          R"(SELECT l.paper FROM project_paper AS p JOIN library_paper AS l ON l.id = p.paper_id
 WHERE p.project_id = ? AND p.paper_id = ?)",
                          projectID, paperID));
+        return paper ? std::move(paper)
+                     : paperWithID(
+                           paperID,
+                           connection.query(
+                               R"(SELECT l.paper FROM project_paper AS p JOIN library_paper AS l ON l.id = p.paper_id
+WHERE p.project_id = ? AND json_valid(l.paper) AND json_extract(l.paper, '$.id') = ?
+ORDER BY p.saved_at DESC, p.rowid DESC)",
+                               projectID, paperID));
     });
 }
 
@@ -168,7 +145,7 @@ void ProjectStore::removeCitation(std::string_view paperID, const UUID& experime
 std::vector<Citation> ProjectStore::citations(const UUID& projectID) const
 {
     return database_->read([&](Connection& connection) {
-        return decodeAll<CitationRow>(connection.query(
+        return decodeAll<Citation>(connection.query(
             R"(SELECT c.* FROM citation AS c JOIN experiment AS e ON e.id = c.experiment_id
 WHERE e.project_id = ? ORDER BY c.created_at, c.rowid)",
             projectID));

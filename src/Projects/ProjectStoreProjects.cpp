@@ -2,6 +2,7 @@
 #include "Platform/SystemError.h"
 #include "Projects/Database.h"
 #include "Projects/ProjectStore.h"
+#include "Projects/RowDecoder.h"
 
 #include <algorithm>
 #include <unordered_map>
@@ -12,33 +13,6 @@ namespace {
 
 using Path = std::filesystem::path;
 using FoldersByProject = std::unordered_map<std::string, std::vector<Path>>; ///< by the text of the project's id
-
-struct ProjectRow {
-    using Record = Project;
-
-    explicit ProjectRow(const Statement& rows)
-        : id(rows.column("id")), name(rows.column("name")), createdAt(rows.column("created_at")),
-          importDismissed(rows.column("import_dismissed")), collapsed(rows.column("collapsed"))
-    {
-    }
-
-    std::optional<Project> operator()(const Statement& row) const
-    {
-        const std::optional<UUID> ownID = row.id(id);
-        if (!ownID)
-            return std::nullopt;
-        return Project{
-            .id = *ownID,
-            .name = row.string(name),
-            .folders = {},
-            .createdAt = row.date(createdAt),
-            .importDismissed = row.flag(importDismissed),
-            .collapsed = row.flag(collapsed),
-        };
-    }
-
-    int id, name, createdAt, importDismissed, collapsed;
-};
 
 FoldersByProject readFolders(Connection& connection)
 {
@@ -84,11 +58,10 @@ std::vector<Project> ProjectStore::projects() const
         std::vector<Project> projects;
         Statement rows = connection.query("SELECT * FROM project ORDER BY created_at, rowid");
         while (rows.step()) {
-            const ProjectRow decoder(rows);
-            std::optional<Project> project = decoder(rows);
+            std::optional<Project> project = RowDecoder<Project>(rows)(rows);
             if (!project)
                 continue;
-            if (const auto own = folders.find(rows.string(decoder.id)); own != folders.end())
+            if (const auto own = folders.find(rows.string(rows.column("id"))); own != folders.end())
                 project->folders = own->second;
             projects.push_back(std::move(*project));
         }

@@ -1,6 +1,6 @@
 #include "Projects/Database.h"
-#include "Projects/JSONFields.h"
 #include "Projects/ProjectStore.h"
+#include "Projects/RowDecoder.h"
 
 namespace veltry {
 
@@ -9,50 +9,10 @@ namespace {
 /// The form of the columns `questions` and `answers`. Equal questions give equal texts, since keys are sorted: rounds
 /// are told apart by it.
 template <typename Record>
-std::string stored(const std::vector<Record>& records)
+std::string stored(const std::vector<Record>& list)
 {
-    return listToJSON(records).text(JSONValue::Slashes::escaped);
+    return records::Codec<std::vector<Record>>::write(list).text(JSONValue::Slashes::escaped);
 }
-
-template <typename Record>
-std::optional<std::vector<Record>> listFromText(std::string_view text, std::optional<Record> (*read)(const JSONValue&))
-{
-    const std::optional<JSONValue> value = JSONValue::parseIfValid(text);
-    return value ? listFromJSON(*value, read) : std::nullopt;
-}
-
-struct RoundRow {
-    using Record = AgentQuestions;
-
-    explicit RoundRow(const Statement& rows)
-        : id(rows.column("id")), conversationID(rows.column("conversation_id")), questions(rows.column("questions")),
-          answers(rows.column("answers")), status(rows.column("status")), createdAt(rows.column("created_at"))
-    {
-    }
-
-    std::optional<AgentQuestions> operator()(const Statement& row) const
-    {
-        const std::optional<UUID> ownID = row.id(id);
-        const std::optional<UUID> conversation = row.id(conversationID);
-        const std::optional<AgentQuestions::Status> known = AgentQuestions::parseStatus(row.text(status));
-        std::optional<std::vector<Question>> asked = listFromText(row.text(questions), &questionFromJSON);
-        if (!ownID || !conversation || !known || !asked)
-            return std::nullopt;
-        AgentQuestions round{
-            .id = *ownID,
-            .conversationID = *conversation,
-            .questions = std::move(*asked),
-            .answers = {},
-            .status = *known,
-            .askedAt = row.date(createdAt),
-        };
-        if (!row.isNull(answers))
-            round.answers = listFromText(row.text(answers), &answerFromJSON);
-        return round;
-    }
-
-    int id, conversationID, questions, answers, status, createdAt;
-};
 
 /// Only an open round: the first to close it wins.
 void close(Database& database, const UUID& id, AgentQuestions::Status status, const std::optional<std::string>& answers)
@@ -62,7 +22,7 @@ void close(Database& database, const UUID& id, AgentQuestions::Status status, co
         connection.execute(
             R"(UPDATE question SET status = ?, answers = ?, answered_at = ?
 WHERE id = ? AND status = 'open')",
-            AgentQuestions::statusText(status), answers, now, id);
+            toWord(status), answers, now, id);
     });
 }
 
@@ -72,7 +32,7 @@ AgentQuestions ProjectStore::ask(const std::vector<Question>& questions, const U
 {
     const std::string text = stored(questions);
     return database_->write([&](Connection& connection) {
-        std::vector<AgentQuestions> open = decodeAll<RoundRow>(connection.query(
+        std::vector<AgentQuestions> open = decodeAll<AgentQuestions>(connection.query(
             "SELECT * FROM question WHERE conversation_id = ? AND questions = ? AND status = 'open'", conversationID,
             text));
         if (!open.empty())
@@ -96,14 +56,14 @@ VALUES (?, ?, ?, 'open', ?))",
 std::optional<AgentQuestions> ProjectStore::questions(const UUID& id) const
 {
     return database_->read([&](Connection& connection) {
-        return decodeFirst<RoundRow>(connection.query("SELECT * FROM question WHERE id = ?", id));
+        return decodeFirst<AgentQuestions>(connection.query("SELECT * FROM question WHERE id = ?", id));
     });
 }
 
 std::vector<AgentQuestions> ProjectStore::openQuestions(const UUID& conversationID) const
 {
     return database_->read([&](Connection& connection) {
-        return decodeAll<RoundRow>(connection.query(
+        return decodeAll<AgentQuestions>(connection.query(
             R"(SELECT * FROM question WHERE conversation_id = ? AND status = 'open'
 ORDER BY created_at, rowid)",
             conversationID));
@@ -113,7 +73,7 @@ ORDER BY created_at, rowid)",
 std::vector<AgentQuestions> ProjectStore::openRounds(const std::optional<UUID>& projectID) const
 {
     return database_->read([&](Connection& connection) {
-        return decodeAll<RoundRow>(connection.query(
+        return decodeAll<AgentQuestions>(connection.query(
             R"(SELECT question.* FROM question JOIN conversation ON conversation.id = question.conversation_id
 WHERE question.status = 'open' AND (?1 IS NULL OR conversation.project_id = ?1)
 ORDER BY question.created_at, question.rowid)",

@@ -1,5 +1,6 @@
 #include "Projects/Database.h"
 #include "Projects/ProjectStore.h"
+#include "Projects/RowDecoder.h"
 
 #include <algorithm>
 #include <unordered_set>
@@ -8,50 +9,7 @@ namespace veltry {
 
 namespace {
 
-struct RunRow {
-    using Record = Run;
-
-    explicit RunRow(const Statement& rows)
-        : id(rows.column("id")), experimentID(rows.column("experiment_id")), projectID(rows.column("project_id")),
-          number(rows.column("number")), status(rows.column("status")), commit(rows.column("commit_sha")),
-          command(rows.column("command")), directory(rows.column("directory")), pid(rows.column("pid")),
-          exitCode(rows.column("exit_code")), result(rows.column("result")),
-          cancelRequested(rows.column("cancel_requested")), createdAt(rows.column("created_at")),
-          endedAt(rows.column("ended_at"))
-    {
-    }
-
-    std::optional<Run> operator()(const Statement& row) const
-    {
-        const std::optional<UUID> ownID = row.id(id);
-        const std::optional<UUID> experiment = row.id(experimentID);
-        const std::optional<UUID> project = row.id(projectID);
-        const std::optional<Run::Status> known = Run::parseStatus(row.text(status));
-        if (!ownID || !experiment || !project || !known)
-            return std::nullopt;
-        return Run{
-            .id = *ownID,
-            .experimentID = *experiment,
-            .projectID = *project,
-            .number = row.integer(number),
-            .status = *known,
-            .commit = row.string(commit),
-            .command = row.string(command),
-            .directory = row.path(directory),
-            .pid = row.optionalInt32(pid),
-            .exitCode = row.optionalInt32(exitCode),
-            .result = row.optionalString(result),
-            .cancelRequested = row.flag(cancelRequested),
-            .createdAt = row.date(createdAt),
-            .endedAt = row.optionalDate(endedAt),
-        };
-    }
-
-    int id, experimentID, projectID, number, status, commit, command, directory, pid, exitCode, result, cancelRequested,
-        createdAt, endedAt;
-};
-
-/// Across all projects: SQLite finds the end of the table at once, but not the end of a project's rows.
+/// The last row of all projects: SQLite finds the end of the table at once, but not the end of a project's rows.
 std::int64_t lastRowID(Connection& connection)
 {
     return connection.firstInteger("SELECT MAX(rowid) FROM run").value_or(0);
@@ -59,7 +17,7 @@ std::int64_t lastRowID(Connection& connection)
 
 std::optional<Run> runWithID(Connection& connection, const UUID& id)
 {
-    return decodeFirst<RunRow>(connection.query("SELECT * FROM run WHERE id = ?", id));
+    return decodeFirst<Run>(connection.query("SELECT * FROM run WHERE id = ?", id));
 }
 
 } // namespace
@@ -67,14 +25,14 @@ std::optional<Run> runWithID(Connection& connection, const UUID& id)
 std::vector<Run> ProjectStore::runs(const UUID& projectID) const
 {
     return database_->read([&](Connection& connection) {
-        return decodeAll<RunRow>(connection.query("SELECT * FROM run WHERE project_id = ? ORDER BY number", projectID));
+        return decodeAll<Run>(connection.query("SELECT * FROM run WHERE project_id = ? ORDER BY number", projectID));
     });
 }
 
 std::vector<Run> ProjectStore::runsOfExperiment(const UUID& experimentID) const
 {
     return database_->read([&](Connection& connection) {
-        return decodeAll<RunRow>(
+        return decodeAll<Run>(
             connection.query("SELECT * FROM run WHERE experiment_id = ? ORDER BY number", experimentID));
     });
 }
@@ -82,7 +40,7 @@ std::vector<Run> ProjectStore::runsOfExperiment(const UUID& experimentID) const
 std::vector<Run> ProjectStore::unfinishedRuns() const
 {
     return database_->read([](Connection& connection) {
-        return decodeAll<RunRow>(
+        return decodeAll<Run>(
             connection.query("SELECT * FROM run WHERE status IN ('queued', 'running') ORDER BY created_at"));
     });
 }
@@ -95,7 +53,7 @@ std::optional<Run> ProjectStore::run(const UUID& id) const
 std::optional<Run> ProjectStore::run(std::int64_t number, const UUID& projectID) const
 {
     return database_->read([&](Connection& connection) {
-        return decodeFirst<RunRow>(
+        return decodeFirst<Run>(
             connection.query("SELECT * FROM run WHERE project_id = ? AND number = ?", projectID, number));
     });
 }
@@ -104,7 +62,7 @@ ProjectStore::RunLook ProjectStore::runsInFlight(const UUID& projectID) const
 {
     return database_->read([&](Connection& connection) {
         return RunLook{
-            .runs = decodeAll<RunRow>(connection.query(
+            .runs = decodeAll<Run>(connection.query(
                 R"(SELECT * FROM run
 WHERE project_id = ? AND status IN ('queued', 'running') ORDER BY number)",
                 projectID)),
@@ -114,15 +72,16 @@ WHERE project_id = ? AND status IN ('queued', 'running') ORDER BY number)",
 }
 
 ProjectStore::RunLook ProjectStore::lookAgain(
-    const UUID& projectID, std::span<const UUID> ids, std::int64_t behind) const
+    const UUID& projectID, std::span<const UUID> ids, std::int64_t after) const
 {
     return database_->read([&](Connection& connection) {
         // The sign keeps SQLite from the index on project_id, which leads through the whole history.
         RunLook look{
-            .runs = decodeAll<RunRow>(
-                connection.query("SELECT * FROM run WHERE rowid > ? AND +project_id = ?", behind, projectID)),
+            .runs = decodeAll<Run>(
+                connection.query("SELECT * FROM run WHERE rowid > ? AND +project_id = ?", after, projectID)),
             .lastRowID = lastRowID(connection),
         };
+        // Those that are waited for may be among the new rows as well.
         std::unordered_set<UUID> seen;
         for (const Run& run : look.runs)
             seen.insert(run.id);
@@ -141,6 +100,7 @@ Run ProjectStore::insertRun(
     const UUID& id, const Experiment& experiment, const std::string& commit, const std::filesystem::path& directory)
 {
     return database_->write([&](Connection& connection) {
+        // In one transaction with the INSERT, so that two processes can't take the same number.
         const std::optional<std::int64_t> number = connection.firstInteger(
             "SELECT COALESCE(MAX(number), 0) + 1 FROM run WHERE project_id = ?", experiment.projectID);
         Run run{
@@ -164,7 +124,7 @@ Run ProjectStore::insertRun(
   (id, experiment_id, project_id, number, status, commit_sha, command, directory,
    created_at)
 VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?))",
-            run.id, run.experimentID, run.projectID, run.number, Run::statusText(run.status), run.commit, run.command,
+            run.id, run.experimentID, run.projectID, run.number, toWord(run.status), run.commit, run.command,
             run.directory, run.createdAt);
         return run;
     });
@@ -173,6 +133,7 @@ VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?))",
 void ProjectStore::markRunning(const UUID& id, std::int32_t pid)
 {
     database_->write([&](Connection& connection) {
+        // A run that was cancelled or given up for dead while it was queued stays so.
         connection.execute("UPDATE run SET status = 'running', pid = ? WHERE id = ? AND status = 'queued'", pid, id);
     });
 }
@@ -181,10 +142,11 @@ void ProjectStore::finishRun(
     const UUID& id, Run::Status status, std::optional<std::int32_t> exitCode, const std::optional<std::string>& result)
 {
     database_->write([&](Connection& connection) {
+        // The supervisor and whoever finds it gone may both come here, and the first one counts.
         connection.execute(
             R"(UPDATE run SET status = ?, exit_code = ?, result = ?, ended_at = ?
 WHERE id = ? AND status IN ('queued', 'running'))",
-            Run::statusText(status), exitCode, result, Date::now(), id);
+            toWord(status), exitCode, result, Date::now(), id);
     });
 }
 

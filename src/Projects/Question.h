@@ -1,12 +1,11 @@
 #pragma once
 
 #include "Base/Date.h"
-#include "Base/JSONValue.h"
 #include "Base/UUID.h"
+#include "Base/Words.h"
 
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace veltry {
@@ -58,23 +57,16 @@ struct AgentQuestions {
     Status status = Status::open;
     Date askedAt;
 
-    /// The stored text of a status: its own name.
-    [[nodiscard]] static std::string_view statusText(Status status);
-    /// Nothing for a text that isn't one of the four, such as one of a later version.
-    [[nodiscard]] static std::optional<Status> parseStatus(std::string_view text);
-
     friend bool operator==(const AgentQuestions&, const AgentQuestions&) = default;
 };
 
-/// Objects with the names of the fields as keys, absent ones left out: the forms that the store keeps.
-[[nodiscard]] JSONValue toJSON(const Question::Option& option);
-[[nodiscard]] JSONValue toJSON(const Question& question);
-[[nodiscard]] JSONValue toJSON(const Answer& answer);
-
-/// Nothing if a key that toJSON() always writes is missing, or any known one is of another type. An optional one that
-/// is null counts as absent.
-[[nodiscard]] std::optional<Question::Option> optionFromJSON(const JSONValue& value);
-[[nodiscard]] std::optional<Question> questionFromJSON(const JSONValue& value);
-[[nodiscard]] std::optional<Answer> answerFromJSON(const JSONValue& value);
+/// As it is stored.
+template <>
+inline constexpr auto wordsOf<AgentQuestions::Status> = std::to_array<Word<AgentQuestions::Status>>({
+    {AgentQuestions::Status::open, "open"},
+    {AgentQuestions::Status::answered, "answered"},
+    {AgentQuestions::Status::dismissed, "dismissed"},
+    {AgentQuestions::Status::withdrawn, "withdrawn"},
+});
 
 } // namespace veltry

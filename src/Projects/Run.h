@@ -3,12 +3,12 @@
 #include "Base/Date.h"
 #include "Base/JSONValue.h"
 #include "Base/UUID.h"
+#include "Base/Words.h"
 
 #include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace veltry {
 
@@ -41,12 +41,6 @@ struct Run {
     /// The folder with the snapshot of the commit.
     [[nodiscard]] std::filesystem::path source() const { return directory / "src"; }
 
-    /// How long it has taken so far, in seconds, from when it was made to its end, or to `now` where it goes on.
-    [[nodiscard]] double seconds(Date now = Date::now()) const
-    {
-        return endedAt.value_or(now).secondsSince2001 - createdAt.secondsSince2001;
-    }
-
     /// True if the run left a result.
     [[nodiscard]] bool answered() const { return result.has_value(); }
 
@@ -58,13 +52,18 @@ struct Run {
         return status != Status::queued && status != Status::running;
     }
 
-    /// The stored text of a status: its own name in lower case.
-    [[nodiscard]] static std::string_view statusText(Status status);
-    /// Nothing for a text that isn't one of the five, such as one of a later version.
-    [[nodiscard]] static std::optional<Status> parseStatus(std::string_view text);
-
     friend bool operator==(const Run&, const Run&) = default;
 };
+
+/// As it is stored.
+template <>
+inline constexpr auto wordsOf<Run::Status> = std::to_array<Word<Run::Status>>({
+    {Run::Status::queued, "queued"},
+    {Run::Status::running, "running"},
+    {Run::Status::succeeded, "succeeded"},
+    {Run::Status::failed, "failed"},
+    {Run::Status::cancelled, "cancelled"},
+});
 
 /// An object with the names of the fields as keys: identifiers, status and folder as texts, dates as seconds since
 /// 2001, absent ones left out.

@@ -119,31 +119,4 @@ private:
     std::vector<DatabaseError::Argument> bound_; ///< what SQLite reads while it runs, and what an error tells
 };
 
-/// The records of all rows that give one, in their order.
-///
-/// A Decoder is made from a statement that stands on its first row, where it looks its columns up once, and is then
-/// called with each row; it names its `Record` and returns a std::optional of it.
-template <typename Decoder>
-[[nodiscard]] std::vector<typename Decoder::Record> decodeAll(Statement rows)
-{
-    std::vector<typename Decoder::Record> records;
-    if (!rows.step())
-        return records;
-    const Decoder decoder(rows);
-    do {
-        if (std::optional<typename Decoder::Record> record = decoder(rows))
-            records.push_back(std::move(*record));
-    } while (rows.step());
-    return records;
-}
-
-/// The record of the first row, if there is a row and it gives one.
-template <typename Decoder>
-[[nodiscard]] std::optional<typename Decoder::Record> decodeFirst(Statement rows)
-{
-    if (!rows.step())
-        return std::nullopt;
-    return Decoder(rows)(rows);
-}
-
 } // namespace veltry

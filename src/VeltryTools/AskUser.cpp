@@ -1,7 +1,8 @@
 #include "VeltryTools/AskUser.h"
 
 #include "Base/Text.h"
-#include "VeltryTools/LabTools.h"
+#include "Experiments/LabError.h"
+#include "VeltryTools/ToolArguments.h"
 
 #include <fmt/format.h>
 
@@ -33,8 +34,8 @@ std::vector<Question::Option> readOptions(const std::string& question, const JSO
     std::vector<Question::Option> options;
     for (const JSONValue& element : *elements)
         options.push_back(
-            {.label = LabTools::requiredString("label", element),
-             .description = LabTools::optionalString("description", element)});
+            {.label = ToolArguments::requiredString("label", element),
+             .description = ToolArguments::optionalString("description", element)});
     if (options.size() > mostOptions)
         throw LabError(
             LabError::Code::tooManyOptions,
@@ -48,12 +49,11 @@ std::vector<Question::Option> readOptions(const std::string& question, const JSO
 Question readQuestion(const JSONValue& element)
 {
     Question question;
-    question.question = LabTools::requiredString("question", element);
+    question.question = ToolArguments::requiredString("question", element);
     question.options = readOptions(question.question, element);
     refuseRepeatedLabels(question);
-    question.detail = LabTools::optionalString("detail", element);
-    const JSONValue* several = element.find("multi_select");
-    question.multiSelect = several && several->boolean() && *several->boolean();
+    question.detail = ToolArguments::optionalString("detail", element);
+    question.multiSelect = ToolArguments::isExactly(true, "multi_select", element);
     return question;
 }
 

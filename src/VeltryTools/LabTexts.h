@@ -6,21 +6,13 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
-#include <vector>
 
 /// The texts that the lab's tools answer with, made from records. Lines are joined by line feeds, with none at the end.
 namespace veltry::LabTexts {
 
-/// What the tree text is made of. The lists are in the store's order; `runs` go by number.
-struct Tree {
-    std::vector<Experiment> experiments;
-    std::vector<Run> runs{};
-    std::vector<Citation> citations{};
-};
-
 /// All nodes that aren't archived, depth first, with their runs and citations. A node whose parent is archived or gone
-/// stands at the root.
-[[nodiscard]] std::string tree(const Lab& lab, const Tree& tree);
+/// stands at the root. `lab` knows where the worktrees lie.
+[[nodiscard]] std::string tree(const Lab& lab, const ExperimentTree& tree);
 
 /// "run 7 of LR 3e-5: succeeded (exit 0) result {...}", on one line.
 [[nodiscard]] std::string runLine(const Run& run, std::string_view title);

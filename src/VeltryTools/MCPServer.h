@@ -1,14 +1,12 @@
 #pragma once
 
 #include "ACP/JSONRPCConnection/JSONRPCConnection.h"
-#include "VeltryTools/LabTools.h"
-#include "VeltryTools/PaperTools.h"
+#include "VeltryTools/Tool.h"
 
-#include <filesystem>
+#include <functional>
 #include <memory>
-#include <optional>
-#include <set>
 #include <string>
+#include <vector>
 
 namespace veltry {
 
@@ -17,27 +15,31 @@ namespace veltry {
 /// the request itself was wrong. Notifications are ignored.
 class MCPServer {
 public:
-    /// `openAlexKey` is the person's key of the literature service.
-    MCPServer(
-        Lab lab, std::optional<UUID> conversation, std::optional<std::filesystem::path> settings,
-        std::optional<std::string> openAlexKey);
+    /// Gives what an agent is told at its start. Asked anew at each `initialize`, on the connection's executor.
+    using Instructions = std::function<std::string()>;
+
+    /// The tools are shown in this order.
+    MCPServer(std::vector<Tool> tools, Instructions instructions)
+        : tools_(std::move(tools)), instructions_(std::move(instructions))
+    {
+    }
 
     /// Serves the peer of `transport` on its executor and returns at once. `onEnd` runs when the input has ended; calls
-    /// that wait then send no more notices. The server also reaps the supervisors that it starts.
+    /// that wait then send no more notices.
     static std::shared_ptr<JSONRPCConnection> serve(
         MCPServer server, const asio::any_io_executor& executor, std::shared_ptr<LineTransport> transport,
         JSONRPCConnection::OnEnd onEnd);
 
-    LabTools tools;
-    PaperTools papers;
-
 private:
-    [[nodiscard]] asio::awaitable<JSONValue> handle(
-        std::string method, JSONValue params, std::weak_ptr<JSONRPCConnection> connection) const;
-    [[nodiscard]] asio::awaitable<JSONValue> callTool(
-        JSONValue params, std::weak_ptr<JSONRPCConnection> connection) const;
+    using Reply = JSONRPCConnection::Reply;
 
-    std::set<std::string, std::less<>> paperTools_; // the names that go to `papers`
+    [[nodiscard]] Reply handle(
+        const std::string& method, const JSONValue& params, const std::weak_ptr<JSONRPCConnection>& connection) const;
+    [[nodiscard]] JSONValue toolList() const;
+    [[nodiscard]] Reply callTool(const JSONValue& params, const std::weak_ptr<JSONRPCConnection>& connection) const;
+
+    std::vector<Tool> tools_;
+    Instructions instructions_;
 };
 
 } // namespace veltry

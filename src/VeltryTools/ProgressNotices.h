@@ -1,6 +1,6 @@
 #pragma once
 
-#include "VeltryTools/ToolTable.h"
+#include "VeltryTools/Tool.h"
 
 #include <chrono>
 

@@ -1,10 +1,19 @@
 #include "VeltryTools/ToolsCommand.h"
 
 #include "ACP/JSONRPCConnection/PipeTransport.h"
+#include "Config/VeltrySettings.h"
+#include "Experiments/Computer.h"
+#include "Experiments/Machine.h"
+#include "Experiments/Playbook.h"
 #include "Experiments/Supervisor.h"
 #include "Literature/OpenAlex.h"
+#include "Platform/Async/WatchedChild.h"
+#include "Platform/ProcessEnd.h"
 #include "Platform/ProcessFacts.h"
+#include "Platform/StandardStreams.h"
+#include "VeltryTools/LabTools.h"
 #include "VeltryTools/MCPServer.h"
+#include "VeltryTools/PaperTools.h"
 
 #include <asio/co_spawn.hpp>
 #include <asio/detached.hpp>
@@ -13,10 +22,7 @@
 #include <asio/steady_timer.hpp>
 #include <fmt/format.h>
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <csignal>
 #include <memory>
 
 namespace veltry::ToolsCommand {
@@ -28,9 +34,7 @@ constexpr auto longestFarewell = std::chrono::seconds(1);
 
 void say(std::string_view line)
 {
-    // In one write, so that lines of several processes with one log don't mix; if it fails there is nobody left to
-    // tell.
-    static_cast<void>(!::write(STDERR_FILENO, line.data(), line.size()));
+    StandardStreams::writeOnce(StandardStreams::error, line); // if it fails there is nobody left to tell
 }
 
 std::optional<std::string> option(const Options& options, const std::string& name)
@@ -41,7 +45,7 @@ std::optional<std::string> option(const Options& options, const std::string& nam
 
 std::string requiredOption(const Options& options, const std::string& name)
 {
-    if (std::optional<std::string> value = option(options, name))
+    if (std::optional<std::string> value = option(options, name); value && !value->empty())
         return std::move(*value);
     throw LabError(LabError::Code::missingOption, fmt::format("Pass {}.", name), {.name = name});
 }
@@ -57,20 +61,65 @@ Project findProject(const ProjectStore& store, const std::string& id)
     const auto found = std::ranges::find(projects, id, [](const Project& project) { return project.id.text(); });
     if (found == projects.end())
         throw LabError(LabError::Code::projectNotFound, fmt::format("No project {}.", id), {.name = id});
+    // Every tool of the tree works in the first folder.
+    if (found->folders.empty())
+        throw LabError(
+            LabError::Code::projectWithoutFolder,
+            fmt::format("The project {} has no folder. Add its repository: veltry project add-folder.", found->name),
+            {.name = found->name});
     return std::move(*found);
+}
+
+/// An empty path is a file that isn't there, whose settings are the defaults.
+std::optional<std::filesystem::path> settingsFile(const Options& options)
+{
+    const std::optional<std::string> file = option(options, "--settings");
+    if (!file || file->empty())
+        return file;
+    return std::filesystem::absolute(*file);
+}
+
+/// Who attaches by a block that veltry made is told of this computer as it is; any other client of a computer that the
+/// section for all was written for.
+std::string instructions(const std::filesystem::path& runs, const std::optional<std::filesystem::path>& settings)
+{
+    if (ProcessFacts::variable(Computer::clientVariable).value_or("").empty())
+        return Playbook::instructions(Machine::current());
+    const std::int64_t maxRuns = settings ? VeltrySettings::load(*settings).maxRuns : 0;
+    const bool hasFile = settings && !settings->empty();
+    return Playbook::instructions(
+        Computer::current(runs, maxRuns, hasFile ? LoginPython::read(LoginPython::file(*settings)) : std::nullopt));
+}
+
+/// The tools of one project, in the order in which an agent is shown them.
+std::vector<Tool> makeTools(Lab served, const Options& options)
+{
+    const auto lab = std::make_shared<const Lab>(std::move(served));
+    LabTools labTools{.lab = lab};
+    if (const std::optional<std::string> conversation = option(options, "--conversation"))
+        labTools.conversation = UUID::parse(*conversation);
+    labTools.settings = settingsFile(options);
+    const auto key = [key = ProcessFacts::variable(OpenAlex::keyVariable)] { return key; };
+    const PaperTools paperTools{
+        .lab = lab,
+        .search = std::make_shared<const OpenAlex>(key, HTTPSession::shared()),
+        .files = PaperFiles::beside(lab->store->path())};
+    std::vector<Tool> tools = labTools.tools();
+    std::ranges::move(paperTools.tools(), std::back_inserter(tools));
+    return tools;
 }
 
 /// Leaves without the destructors of libraries, which threads of theirs may still use.
 [[noreturn]] void leave()
 {
-    ::_exit(EXIT_SUCCESS);
+    ProcessEnd::leave(0);
 }
 
 /// What came before the end of input is answered, as far as it doesn't wait; a peer that doesn't read gets a moment.
 asio::awaitable<void> bidFarewell(std::shared_ptr<JSONRPCConnection> connection)
 {
     const asio::any_io_executor executor = co_await asio::this_coro::executor;
-    co_await asio::post(executor, asio::use_awaitable);     // behind the handlers of every request that was read
+    co_await asio::post(executor, asio::use_awaitable);     // after the handlers of every request that was read
     asio::steady_timer patience(executor, longestFarewell); // only from here on: handlers may have taken longer
     patience.async_wait([](const asio::error_code&) { leave(); });
     co_await connection->flush();
@@ -81,7 +130,7 @@ asio::awaitable<void> bidFarewell(std::shared_ptr<JSONRPCConnection> connection)
 
 int main(const std::vector<std::string>& arguments)
 {
-    std::signal(SIGPIPE, SIG_IGN); // a peer that went away is a failed write
+    ProcessEnd::ignoreBrokenPipes(); // a peer that went away is a failed write
     const std::string mode = arguments.size() < 2 ? "" : arguments[1];
     if (mode != "mcp" && mode != "supervise") {
         say(usage);
@@ -116,20 +165,20 @@ void serve(const Options& options)
     std::shared_ptr<ProjectStore> store = openStore(options);
     Project project = findProject(*store, requiredOption(options, "--project"));
     const std::optional<std::string> runs = option(options, "--runs");
-    const std::optional<std::string> conversation = option(options, "--conversation");
-    std::optional<std::filesystem::path> settings;
-    if (const std::optional<std::string> path = option(options, "--settings"))
-        settings = std::filesystem::absolute(*path);
     Lab lab(
         std::move(store), std::move(project), runs ? std::filesystem::absolute(*runs) : Lab::defaultRuns(),
         ProcessFacts::executable());
-    MCPServer server(
-        std::move(lab), conversation ? UUID::parse(*conversation) : std::nullopt, std::move(settings),
-        ProcessFacts::variable(OpenAlex::keyVariable));
-
     asio::io_context executor(1);
-    const auto transport =
-        PipeTransport::make(executor.get_executor(), FileDescriptor(STDIN_FILENO), FileDescriptor(STDOUT_FILENO));
+    lab.adopt = [&executor](ProcessID supervisor) {
+        asio::co_spawn(executor, reaped(supervisor), asio::detached); // so that no zombie stays behind
+    };
+    const auto told = [runs = lab.runsFolder, settings = settingsFile(options)] {
+        return instructions(runs, settings);
+    };
+    MCPServer server(makeTools(std::move(lab), options), told);
+
+    const auto transport = PipeTransport::make(
+        executor.get_executor(), FileDescriptor(StandardStreams::input), FileDescriptor(StandardStreams::output));
     const auto connection = std::make_shared<std::weak_ptr<JSONRPCConnection>>();
     const auto onEnd = [connection] { return bidFarewell(connection->lock()); };
     *connection = MCPServer::serve(std::move(server), executor.get_executor(), transport, onEnd);

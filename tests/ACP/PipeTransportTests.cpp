@@ -58,14 +58,15 @@ TEST(PipeTransport, ReadsFromPipesAndPlainFilesAlikeAndDropsAnUnfinishedLastLine
     const auto read = [](FileDescriptor source) {
         std::vector<std::string> lines;
         runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
-            const auto transport = PipeTransport::make(executor, std::move(source), Files::open("/dev/null", O_WRONLY));
+            const auto transport =
+                PipeTransport::make(executor, std::move(source), Files::open("/dev/null", Files::forWriting));
             lines = co_await allLines(*transport);
         });
         return lines;
     };
     EXPECT_THAT(read(viaPipe()), ElementsAre("one", "", "two"));
-    EXPECT_THAT(read(Files::open(folder / "input", O_RDONLY)), ElementsAre("one", "", "two"));
-    EXPECT_THAT(read(Files::open("/dev/null", O_RDONLY)), ElementsAre());
+    EXPECT_THAT(read(Files::open(folder / "input", Files::forReading)), ElementsAre("one", "", "two"));
+    EXPECT_THAT(read(Files::open("/dev/null", Files::forReading)), ElementsAre());
 }
 
 TEST(PipeTransport, LeavesTheFlagsOfSharedDescriptorsAlone)

@@ -63,12 +63,15 @@ TEST(Lab, RefusesANodeThatCannotBe)
     } cases[] = {
         {"blank title", {" \n", "", {}, "true", {}}, "title_required: Give the experiment a title: the idea it tests."},
         {"a command of its own",
-         {"A", "", parent.id.text(), "python3 train.py ", {}},
+         {"A", "", parent.id, "python3 train.py ", {}},
          "run_command_inherited: A child runs its parent's command: python3 train.py. Leave run_command out, and "
          "change "
          "the code on the child's branch instead."},
+        {"no id",
+         {"A", "", NodeName::parse("Base"), {}, {}},
+         "experiment_not_found: No experiment Base in this project. Call experiment_tree for the ids."},
         {"the parent's branch is gone",
-         {"A", "", orphan.id.text(), {}, {}},
+         {"A", "", orphan.id, {}, {}},
          "branch_missing: The parent's branch veltry/orphan is gone from the repository."},
     };
 
@@ -77,7 +80,7 @@ TEST(Lab, RefusesANodeThatCannotBe)
         EXPECT_EQ(refusal([&] { return test.lab.create(c.node); }), c.error);
     }
     // Passing exactly the parent's command is no change.
-    const Experiment child = test.lab.create({"Child", "why", parent.id.text(), "python3 train.py", {}});
+    const Experiment child = test.lab.create({"Child", "why", parent.id, "python3 train.py", {}});
     EXPECT_EQ(child.parentID, parent.id);
     EXPECT_EQ(child.notes, "why");
 
@@ -89,7 +92,7 @@ TEST(Lab, RefusesANodeThatCannotBe)
     const Lab elsewhere(
         test.store, test.store->createProject("Plain", {plain.path()}), test.runs(), test::toolsProgram());
     EXPECT_EQ(
-        refusal([&] { return elsewhere.create({"A", "", {}, {}, {}}); }),
+        refusal([&] { return elsewhere.create({"A", "", NodeName::parse("no id"), {}, {}}); }),
         "not_a_repository: " + plain.path().string() +
             " is not a git repository. Run `git init` and commit the code first.");
 }
@@ -99,7 +102,7 @@ TEST(Lab, AChildBeginsWithWhatItsParentCommitted)
     const TestLab test;
     const Experiment parent = test.baseline("true");
     test.write(parent, "committed.py", "1");
-    const auto run = test.lab.launch(parent.id.text(), 0);
+    const auto run = test.lab.launch(parent.id, 0);
     test.write(parent, "pending.py", "2");
     const Experiment child = test.child(parent, "Child");
     EXPECT_TRUE(Files::exists(test.lab.worktree(child) / "committed.py"));
@@ -116,7 +119,7 @@ TEST(Lab, ARunSeesTheCommittedFilesAndFreezesItsNodeWithItsResult)
     test.write(node, "ignored", "not to be seen");
     test.write(node, "data.txt", " {\"loss\": 1}\n");
 
-    const auto queued = test.lab.launch(node.id.text(), 0);
+    const auto queued = test.lab.launch(node.id, 0);
     EXPECT_EQ(queued.status, Run::Status::queued);
     EXPECT_EQ(queued.number, 1);
     EXPECT_EQ(queued.directory, test.runs() / queued.id.text());
@@ -130,7 +133,7 @@ TEST(Lab, ARunSeesTheCommittedFilesAndFreezesItsNodeWithItsResult)
     EXPECT_EQ(Files::read(run.log()), " {\"loss\": 1}\n" + run.source().string() + "\n");
     EXPECT_TRUE(test.lab.isFrozen(node));
     EXPECT_EQ(
-        refusal([&] { return test.lab.launch(node.id.text(), 0); }),
+        refusal([&] { return test.lab.launch(node.id, 0); }),
         "frozen: Run 1 answered Baseline, so its code is fixed. Create a child with create_experiment to try something "
         "else.");
 }
@@ -140,23 +143,23 @@ TEST(Lab, ANodeWithoutAnAnswerRunsAgainAndOneWithARunInFlightDoesNot)
     const TestLab test;
     const Experiment node = test.baseline("exit $(cat status)");
     test.write(node, "status", "3");
-    const auto first = test.finished(test.lab.launch(node.id.text(), 0).id);
+    const auto first = test.finished(test.lab.launch(node.id, 0).id);
     EXPECT_EQ(first.status, Run::Status::failed);
     EXPECT_EQ(first.exitCode, 3);
     EXPECT_FALSE(test.lab.isFrozen(node));
 
     // Nothing pending: the same commit runs again, and no empty one is made.
-    const auto second = test.finished(test.lab.launch(node.id.text(), 0).id);
+    const auto second = test.finished(test.lab.launch(node.id, 0).id);
     EXPECT_EQ(second.commit, first.commit);
 
     const Experiment slow = test.baseline("sleep 60", "Slow");
-    test.lab.launch(slow.id.text(), 0);
+    test.lab.launch(slow.id, 0);
     EXPECT_EQ(
-        refusal([&] { return test.lab.launch(slow.id.text(), 0); }),
+        refusal([&] { return test.lab.launch(slow.id, 0); }),
         "already_running: Run 3 of Slow is still running. Wait for it with wait_for_runs, or stop it with cancel_run.");
     // A result counts whatever the status.
     test.insertFinished(node, Run::Status::failed, 1, "{}");
-    EXPECT_THAT(refusal([&] { return test.lab.launch(node.id.text(), 0); }), HasSubstr("frozen: Run 4 answered"));
+    EXPECT_THAT(refusal([&] { return test.lab.launch(node.id, 0); }), HasSubstr("frozen: Run 4 answered"));
 }
 
 TEST(Lab, TheLimitCountsLiveRunsOfAllProjects)
@@ -171,18 +174,18 @@ TEST(Lab, TheLimitCountsLiveRunsOfAllProjects)
         young, foreign, "commit", test.runs() / young.text()); // no supervisor, but it may be starting
 
     EXPECT_EQ(
-        refusal([&] { return test.lab.launch(node.id.text(), 1); }),
+        refusal([&] { return test.lab.launch(node.id, 1); }),
         "too_many_runs: 1 run is going, and settings.toml allows 1 at once. Wait for one with wait_for_runs, or raise "
         "experiments.max_runs.");
-    test.lab.launch(node.id.text(), 2);
+    test.lab.launch(node.id, 2);
     EXPECT_THAT(
-        refusal([&] { return test.lab.launch(node.id.text(), 2); }),
+        refusal([&] { return test.lab.launch(node.id, 2); }),
         HasSubstr("2 runs are going, and settings.toml allows 2 at once"));
 
     // The limit is looked at before the node, and a dead run counts no more.
     test.backdate(young, 11);
-    EXPECT_THAT(refusal([&] { return test.lab.launch(node.id.text(), 2); }), HasSubstr("already_running"));
-    EXPECT_THAT(refusal([&] { return test.lab.launch(node.id.text(), -1); }), HasSubstr("already_running"));
+    EXPECT_THAT(refusal([&] { return test.lab.launch(node.id, 2); }), HasSubstr("already_running"));
+    EXPECT_THAT(refusal([&] { return test.lab.launch(node.id, -1); }), HasSubstr("already_running"));
 }
 
 TEST(Lab, AnInvalidLayoutIsCommittedButSpendsNoNumber)
@@ -191,12 +194,12 @@ TEST(Lab, AnInvalidLayoutIsCommittedButSpendsNoNumber)
     const Experiment node = test.baseline("true");
     test.write(node, "telemetry.toml", "zoom = 1\n");
     EXPECT_EQ(
-        refusal([&] { return test.lab.launch(node.id.text(), 0); }),
+        refusal([&] { return test.lab.launch(node.id, 0); }),
         "telemetry_invalid: telemetry.toml the file has \"zoom\", which is not one of x, panel, stat. Fix it in the "
         "node's worktree and call run_experiment again.");
     EXPECT_EQ(test.repository.git({"log", "-1", "--format=%s", node.branch}), "Baseline: run 1");
     test.write(node, "telemetry.toml", "");
-    EXPECT_EQ(test.lab.launch(node.id.text(), 0).number, 1);
+    EXPECT_EQ(test.lab.launch(node.id, 0).number, 1);
 }
 
 TEST(Lab, ALaunchThatFailsSaysWhyAndLeavesAFailedRun)
@@ -206,18 +209,17 @@ TEST(Lab, ALaunchThatFailsSaysWhyAndLeavesAFailedRun)
     Lab broken = test.lab;
     broken.tools = "/nowhere/veltry-tools";
     EXPECT_EQ(
-        refusal([&] { return broken.launch(node.id.text(), 0); }),
+        refusal([&] { return broken.launch(node.id, 0); }),
         "launch_failed: Run 1 could not start: Failure(executable: \"/nowhere/veltry-tools\", code: 2)");
-    EXPECT_EQ(test.lab.run("1").status, Run::Status::failed);
-    EXPECT_EQ(test.lab.run("1").exitCode, std::nullopt);
+    EXPECT_EQ(test.lab.run(1).status, Run::Status::failed);
+    EXPECT_EQ(test.lab.run(1).exitCode, std::nullopt);
 
     broken = test.lab;
     broken.runsFolder = test / "veltry.sqlite"; // a file in the folder's place
-    EXPECT_THAT(
-        refusal([&] { return broken.launch(node.id.text(), 0); }), HasSubstr("launch_failed: Run 2 could not start:"));
+    EXPECT_THAT(refusal([&] { return broken.launch(node.id, 0); }), HasSubstr("launch_failed: Run 2 could not start:"));
 
     test.repository.git({"worktree", "remove", "--force", test.lab.worktree(node).string()});
-    EXPECT_THAT(refusal([&] { return test.lab.launch(node.id.text(), 0); }), HasSubstr("git_failed: git status"));
+    EXPECT_THAT(refusal([&] { return test.lab.launch(node.id, 0); }), HasSubstr("git_failed: git status"));
 }
 
 TEST(Lab, FindsARunByNumberOrIdWithinItsProject)
@@ -227,38 +229,38 @@ TEST(Lab, FindsARunByNumberOrIdWithinItsProject)
     const auto run = test.insertFinished(node);
     for (const std::string& text :
          {std::string("1"), std::string("#1"), std::string("#1#"), std::string("+1"), run.id.text()})
-        EXPECT_EQ(test.lab.run(text), run) << text;
+        EXPECT_EQ(test.lab.run(RunName::parse(text)), run) << text;
     for (const char* text : {"#", "2", "1.0", " 1", "", "99999999999999999999"})
         EXPECT_EQ(
-            refusal([&] { return test.lab.run(text); }),
+            refusal([&] { return test.lab.run(RunName::parse(text)); }),
             std::string("run_not_found: No run ") + text + " in this project.");
 
     const Lab other(test.store, test.store->createProject("Q", {"/q"}), test.runs(), test::toolsProgram());
-    EXPECT_THAT(refusal([&] { return other.run(run.id.text()); }), HasSubstr("run_not_found"));
-    EXPECT_THAT(refusal([&] { return other.experiment(node.id.text()); }), HasSubstr("experiment_not_found"));
+    EXPECT_THAT(refusal([&] { return other.run(run.id); }), HasSubstr("run_not_found"));
+    EXPECT_THAT(refusal([&] { return other.experiment(node.id); }), HasSubstr("experiment_not_found"));
 }
 
 TEST(Lab, CancellingReachesEverythingThatARunStarted)
 {
     const TestLab test;
     const Experiment node = test.baseline("sleep 60 & sleep 60 | sleep 60");
-    const auto run = test.lab.launch(node.id.text(), 0);
-    ASSERT_TRUE(test::eventually([&] { return test.lab.run("1").pid.has_value(); }));
-    const auto asked = test.lab.cancel("1");
+    const auto run = test.lab.launch(node.id, 0);
+    ASSERT_TRUE(test::eventually([&] { return test.lab.run(1).pid.has_value(); }));
+    const auto asked = test.lab.cancel(1);
     EXPECT_TRUE(asked.cancelRequested);
     const auto ended = test.finished(run.id);
     EXPECT_EQ(ended.status, Run::Status::cancelled);
     EXPECT_EQ(ended.exitCode, 128 + SIGTERM);
     EXPECT_TRUE(test::eventually([&] { return ::kill(-*ended.pid, 0) != 0; })) << "a process of the group is left";
-    EXPECT_EQ(test.lab.cancel("#1"), test.lab.run("1")) << "asking again changes nothing";
+    EXPECT_EQ(test.lab.cancel(1), test.lab.run(1)) << "asking again changes nothing";
 }
 
 TEST(Lab, ReconcilingFailsOldRunsWhoseSupervisorIsGone)
 {
     const TestLab test;
     const Experiment node = test.baseline("sleep 60");
-    const auto live = test.lab.launch(node.id.text(), 0);
-    ASSERT_TRUE(test::eventually([&] { return test.lab.run("1").status == Run::Status::running; }));
+    const auto live = test.lab.launch(node.id, 0);
+    ASSERT_TRUE(test::eventually([&] { return test.lab.run(1).status == Run::Status::running; }));
     const UUID young = UUID::random();
     const UUID old = UUID::random();
     test.store->insertRun(young, node, "commit", test.runs() / "none");
@@ -273,9 +275,9 @@ TEST(Lab, ReconcilingFailsOldRunsWhoseSupervisorIsGone)
     EXPECT_TRUE(test.store->run(old)->endedAt);
 
     ::kill(test.supervisors.front(), SIGKILL); // its run goes on as an orphan, and the row tells the truth
-    EXPECT_TRUE(test::eventually([&] { return test.lab.reconciledRuns().front().status == Run::Status::failed; }));
-    EXPECT_EQ(::kill(-*test.lab.run("1").pid, 0), 0);
-    ::kill(-*test.lab.run("1").pid, SIGKILL);
+    EXPECT_TRUE(test::eventually([&] { return test.lab.tree().runs().front().status == Run::Status::failed; }));
+    EXPECT_EQ(::kill(-*test.lab.run(1).pid, 0), 0);
+    ::kill(-*test.lab.run(1).pid, SIGKILL);
 }
 
 } // namespace

@@ -11,7 +11,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <fstream>
@@ -29,7 +28,7 @@ using testing::IsEmpty;
 
 void append(const std::filesystem::path& file, std::string_view bytes)
 {
-    Files::writeAll(Files::open(file, O_WRONLY | O_APPEND | O_CREAT), bytes, file.string());
+    Files::writeAll(Files::open(file, Files::forAppending), bytes, file.string());
 }
 
 std::string records(const std::vector<Stamp>& stamps)

@@ -9,7 +9,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -47,9 +46,9 @@ std::string nested(int levels, std::string_view opening, std::string_view inner,
 
 class TelemetryFile : public ::testing::Test {
 protected:
-    void write(std::string_view bytes, int flags = O_APPEND)
+    void write(std::string_view bytes, Files::Purpose purpose = Files::forAppending)
     {
-        Files::writeAll(Files::open(file_, O_WRONLY | O_CREAT | flags), bytes, "telemetry");
+        Files::writeAll(Files::open(file_, purpose), bytes, "telemetry");
     }
 
     test::TemporaryFolder folder_;
@@ -178,7 +177,7 @@ TEST_F(TelemetryFile, MayBeAnythingAtAll)
 
     write("{\"a\":1}\n{\"a\":2}\n{\"a\":");
     EXPECT_TRUE(telemetry_.read(file_, false));
-    write("{\"b\":1}\n", O_TRUNC);
+    write("{\"b\":1}\n", Files::forReplacing);
     EXPECT_FALSE(telemetry_.read(file_, true)) << "shorter than what was read";
     write("0123456\n{\"a\":3}\n");
     EXPECT_TRUE(telemetry_.read(file_, false)) << "goes on at its place";
@@ -213,7 +212,7 @@ TEST_F(TelemetryFile, MayHoldALineWithoutEnd)
     const std::string rest(1'000'000, ' ');
     write(rest);
     EXPECT_FALSE(telemetry_.read(file_, false));
-    std::filesystem::resize_file(file_, Files::size(Files::open(file_, O_RDONLY)) - rest.size());
+    std::filesystem::resize_file(file_, Files::size(Files::open(file_, Files::forReading)) - rest.size());
     write("{\"a\":3}\n" + rest);
     EXPECT_TRUE(telemetry_.read(file_, false));
     EXPECT_FALSE(telemetry_.read(file_, true)) << "however long, blank";

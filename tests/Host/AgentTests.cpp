@@ -1,5 +1,6 @@
 #include "Host/Agent/Transcript.h"
 #include "Platform/Files.h"
+#include "Projects/Database.h"
 #include "Support/HostLab.h"
 #include "Support/PseudoTerminal.h"
 
@@ -127,7 +128,13 @@ TEST_F(AgentCommand, TellsWhyNothingBegan)
         {{"--conversation", old.id.text(), "x"}, 1, "That conversation was had with goose."},
         {{"--conversation", "nope", "x"}, 1, "There is no conversation \"nope\"."},
         {{}, 2, "There is no prompt"},
+        {{"--project", "Bare", "x"}, 1, "The project Bare has no folder."},
     };
+    lab.store->createProject("Bare", {"/gone"});
+    Database(lab.database()).write([](Connection& store) {
+        store.execute("DELETE FROM project_folder WHERE path = '/gone'");
+    });
+    EXPECT_THAT(lab.veltry({"import", "--project", "Bare"}).error, HasSubstr("The project Bare has no folder."));
 
     for (const auto& c : cases) {
         SCOPED_TRACE(c.error);

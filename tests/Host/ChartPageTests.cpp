@@ -53,22 +53,24 @@ protected:
     }
 
     /// The page's document after its scripts, and after one that is put behind them.
-    std::string afterScript(const std::filesystem::path& page, std::string_view script) const
+    std::string afterScript(const std::filesystem::path& page, std::string_view script, std::size_t width = 1200) const
     {
-        const std::filesystem::path tried = page.parent_path() / "tried.html";
-        const std::string text = Files::read(page);
-        Files::writeAtomically(
-            tried, text::replacingAll(text, "</body>", fmt::format("<script>{}</script></body>", script)));
-        return ChildProcess::run({.executable = *browser(),
-                                  .arguments =
-                                      {"--headless", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
-                                       "--user-data-dir=" + (folder_ / "browser").string(), "--window-size=1200,900",
-                                       "--dump-dom", "file://" + tried.string()},
-                                  .environment = ProcessFacts::environment(),
-                                  .directory = {},
-                                  .input = {},
-                                  .output = {},
-                                  .error = {}})
+        const std::filesystem::path tried = page.parent_path() / ("tried" + page.extension().string());
+        std::string text = Files::read(page);
+        for (const std::string_view end : {"</body>", "</svg>\n"})
+            text = text::replacingAll(text, end, fmt::format("<script>{}</script>{}", script, end));
+        Files::writeAtomically(tried, text);
+        return ChildProcess::run(
+                   {.executable = *browser(),
+                    .arguments =
+                        {"--headless", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
+                         "--user-data-dir=" + (folder_ / "browser").string(),
+                         fmt::format("--window-size={},900", width), "--dump-dom", "file://" + tried.string()},
+                    .environment = ProcessFacts::environment(),
+                    .directory = {},
+                    .input = {},
+                    .output = {},
+                    .error = {}})
             .output;
     }
 
@@ -114,7 +116,7 @@ TEST_F(ChartsCommand, FollowsARunOnATerminal)
         "echo '{\"a\":1}' >>$HARROWICK_TELEMETRY_PATH; until [ -e go ]; do sleep 0.05; done; "
         "echo '{\"a\":7}' >>$HARROWICK_TELEMETRY_PATH",
         "Slow");
-    const veltry::Run run = lab_.lab.launch(node.id.text(), 0);
+    const veltry::Run run = lab_.lab.launch(node.id, 0);
     test::PseudoTerminal terminal(test::hostProgram(), words({"2", "--follow"}));
     ASSERT_TRUE(terminal.shows("a\033[2m 1")) << terminal.output();
     Files::writeAtomically(run.source() / "go", "");
@@ -147,6 +149,47 @@ TEST_F(ChartsCommand, MakesAPageThatABrowserShows)
     EXPECT_THAT(
         document, HasSubstr("<title>{\"shown\":\"step 1,000; loss 0; acc 10\",\"marks\":2,\"hidden\":true,"
                             "\"lines\":[true,true],\"fits\":true,\"bold\":0}</title>"));
+}
+
+TEST_F(ChartsCommand, LeavesNoTextOutsideItsPanelOrOverAnother)
+{
+    if (!browser())
+        GTEST_SKIP() << "no Chromium here: script/setup --with-chromium installs it";
+    const std::string wide(60, 'W');
+    Files::writeAtomically(
+        run_.source() / "telemetry.toml",
+        fmt::format(
+            "x = \"time\"\n[[panel]]\ntitle = \"{0}{0}\"\ny = [\"{0}\", \"loss\", \"{0}1\"]\n"
+            "[[panel]]\ny = \"loss\"\nx = \"{0}\"\n[[panel]]\ny = \"time\"\nwide = true\n"
+            "[[panel]]\ntitle = \"Many words in a title, as many as there may be, and a few more of them\"\n"
+            "y = \"time\"\nscale = \"log\"\n[[stat]]\ntitle = \"{0}\"\ny = \"loss\"\n",
+            wide));
+    std::string lines;
+    for (int step = 0; step < 40; ++step)
+        lines += fmt::format(
+            "{{\"time\":17000000{0:02}000000000,\"loss\":{0},\"{1}\":{0}0000,\"{1}1\":-{0}}}\n", step, wide);
+    Files::writeAtomically(run_.telemetryFile(), lines);
+    constexpr std::string_view look = R"js(
+        const parts = [...document.querySelectorAll('text, li, figcaption, dt, dd, h1')].map((part) => {
+            const box = part.getBoundingClientRect();
+            const panel = (part.closest('svg') || part.closest('figure, dl, header')).getBoundingClientRect();
+            return {name: part.textContent, box, out: panel.left > box.left + 1 || box.right > panel.right + 1};
+        });
+        const over = (a, b) => [b.right > a.left + 1, a.right > b.left + 1, b.bottom > a.top + 4,
+            a.bottom > b.top + 4].every(Boolean);
+        const wrong = parts.filter((part) => part.out).map((part) => part.name);
+        parts.forEach((a, at) => parts.slice(at + 1).forEach((b) => {
+            if (over(a.box, b.box)) wrong.push(a.name + ' over ' + b.name);
+        }));
+        document.documentElement.setAttribute('data-look', parts.length + ' parts, wrong: ' + wrong.join('; '));
+    )js";
+    for (const auto& [option, name, width] :
+         {std::tuple("--html", "page.html", 1200), {"--html", "page.html", 500}, {"--svg", "page.svg", 1200}}) {
+        SCOPED_TRACE(fmt::format("{} {}", option, width));
+        ASSERT_EQ(charts({"1", option, (folder_ / name).string()}).exitNumber, 0);
+        const std::string document = afterScript(folder_ / name, look, width);
+        EXPECT_TRUE(document.contains(" parts, wrong: \"")) << document.substr(0, 2000);
+    }
 }
 
 } // namespace

@@ -7,7 +7,10 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include <bit>
 #include <cmath>
+#include <limits>
+#include <random>
 
 namespace veltry {
 namespace {
@@ -48,6 +51,16 @@ TEST(Axis, WritesRoundValuesAlongIt)
         {"two decades", Axis({0.1, 1.5}, true), {"0.1", "0.2", "0.5", "1"}},
         {"part of a decade", Axis({0.31, 0.32}, true), {"0.31", "0.32"}},
         {"above a decade", Axis({3, 8}, true), {"3", "4", "5", "6", "7", "8"}},
+        {"seconds since 1970",
+         Axis({1.7e9, 1.7e9 + 10}),
+         {"1,700,000,000", "1,700,000,002", "1,700,000,004", "1,700,000,006", "1,700,000,008", "1,700,000,010"}},
+        {"beside each other",
+         Axis({0.3, 0.3000001}, false),
+         {"0.30000000", "0.30000002", "0.30000004", "0.30000006", "0.30000008", "0.30000010"}},
+        {"neighbours", Axis({0.3, 0.30000000000000004}), {"0.3", "0.30000000000000004"}},
+        {"neighbours, logarithmic", Axis({0.3, 0.30000000000000004}, true), {"0.3", "0.30000000000000004"}},
+        {"all doubles", Axis({-1e308, 1e308}), {"-1e+308", "-5e+307", "0", "5e+307", "1e+308"}},
+        {"all above 0", Axis({5e-324, 1e308}, true), {"1e-300", "1e-200", "1e-100", "1", "1e+100", "1e+200", "1e+300"}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -79,6 +92,69 @@ TEST(Axis, GoesToTheNextRoundValueWhereItsEndIsFree)
     }
     EXPECT_FALSE(Axis({1, 10}, true).place(0));
     EXPECT_DOUBLE_EQ(*Axis({1, 100}, true).place(10), 0.5);
+}
+
+/// Random numbers of every size, among them the extreme ones and those that hardly differ from the one before.
+class AnyNumber {
+public:
+    double operator()()
+    {
+        static constexpr double extremes[] = {0,    5e-324, 1e-320, 2.2250738585072014e-308,           1, 0.3,
+                                              1e15, 1.7e18, 1e308,  std::numeric_limits<double>::max()};
+        const std::uint64_t pick = random_() % 4;
+        const double sign = random_() % 2 == 0 ? 1 : -1;
+        if (pick == 0)
+            last_ = sign * extremes[random_() % std::size(extremes)];
+        else if (pick == 1)
+            last_ = std::nextafter(last_, 0.0);
+        else if (const double any = std::bit_cast<double>(random_()); pick == 2 && std::isfinite(any))
+            last_ = any;
+        else
+            last_ = sign * static_cast<double>(random_() % 100'000) / 100;
+        return last_;
+    }
+
+private:
+    std::mt19937_64 random_{7};
+    double last_ = 1;
+};
+
+TEST(Axis, HasEndsAndTicksForAnyNumbers)
+{
+    AnyNumber any;
+    for (int round = 0; round < 50'000 && !HasFailure(); ++round) {
+        const bool isLogarithmic = round % 2 == 0;
+        const auto number = [&] { return isLogarithmic ? std::max(std::abs(any()), 5e-324) : any(); };
+        const auto ordered = [&] {
+            const double a = number();
+            const double b = number();
+            return Axis::Range{.low = std::min(a, b), .high = std::max(a, b)};
+        };
+        const Axis::Range data = ordered();
+        const Axis::Range fixed = ordered();
+        const bool fixesLow = round % 3 == 0;
+        const bool fixesHigh = round % 5 == 0 && !(fixesLow && fixed.low == fixed.high);
+        const Axis axis = round % 7 == 0 && !isLogarithmic
+                              ? Axis::through(data, round % 2 == 1)
+                              : Axis::around(
+                                    data, fixesLow ? std::optional(fixed.low) : std::nullopt,
+                                    fixesHigh ? std::optional(fixed.high) : std::nullopt, isLogarithmic);
+        SCOPED_TRACE(fmt::format(
+            "round {}, {} to {}: {} to {}", round, data.low, data.high, axis.range().low, axis.range().high));
+        EXPECT_LT(axis.range().low, axis.range().high);
+        EXPECT_TRUE(std::isfinite(axis.range().low) && std::isfinite(axis.range().high));
+        EXPECT_TRUE(std::isfinite(axis.place(number()).value()));
+        const std::size_t most = 2 + static_cast<std::size_t>(round) % 9;
+        const std::vector<Axis::Tick> ticks = axis.ticks(most);
+        EXPECT_GE(ticks.size(), 2U);
+        EXPECT_LE(ticks.size(), most);
+        EXPECT_TRUE(std::ranges::is_sorted(ticks, std::ranges::less_equal(), &Axis::Tick::place));
+        for (std::size_t at = 0; at < ticks.size(); ++at) {
+            EXPECT_TRUE(ticks[at].place >= 0 && ticks[at].place <= 1);
+            EXPECT_LE(ticks[at].label.size(), 24U);
+            EXPECT_TRUE(at == 0 || ticks[at].label != ticks[at - 1].label) << ticks[at].label;
+        }
+    }
 }
 
 /// A run of 40 points, some of which nobody could read.

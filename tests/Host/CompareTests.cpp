@@ -34,8 +34,8 @@ TEST(SideBySide, BreaksTextsBetweenWords)
 TEST(Compare, ShowsResultsNotesAndFilesBesideEachOther)
 {
     test::HostHistory lab;
-    lab.lab.setNotes(lab.node.id.text(), "Slower at first.");
-    lab.lab.setNotes(lab.leaf.id.text(), "A leaf.");
+    lab.lab.setNotes(lab.node.id, "Slower at first.");
+    lab.lab.setNotes(lab.leaf.id, "A leaf.");
     const Experiment open = lab.child(lab.baseline, "Open");
     lab.write(open, "new file", "1\n2\n");
     lab.write(open, "README.md", "other\n");

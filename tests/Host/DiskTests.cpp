@@ -1,4 +1,3 @@
-#include "Host/Terminal/Numbers.h"
 #include "Host/Views/DiskUse.h"
 #include "Platform/Files.h"
 #include "Support/HostLab.h"
@@ -10,15 +9,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
-
-TEST(DiskUse, WritesSizes)
-{
-    const std::pair<std::uint64_t, const char*> cases[] = {{0, "0 B"},          {999, "999 B"},
-                                                           {1000, "1.0 kB"},    {999'949, "999.9 kB"},
-                                                           {999'950, "1.0 MB"}, {5'000'000'000'000, "5.0 TB"}};
-    for (const auto& [bytes, text] : cases)
-        EXPECT_EQ(shownBytes(bytes), text);
-}
 
 /// What lies below a folder, without folders that hold something.
 std::vector<std::string> below(const fs::path& folder)
@@ -53,7 +43,7 @@ TEST(Disk, GivesBackOnlyWhatGitHasByteForByte)
     fs::create_symlink("deep/in/a.txt", worktree / "link2");
     ::setenv("OWN", worktree.c_str(), 1); // a run that writes into an ignored folder of its worktree
     ::setenv("HOME", (lab / "").c_str(), 1);
-    const veltry::Run run = lab.finished(lab.lab.launch(node.id.text(), 0).id);
+    const veltry::Run run = lab.finished(lab.lab.launch(node.id, 0).id);
     ASSERT_EQ(run.exitCode, 0) << Files::read(run.log());
     const std::vector<std::string> own = {"edited.txt", "empty", "link2", "mode.sh", "moved", "out/best.pt"};
     const std::vector<std::string> before = below(run.source());
@@ -79,7 +69,7 @@ TEST(Disk, WeighsAndLeavesRunsInFlightAndLostCommitsAlone)
 {
     const test::HostLab lab;
     const Experiment node = lab.baseline("sleep 100");
-    const veltry::Run running = lab.lab.launch(node.id.text(), 0);
+    const veltry::Run running = lab.lab.launch(node.id, 0);
     Files::createFolders(running.source() / "more");
     Files::writeAtomically(running.source() / "more/model.bin", std::string(1'000'000, 'x'));
     std::filesystem::create_hard_link(running.source() / "more/model.bin", running.source() / "best.bin");

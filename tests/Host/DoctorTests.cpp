@@ -97,6 +97,8 @@ TEST_F(DoctorTest, TellsWhatIsWrongWithSettingsAndProjects)
         told({}, "settings"), "advice: experiments.colour is not a setting.\nadvice: experiments.max_runs must be a "
                               "whole number, 0 or more.\n");
     EXPECT_EQ(said_.exitNumber, 0);
+    settings("# \xFF\n");
+    EXPECT_THAT(told({}, "settings"), HasSubstr("isn't UTF-8 text"));
     settings("x = = 1\n");
     EXPECT_THAT(told({}, "settings"), HasSubstr("wrong: "));
     EXPECT_THAT(said_.error, HasSubstr("veltry: 1 thing is wrong.\n"));

@@ -91,13 +91,16 @@ TEST_F(InitTest, PassesOnWhatAClientWouldKeepAndLetsAWaitOfHalfAnHourThrough)
     };
     const JSONValue common = *JSONValue::parse(block("common", "a \"key\"")).find("mcpServers")->find("veltry");
     EXPECT_EQ(*common.find("env")->find("OPENALEX_API_KEY")->string(), "a \"key\"");
+    EXPECT_EQ(*common.find("env")->find("VELTRY_CLIENT")->string(), "common");
     EXPECT_GT(*common.find("timeout")->number(), 1'800'000);
     EXPECT_THAT(block("common", ""), Not(HasSubstr("OPENALEX_API_KEY")));
 
     const std::string codex = block("codex", "a \"key\"");
     EXPECT_THAT(codex, StartsWith("[mcp_servers.veltry]\ncommand = \"" + test::toolsProgram().string()));
     EXPECT_THAT(codex, HasSubstr("\ntool_timeout_sec = 1860\n"));
-    EXPECT_THAT(codex, HasSubstr("[mcp_servers.veltry.env]\nOPENALEX_API_KEY = \"a \\\"key\\\"\"\n"));
+    EXPECT_THAT(
+        codex,
+        HasSubstr("[mcp_servers.veltry.env]\nOPENALEX_API_KEY = \"a \\\"key\\\"\"\nVELTRY_CLIENT = \"codex\"\n"));
 
     const JSONValue other = *JSONValue::parse(block("opencode", "k")).find("mcp")->find("veltry");
     EXPECT_EQ(*other.find("environment")->find("OPENALEX_API_KEY")->string(), "k");

@@ -33,7 +33,7 @@ TEST(LabErrorWords, TellAPersonOfCommandsNotOfTools)
     };
     for (const auto& [code, values, sentence] : cases)
         EXPECT_EQ(LabErrorWords::forPerson(LabError(code, "as told", values)), sentence);
-    for (const auto& [code, word] : LabError::codes)
+    for (const auto& [code, word] : wordsOf<Code>)
         EXPECT_FALSE(LabErrorWords::forPerson(LabError(code, "as told")).contains("experiment_")) << word;
 }
 

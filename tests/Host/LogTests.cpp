@@ -119,7 +119,7 @@ TEST_F(LogTest, FollowsARunOnATerminalUntilItEnds)
     const Experiment node = lab_.baseline(
         "printf '\\033[32mbegun\\033[0m\\n'; until [ -e go ]; do sleep 0.05; done; seq 2000; printf 'no end'; exit 3",
         "Slow");
-    const veltry::Run run = lab_.lab.launch(node.id.text(), 0);
+    const veltry::Run run = lab_.lab.launch(node.id, 0);
     test::PseudoTerminal terminal(test::hostProgram(), words({"1", "-f", "--no-times"}));
     ASSERT_TRUE(terminal.shows("\033[32mbegun\033[0m")) << terminal.output();
     Files::writeAtomically(run.source() / "go", "");
@@ -130,7 +130,7 @@ TEST_F(LogTest, FollowsARunOnATerminalUntilItEnds)
     EXPECT_THAT(terminal.output(), EndsWith("with exit code 3.\r\n"));
     EXPECT_EQ(std::ranges::count(terminal.output(), '\n'), 2003);
 
-    static_cast<void>(lab_.lab.launch(lab_.baseline("sleep 60", "Long").id.text(), 0));
+    static_cast<void>(lab_.lab.launch(lab_.baseline("sleep 60", "Long").id, 0));
     test::PseudoTerminal waiting(test::hostProgram(), words({"2", "-f"}));
     ASSERT_TRUE(test::eventually([&] { return lab_.store->run(2, lab_.lab.project.id)->pid.has_value(); }));
     waiting.type("\003");

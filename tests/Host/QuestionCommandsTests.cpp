@@ -5,8 +5,6 @@
 
 #include <gmock/gmock.h>
 
-#include <fcntl.h>
-
 #include <filesystem>
 
 namespace veltry {
@@ -38,7 +36,7 @@ protected:
     ChildProcess::Output answerWith(const std::string& input) const
     {
         Files::writeAtomically(lab_ / "input", input);
-        const FileDescriptor file = Files::open(lab_ / "input", O_RDONLY);
+        const FileDescriptor file = Files::open(lab_ / "input", Files::forReading);
         ChildProcess::Command command;
         command.executable = test::hostProgram();
         command.arguments = {"answer", "1"};

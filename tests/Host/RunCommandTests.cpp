@@ -52,12 +52,12 @@ TEST(RunCommands, ArchiveNodesAndBringThemBack)
 {
     const test::HostHistory lab;
     EXPECT_EQ(lab.veltry({"archive", "leaf", "nothing"}).exitNumber, 1);
-    EXPECT_FALSE(lab.lab.experiment(lab.leaf.id.text()).archived);
+    EXPECT_FALSE(lab.lab.experiment(lab.leaf.id).archived);
     EXPECT_EQ(lab.veltry({"archive", "leaf", lab.node.branch}).exitNumber, 0);
-    EXPECT_TRUE(lab.lab.experiment(lab.leaf.id.text()).archived);
+    EXPECT_TRUE(lab.lab.experiment(lab.leaf.id).archived);
     EXPECT_EQ(lab.veltry({"archive", "--restore", "leaf"}).exitNumber, 0);
-    EXPECT_FALSE(lab.lab.experiment(lab.leaf.id.text()).archived);
-    EXPECT_TRUE(lab.lab.experiment(lab.node.id.text()).archived);
+    EXPECT_FALSE(lab.lab.experiment(lab.leaf.id).archived);
+    EXPECT_TRUE(lab.lab.experiment(lab.node.id).archived);
 }
 
 TEST(RunCommands, EndWhateverIsLeftOfARunByForce)
@@ -87,7 +87,7 @@ TEST(RunCommands, EndWhateverIsLeftOfARunByForce)
         const test::HostLab lab;
         const std::filesystem::path mark = lab / "mark";
         const Experiment node = lab.baseline("export MARK=" + mark.string() + "; " + c.command);
-        const auto run = lab.lab.launch(node.id.text(), 0);
+        const auto run = lab.lab.launch(node.id, 0);
         std::optional<std::int64_t> process;
         ASSERT_TRUE(test::eventually([&] {
             process = text::integer(text::trimmed(Files::readIfPossible(mark).value_or("")));
@@ -107,8 +107,8 @@ TEST(RunCommands, EndWhateverIsLeftOfARunByForce)
 TEST(RunCommands, WaitForAllOrForOneAndGiveUpInTime)
 {
     const test::HostLab lab;
-    const auto first = lab.lab.launch(lab.baseline("sleep 600", "A").id.text(), 0);
-    const auto second = lab.lab.launch(lab.baseline("sleep 1; exit 3", "B").id.text(), 0);
+    const auto first = lab.lab.launch(lab.baseline("sleep 600", "A").id, 0);
+    const auto second = lab.lab.launch(lab.baseline("sleep 1; exit 3", "B").id, 0);
     const ChildProcess::Output any = lab.veltry({"wait", "--any"});
     EXPECT_EQ(any.exitNumber, 1);
     EXPECT_THAT(any.output, HasSubstr("Run #2 failed after "));

@@ -54,7 +54,10 @@ TEST_F(SettingsCommandsTest, RefusesValuesThatTheTableDoesNotKnow)
          "veltry: appearance.theme must be \"system\", \"light\" or \"dark\", not \"blue\".\n"},
         {{"set", "max_runs", "1.5"},
          2,
-         "veltry: experiments.max_runs must be a whole number, 0 or more, not \"1.5\".\n"},
+         "veltry: experiments.max_runs must be a whole number from 0 to 9999, not \"1.5\".\n"},
+        {{"set", "max_runs", "10000"},
+         2,
+         "veltry: experiments.max_runs must be a whole number from 0 to 9999, not \"10000\".\n"},
         {{"set", "turns", "yes"}, 2, "veltry: notifications.turns must be true or false, not \"yes\".\n"},
         {{"set", "sound", ""}, 2, "veltry: notifications.sound must be a name in quotes, not \"\".\n"},
         {{"set", "sound", "a\nb"}, 2, "veltry: notifications.sound must be on one line, without control characters.\n"},
@@ -87,6 +90,8 @@ TEST_F(SettingsCommandsTest, NamesTheLineThatStandsInTheWay)
     const ChildProcess::Output written = settings({"set", "theme", "dark"});
     EXPECT_EQ(written.exitNumber, 0);
     EXPECT_THAT(written.error, HasSubstr("can't be read, so every setting has its default: expected ] on line 1"));
+    EXPECT_THAT(written.error, HasSubstr("every setting has its default until that line is mended"));
+    EXPECT_THAT(written.error, testing::Not(HasSubstr("is dark now")));
     EXPECT_EQ(Files::read(file_), "[experiments\n\n[appearance]\ntheme = \"dark\"\n");
     EXPECT_EQ(settings({"check"}).exitNumber, 1);
 }

@@ -12,7 +12,7 @@ using testing::Not;
 TEST(Show, ShowsANodeBesideItsParentAndItsBaseline)
 {
     const test::HostHistory lab;
-    lab.lab.setNotes(lab.node.id.text(), "First line.\n\nThe \033[31mred\033[0m line.");
+    lab.lab.setNotes(lab.node.id, "First line.\n\nThe \033[31mred\033[0m line.");
     Paper paper;
     paper.id = "W1";
     paper.title = "On warm-ups";

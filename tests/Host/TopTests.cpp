@@ -36,7 +36,7 @@ TEST(Top, ShowsWhatRunsUseUntilTheyEnd)
     EXPECT_EQ(test::runProgram(test::hostProgram(), words).error, "No run is in flight.\n");
     EXPECT_EQ(test::runProgram(test::hostProgram(), with({"--json"})).output, "[]\n");
 
-    const veltry::Run run = lab.lab.launch(lab.baseline("while :; do :; done & sleep 60", "Busy").id.text(), 0);
+    const veltry::Run run = lab.lab.launch(lab.baseline("while :; do :; done & sleep 60", "Busy").id, 0);
     ASSERT_TRUE(test::eventually([&] { return lab.store->run(run.id)->pid.has_value(); }));
     const auto reading = [&] {
         return JSONValue::parse(test::runProgram(test::hostProgram(), with({"#1", "--json"})).output);

@@ -62,8 +62,8 @@ TEST(Tree, ShowsStatesTheSharedNumberAndTheBest)
     EXPECT_THAT(lab.veltry({"tree", "--metric", "nothing"}).error, HasSubstr("No node has a result with a number"));
 
     // Archived ones are hidden, and the numbers that are shared are those of what is shown.
-    lab.lab.setArchived(lab.node.id.text(), true);
-    lab.lab.setArchived(other.id.text(), true);
+    lab.lab.setArchived(lab.node.id, true);
+    lab.lab.setArchived(other.id, true);
     EXPECT_EQ(
         lab.words({"tree"}), "node state loss runs papers\n"
                              "● Baseline frozen 1.5 1\n○ Fresh new\n\n● Leaf frozen 1 1\n");

@@ -34,7 +34,7 @@ Command shell(std::string script)
 
 TEST(ChildProcess, InheritsTheStandardDescriptorsAlone)
 {
-    FileDescriptor folder = Files::open("/", O_RDONLY);
+    FileDescriptor folder = Files::open("/", Files::forReading);
     const FileDescriptor inheritable(::fcntl(folder.get(), F_DUPFD, 57)); // not close-on-exec
     ASSERT_TRUE(inheritable);
     Command list;
@@ -194,6 +194,18 @@ TEST(ChildProcess, StandsInTheWantedGroup)
         EXPECT_EQ(fields.at(4), c.leadsGroup ? std::string(fields.at(0)) : std::to_string(::getpgrp()));
         EXPECT_EQ(fields.at(5), c.leadsSession ? std::string(fields.at(0)) : std::to_string(::getsid(0)));
     }
+}
+
+TEST(ChildProcess, EndsWhatOutlastsOnesPatience)
+{
+    using namespace std::chrono_literals;
+    const auto whole = ChildProcess::runWithin(60s, shell("echo out; echo err >&2; exit 3"));
+    ASSERT_TRUE(whole);
+    EXPECT_EQ(whole->output + whole->error, "out\nerr\n");
+    EXPECT_EQ(whole->exitNumber, 3);
+    for (const char* command :
+         {"sleep 1000", "sleep 1000 & wait", "exec >&- 2>&-; sleep 1000", "trap '' TERM; sleep 1000"})
+        EXPECT_FALSE(ChildProcess::runWithin(50ms, shell(command))) << command;
 }
 
 } // namespace

@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-
 #include <thread>
 
 namespace veltry {
@@ -18,7 +16,7 @@ using Event = FileWatch::Event;
 TEST(FileWatch, TellsOfWhatIsAppended)
 {
     const test::TemporaryFolder folder;
-    const FileDescriptor file = Files::open(folder / "log", O_WRONLY | O_APPEND | O_CREAT);
+    const FileDescriptor file = Files::open(folder / "log", Files::forAppending);
     FileWatch watch(folder / "log");
     EXPECT_EQ(watch.wait(0ms), Event::timedOut);
     for (int count = 0; count < 3; ++count)

@@ -5,10 +5,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <string>
 
@@ -22,7 +22,7 @@ TEST(Files, WritesAtomicallyAndKeepsTheMode)
     Files::writeAtomically(path, "one");
     EXPECT_EQ(test::modeOf(path), 0644U);
     ::chmod(path.c_str(), 0600);
-    const FileDescriptor old = Files::open(path, O_RDONLY);
+    const FileDescriptor old = Files::open(path, Files::forReading);
     Files::writeAtomically(path, "two");
     EXPECT_EQ(Files::read(path), "two");
     EXPECT_EQ(Files::readAt(old, 0, 10), "one") << "who reads the old file goes on reading it";
@@ -72,11 +72,104 @@ TEST(Files, ReadsWholesAndPieces)
             "could not open " + (folder / "missing").string() + ": No such file or directory")));
 
     Files::writeAtomically(folder / "file", "0123456789");
-    const FileDescriptor file = Files::open(folder / "file", O_RDONLY);
+    const FileDescriptor file = Files::open(folder / "file", Files::forReading);
     EXPECT_EQ(Files::size(file), 10U);
     EXPECT_EQ(Files::readAt(file, 3, 4), "3456");
     EXPECT_EQ(Files::readAt(file, 8, 4), "89");
     EXPECT_EQ(Files::readAt(file, 10, 4), "");
+}
+
+/// Something of each kind that may lie at a path, and what is asked of it.
+class FileKinds : public testing::Test {
+protected:
+    FileKinds()
+    {
+        Files::createFolders(folder / "folder");
+        Files::writeAtomically(folder / "empty", "");
+        Files::writeAtomically(folder / "plain", "1234");
+        std::filesystem::create_symlink("plain", folder / "link");
+        std::filesystem::create_symlink("nowhere", folder / "dangling");
+        std::filesystem::create_symlink("/dev/zero", folder / "device");
+        if (::mkfifo((folder / "pipe").c_str(), 0600) != 0) // nobody writes or reads there
+            throw SystemError("could not make a pipe");
+    }
+
+    test::TemporaryFolder folder;
+};
+
+TEST_F(FileKinds, AreOpenedForWhatTheyCanServe)
+{
+    using Files::Purpose;
+    const struct {
+        Purpose purpose;
+        std::string_view name;
+        int failure; // 0 where it opens
+        std::string_view plainThen = "1234";
+    } cases[] = {
+        {Purpose::forReading, "plain", 0},
+        {Purpose::forReading, "device", 0},
+        {Purpose::forReading, "missing", ENOENT},
+        {Purpose::forReadingPlain, "plain", 0},
+        {Purpose::forReadingPlain, "link", 0},
+        {Purpose::forReadingPlain, "pipe", ENOTSUP},
+        {Purpose::forReadingPlain, "device", ENOTSUP},
+        {Purpose::forReadingPlain, "folder", EISDIR},
+        {Purpose::forReadingPlain, "dangling", ENOENT},
+        {Purpose::forWriting, "plain", 0, "1234+"},
+        {Purpose::forWriting, "device", 0},
+        {Purpose::forWriting, "pipe", ENXIO},
+        {Purpose::forWriting, "missing", ENOENT},
+        {Purpose::forAppending, "link", 0, "1234+"},
+        {Purpose::forAppending, "missing", 0},
+        {Purpose::forAppending, "folder", EISDIR},
+        {Purpose::forReplacing, "plain", 0, "+"},
+        {Purpose::forReplacing, "missing", 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.name) + " for purpose " + std::to_string(static_cast<int>(c.purpose)));
+        Files::writeAtomically(folder / "plain", "1234");
+        Files::remove(folder / "missing");
+        const FileDescriptor file = Files::tryOpen(folder / c.name, c.purpose);
+        EXPECT_EQ(file ? 0 : errno, c.failure);
+        if (file && c.purpose != Purpose::forReading && c.purpose != Purpose::forReadingPlain)
+            Files::writeAll(file, "+", c.name);
+        EXPECT_EQ(Files::read(folder / "plain"), c.plainThen);
+    }
+}
+
+TEST_F(FileKinds, ShowTheirStartWithoutAWait)
+{
+    const struct {
+        std::string_view name;
+        std::size_t count;
+        std::optional<std::string> start;
+    } cases[] = {
+        {"plain", 3, "123"},
+        {"plain", 4, "1234"},
+        {"plain", 5, "1234"},
+        {"plain", 0, ""},
+        {"empty", 5, ""},
+        {"link", 5, "1234"},
+        {"pipe", 5, std::nullopt},
+        {"device", 5, std::nullopt},
+        {"folder", 5, std::nullopt},
+        {"missing", 5, std::nullopt},
+        {"dangling", 5, std::nullopt},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(Files::readStart(folder / c.name, c.count), c.start) << c.name << ' ' << c.count;
+}
+
+TEST_F(FileKinds, GiveWayToANewFileButForDevicesAndFolders)
+{
+    for (const char* name : {"plain", "pipe", "dangling", "missing"}) {
+        Files::writeAtomically(folder / name, "new");
+        EXPECT_EQ(Files::readStart(folder / name, 9), "new") << name;
+    }
+    EXPECT_THROW(Files::writeAtomically(folder / "folder", "new"), SystemError);
+    if (::mknod((folder / "own device").c_str(), S_IFCHR | 0600, makedev(1, 5)) == 0) { // the administrator alone can
+        EXPECT_THROW(Files::writeAtomically(folder / "own device", "new"), SystemError);
+    }
 }
 
 TEST(Files, MakesFoldersButNotOverFiles)

@@ -49,14 +49,16 @@ struct Tree {
     fs::path outside = base / "outside";
 };
 
-/// Runs `body` on a thread of its own where openat2 fails with `code`, as on an older kernel (ENOSYS) or in a sandbox
-/// (EPERM); with 0 it works.
-void withOpenat2Failing(int code, const std::function<void()>& body)
+/// Runs `body` on a thread of its own where the calls of `number` fail with `code` whose third argument has one of
+/// these bits; with 0 for `code` they work.
+void withFailing(unsigned number, unsigned bits, int code, const std::function<void()>& body)
 {
     std::thread([&] {
         sock_filter filter[] = {
             BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
+            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 3),
+            BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[2])), // its lower half
+            BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, bits, 0, 1),
             BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(code)),
             BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
         };
@@ -67,6 +69,12 @@ void withOpenat2Failing(int code, const std::function<void()>& body)
         }
         body();
     }).join();
+}
+
+/// As on an older kernel (ENOSYS) or in a sandbox (EPERM).
+void withOpenat2Failing(int code, const std::function<void()>& body)
+{
+    withFailing(SYS_openat2, ~0U, code, body);
 }
 
 TEST(FolderRoot, FindsThePlaceOfAPathBehindItsLinks)
@@ -184,7 +192,7 @@ TEST(FolderRoot, NeverLeavesWhileLinksAreSwapped)
     }
 }
 
-TEST(FolderRoot, AWriteKeepsThePermissionsAndLeavesNothingBehind)
+void expectAWriteThatKeepsThePermissionsAndLeavesNothingBehind()
 {
     const Tree tree;
     const FolderRoot root = FolderRoot::open(tree.project).value();
@@ -208,6 +216,14 @@ TEST(FolderRoot, AWriteKeepsThePermissionsAndLeavesNothingBehind)
     }
     EXPECT_THROW(root.writeAtomically(std::string(300, 'n'), "x"), SystemError); // fails at the rename
     EXPECT_EQ(test::entryCount(tree.project), before);
+}
+
+TEST(FolderRoot, AWriteKeepsThePermissionsAndLeavesNothingBehind)
+{
+    expectAWriteThatKeepsThePermissionsAndLeavesNothingBehind();
+    // Where the file system has no files without names, as network file systems don't.
+    constexpr unsigned nameless = O_TMPFILE & ~O_DIRECTORY;
+    withFailing(SYS_openat, nameless, EOPNOTSUPP, expectAWriteThatKeepsThePermissionsAndLeavesNothingBehind);
 }
 
 } // namespace

@@ -8,7 +8,6 @@
 
 #include <gmock/gmock.h>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <atomic>
@@ -94,14 +93,14 @@ TEST(HTTPSession, WritesTheBodyIntoAFile)
     server.reply("/paper", {.body = body});
     HTTPSession session;
     HTTPSession::Request request{.address = server.address("/paper"), .longestBody = 10};
-    request.file = Files::open(folder / "body", O_WRONLY | O_CREAT);
+    request.file = Files::open(folder / "body", Files::forAppending);
     const HTTPSession::Outcome outcome = get(session, std::move(request));
     ASSERT_TRUE(outcome);
     EXPECT_EQ(outcome->body, "");
     EXPECT_EQ(Files::read(folder / "body"), body);
 
     HTTPSession::Request full{.address = server.address("/paper")};
-    full.file = Files::open("/dev/full", O_WRONLY);
+    full.file = Files::open("/dev/full", Files::forWriting);
     const HTTPSession::Outcome failed = get(session, std::move(full));
     ASSERT_FALSE(failed);
     EXPECT_EQ(failed.error().kind, Kind::disk);
@@ -124,7 +123,7 @@ TEST(HTTPSession, ReadsPlainFilesWhereItMay)
     }
     for (const std::string& address :
          {"file://" + path, "file://" + path + "/none", "file://" + path + "/fifo", std::string("file:///dev/zero"),
-          "file://elsewhere" + path + "/a%20b"})
+          "file://elsewhere" + path + "/a%20b", "file://" + path + "/a%20b%00.pdf", "file:" + path.substr(1)})
         EXPECT_FALSE(get(session, {.address = address, .mayBeFile = true})) << address;
 }
 

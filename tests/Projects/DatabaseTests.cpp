@@ -46,7 +46,7 @@ TEST_F(DatabaseTest, ReadsWriteNothingAndAFailureLeavesNoTrace)
         }),
         std::runtime_error);
     EXPECT_THAT(rows(path, "SELECT b FROM t"), ElementsAre("one"));
-    database.write(insert); // neither left a transaction or query_only behind
+    database.write(insert); // neither left a transaction behind, or the rule of a read
     EXPECT_THAT(rows(path, "SELECT b FROM t"), ElementsAre("one", "two"));
 }
 

@@ -37,7 +37,7 @@ TEST(FolderListing, ListsFoldersFirstAndNamesAsPeopleSortThem)
         listed(folder.path()), ElementsAre(
                                    "a link/", "b/", "link target/", "Zoo/", ".hidden", "a", "ä", "B", "broken",
                                    "c link", "file 1", "file2", "File3", "file10", "x\xFF", "z"));
-    EXPECT_EQ(FolderListing::entries(folder.path()).front().url, folder / "a link");
+    EXPECT_EQ(FolderListing::entries(folder.path()).front().path, folder / "a link");
     EXPECT_THROW(static_cast<void>(FolderListing::entries(folder / "nowhere")), SystemError);
     EXPECT_THROW(static_cast<void>(FolderListing::entries(folder / "a")), SystemError);
 }

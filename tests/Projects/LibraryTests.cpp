@@ -82,6 +82,10 @@ TEST_F(LibraryTest, FindsAPaperByItsIDWhereTheListsHoldIt)
     EXPECT_EQ(store.libraryPaper("w1"), std::nullopt);
     EXPECT_EQ(store.libraryPaper("W1", project), one);
     EXPECT_EQ(store.libraryPaper("W1", elsewhere), std::nullopt);
+    execute("UPDATE library_paper SET paper = replace(paper, 'W1', 'W7')"); // another program's key
+    EXPECT_EQ(store.libraryPaper("W7")->title, "A \"title\" / of W7");
+    EXPECT_EQ(store.libraryPaper("W7", project)->id, "W7");
+    EXPECT_EQ(store.libraryPaper("W1"), std::nullopt);
     execute("UPDATE library_paper SET paper = '{}'");
     EXPECT_EQ(store.libraryPaper("W1", project), std::nullopt);
 }

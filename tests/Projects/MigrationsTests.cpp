@@ -53,6 +53,17 @@ FROM sqlite_master AS m WHERE type = 'table' AND name NOT LIKE 'conversation_tex
             "created_at DOUBLE!, ended_at DOUBLE"));
 }
 
+TEST_F(MigrationsTest, NameTheStepThatFailsOnOneLine)
+{
+    makeStore("v1", "CREATE TABLE experiment (x); CREATE TABLE run (x)");
+    EXPECT_THAT(
+        [&] { ProjectStore store(path); },
+        testing::Throws<DatabaseError>(testing::Property(
+            &DatabaseError::description,
+            testing::MatchesRegex(
+                "SQLite error 1: table .* already exists - while bringing the store up to date \\(v[0-9]\\)"))));
+}
+
 TEST_F(MigrationsTest, IndexOldTranscripts)
 {
     makeStore("v6", R"sql(

@@ -51,7 +51,7 @@ Experiment StoreTest::insertExperiment(const UUID& projectID, const std::string&
 
 std::vector<std::string> rows(const std::filesystem::path& store, const std::string& sql, int columns)
 {
-    return Database(store).read([&](Connection& connection) {
+    return Database(store).withConnection([&](Connection& connection) {
         std::vector<std::string> lines;
         for (Statement row = connection.query(sql); row.step();) {
             std::string line = row.string(0);

@@ -18,7 +18,7 @@ constexpr int patience = 30'000; // milliseconds
 
 } // namespace
 
-McpProcess::McpProcess(const std::vector<std::string>& arguments)
+McpProcess::McpProcess(const std::vector<std::string>& arguments, ChildProcess::Environment more)
 {
     std::signal(SIGPIPE, SIG_IGN);
     Pipe input = Pipe::make();
@@ -26,7 +26,8 @@ McpProcess::McpProcess(const std::vector<std::string>& arguments)
     ChildProcess::Command command;
     command.executable = toolsProgram();
     command.arguments = arguments;
-    command.environment = ProcessFacts::environment();
+    command.environment = std::move(more);
+    command.environment.merge(ProcessFacts::environment());
     command.input = ChildProcess::Stream::to(input.reading.get());
     command.output = ChildProcess::Stream::to(output.writing.get());
     command.error = ChildProcess::Stream::to(STDERR_FILENO);

@@ -17,7 +17,8 @@ namespace veltry::test {
 class McpProcess {
 public:
     /// `arguments` behind the program's name: "mcp", "--db", ...
-    explicit McpProcess(const std::vector<std::string>& arguments);
+    /// `more` is added to this process's environment.
+    explicit McpProcess(const std::vector<std::string>& arguments, ChildProcess::Environment more = {});
     McpProcess(McpProcess&& other) noexcept;
     McpProcess& operator=(McpProcess&&) = delete;
     /// Ends the process, by force if need be.

@@ -36,7 +36,7 @@ public:
     /// Takes all the space that is left.
     void fill() const
     {
-        const FileDescriptor file = Files::open(folder_ / "fill", O_WRONLY | O_CREAT | O_APPEND);
+        const FileDescriptor file = Files::open(folder_ / "fill", Files::forAppending);
         const std::array<char, 4096> block{};
         while (::write(file.get(), block.data(), block.size()) > 0) {
         }

@@ -37,11 +37,11 @@ std::vector<std::string> TestLab::serverArguments() const
     return {"mcp", "--db", database().string(), "--project", lab.project.id.text(), "--runs", runs().string()};
 }
 
-McpProcess TestLab::serve(const std::vector<std::string>& more) const
+McpProcess TestLab::serve(const std::vector<std::string>& more, const ChildProcess::Environment& environment) const
 {
     std::vector<std::string> arguments = serverArguments();
     arguments.insert(arguments.end(), more.begin(), more.end());
-    return McpProcess(arguments);
+    return McpProcess(arguments, environment);
 }
 
 Experiment TestLab::baseline(const std::string& command, const std::string& title) const
@@ -51,7 +51,7 @@ Experiment TestLab::baseline(const std::string& command, const std::string& titl
 
 Experiment TestLab::child(const Experiment& parent, const std::string& title) const
 {
-    return lab.create({.title = title, .parent = parent.id.text()});
+    return lab.create({.title = title, .parent = parent.id});
 }
 
 void TestLab::write(const Experiment& node, std::string_view name, std::string_view contents) const

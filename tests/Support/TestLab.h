@@ -33,7 +33,8 @@ public:
     [[nodiscard]] std::vector<std::string> serverArguments() const;
 
     /// A server with these arguments behind its own; of an option that stands there twice the last counts.
-    [[nodiscard]] McpProcess serve(const std::vector<std::string>& more = {}) const;
+    [[nodiscard]] McpProcess serve(
+        const std::vector<std::string>& more = {}, const ChildProcess::Environment& environment = {}) const;
 
     /// A baseline with that command.
     Experiment baseline(const std::string& command, const std::string& title = "Baseline") const;

@@ -69,18 +69,15 @@ TEST(AskUser, RefusesWhatNobodyCouldAnswer)
 
     const TestLab test;
     const LabTools tools = quickTools(test); // the arguments are looked at before the conversation
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const ToolOutcome outcome = call(tools, "ask_user", JSONValue::parse(R"({"questions":)" + c.questions + "}"));
-        EXPECT_EQ(outcome.text, c.text);
-        EXPECT_TRUE(outcome.isError);
-    }
-    const ToolOutcome nobody = call(tools, "ask_user", optimizer);
-    EXPECT_EQ(nobody.text, "no_conversation: Nobody is there to answer: this server serves no conversation.");
-    EXPECT_TRUE(nobody.isError);
+    for (const auto& c : cases)
+        EXPECT_EQ(call(tools, "ask_user", JSONValue::parse(R"({"questions":)" + c.questions + "}")), "!" + c.text)
+            << c.name;
+    EXPECT_EQ(
+        call(tools, "ask_user", optimizer),
+        "!no_conversation: Nobody is there to answer: this server serves no conversation.");
     LabTools elsewhere = tools;
     elsewhere.conversation = UUID::random(); // not in the store, which refuses it
-    EXPECT_TRUE(call(elsewhere, "ask_user", optimizer).isError);
+    EXPECT_THAT(call(elsewhere, "ask_user", optimizer), testing::StartsWith("!SQLite error 19"));
 }
 
 TEST(AskUser, RendersAnswersByPosition)
@@ -132,15 +129,12 @@ TEST(AskUser, TwoCallsWaitOnOneRoundAndBothLearnHowItEnds)
 
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        const std::vector<ToolOutcome> outcomes = callTwice(tools, "ask_user", optimizer, [&] {
+        const std::vector<std::string> texts = callTwice(tools, "ask_user", optimizer, [&] {
             const std::vector<AgentQuestions> open = test.store->openQuestions(*tools.conversation);
             ASSERT_THAT(open, SizeIs(1));
             c.close(open[0].id);
         });
-        for (const ToolOutcome& outcome : outcomes) {
-            EXPECT_EQ(outcome.text, c.text);
-            EXPECT_FALSE(outcome.isError);
-        }
+        EXPECT_THAT(texts, testing::Each(c.text));
     }
 }
 
@@ -150,19 +144,16 @@ TEST(AskUser, ACallThatWaitedInVainLeavesTheRoundToTheNext)
     LabTools tools = toolsWithPerson(test);
     tools.questionWait = std::chrono::milliseconds(200);
     std::vector<std::string> notices;
-    for (int index = 0; index < 2; ++index) {
-        const ToolOutcome outcome =
-            call(tools, "ask_user", optimizer, [&](const std::string& message) { notices.push_back(message); });
-        EXPECT_EQ(outcome.text, AskUser::noAnswerYet);
-        EXPECT_FALSE(outcome.isError);
-    }
+    const Progress collect = [&](const std::string& message) { notices.push_back(message); };
+    for (int index = 0; index < 2; ++index)
+        EXPECT_EQ(call(tools, "ask_user", optimizer, collect), AskUser::noAnswerYet);
     EXPECT_THAT(notices, testing::AllOf(SizeIs(testing::Ge(2)), testing::Each("waiting for the person's answer")));
     const std::vector<AgentQuestions> open = test.store->openQuestions(*tools.conversation);
     ASSERT_THAT(open, SizeIs(1));
 
     // Answered while no call waited: the round is closed, and the same questions are new ones.
     test.store->answer(open[0].id, {{{"AdamW"}, {}}});
-    EXPECT_EQ(call(tools, "ask_user", optimizer).text, AskUser::noAnswerYet);
+    EXPECT_EQ(call(tools, "ask_user", optimizer), AskUser::noAnswerYet);
     EXPECT_NE(test.store->openQuestions(*tools.conversation).at(0).id, open[0].id);
 }
 

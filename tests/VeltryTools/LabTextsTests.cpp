@@ -1,4 +1,5 @@
 #include "Support/TemporaryFolder.h"
+#include "Support/TreeRecords.h"
 #include "VeltryTools/LabTexts.h"
 
 #include <fmt/format.h>
@@ -10,34 +11,15 @@
 namespace veltry {
 namespace {
 
+using test::node;
+using test::runOf;
+
 Lab someLab()
 {
     Project project;
     project.id = UUID::random();
     project.folders = {"/p"};
     return Lab(nullptr, project, "/runs", "/tools");
-}
-
-Experiment node(const std::string& slug, const std::optional<UUID>& parent = {}, bool archived = false)
-{
-    return {
-        .id = UUID::random(),
-        .projectID = {},
-        .parentID = parent,
-        .slug = slug,
-        .branch = "veltry/" + slug,
-        .title = slug,
-        .runCommand = "train",
-        .archived = archived};
-}
-
-Run runOf(const Experiment& experiment, std::int64_t number, Run::Status status)
-{
-    Run run;
-    run.experimentID = experiment.id;
-    run.number = number;
-    run.status = status;
-    return run;
 }
 
 TEST(LabTexts, DrawsTheTreeDepthFirstWithRunsAndCitations)
@@ -47,14 +29,13 @@ TEST(LabTexts, DrawsTheTreeDepthFirstWithRunsAndCitations)
     child.notes = "\n\nsecond line\nthird";
     const Experiment grandchild = node("grandchild", child.id);
     const Experiment sibling = node("sibling", root.id);
-    auto answered = runOf(child, 2, Run::Status::failed);
+    auto answered = runOf(child, 2, Run::Status::failed, "{\n \"loss\": 1\n}");
     answered.exitCode = 1;
-    answered.result = "{\n \"loss\": 1\n}";
     const Paper paper{.id = "W1", .title = "On Loss", .url = "u"};
-    const LabTexts::Tree tree{
-        .experiments = {root, child, sibling, grandchild},
-        .runs = {runOf(root, 1, Run::Status::cancelled), answered, runOf(sibling, 3, Run::Status::queued)},
-        .citations = {{child.id, paper, "its loss", {}}}};
+    const ExperimentTree tree(
+        {root, child, sibling, grandchild},
+        {runOf(root, 1, Run::Status::cancelled), answered, runOf(sibling, 3, Run::Status::queued)},
+        {{child.id, paper, "its loss", {}}});
     const std::string expected = fmt::format(
         R"(- base [provisional] baseline
   id: {}
@@ -87,11 +68,11 @@ TEST(LabTexts, ChildrenOfAHiddenNodeMoveUpToTheRoot)
     const Experiment hidden = node("hidden", {}, true);
     const Experiment child = node("child", hidden.id);
     const Experiment root = node("root");
-    const std::string text = LabTexts::tree(someLab(), {.experiments = {hidden, child, root}});
+    const std::string text = LabTexts::tree(someLab(), ExperimentTree({hidden, child, root}));
     EXPECT_THAT(text, testing::StartsWith("- child [provisional]\n  id: "));
     EXPECT_THAT(text, testing::HasSubstr("\n- root [provisional] baseline\n"));
     EXPECT_EQ(
-        LabTexts::tree(someLab(), {.experiments = {hidden}}),
+        LabTexts::tree(someLab(), ExperimentTree({hidden})),
         "The tree is empty. Create a baseline with create_experiment and a run_command.");
 }
 
@@ -100,7 +81,7 @@ TEST(LabTexts, AChainOfManyChildrenIsDrawnWithoutRecursion)
     std::vector<Experiment> chain = {node("n")};
     for (int depth = 1; depth < 2'000; ++depth)
         chain.push_back(node("n", chain.back().id));
-    const std::string text = LabTexts::tree(someLab(), {.experiments = chain});
+    const std::string text = LabTexts::tree(someLab(), ExperimentTree(chain));
     const std::size_t last = text.rfind('\n') + 1;
     EXPECT_EQ(text.find_first_not_of(' ', last) - last, 4'000u);
     EXPECT_THAT(text, testing::EndsWith("  worktree: /p/.veltry/worktrees/n"));

@@ -1,7 +1,6 @@
 #include "ACP/JSONRPCConnection/MemoryTransport.h"
+#include "QuickTools.h"
 #include "Support/Eventually.h"
-#include "Support/RunOnExecutor.h"
-#include "Support/TestLab.h"
 #include "VeltryTools/MCPServer.h"
 
 #include <fmt/format.h>
@@ -75,6 +74,23 @@ TEST(MCPServer, InitializeEchoesTheVersionAndTellsTheAgentHowToWork)
     }
 }
 
+TEST(MCPServer, TellsTheTruthAboutTheComputerWhereVeltryMadeTheBlock)
+{
+    const TestLab test;
+    const struct {
+        const char* client;
+        const char* section;
+    } cases[] = {
+        {"", "its headline number.\n\nThis Mac\n- Computer: "},
+        {"codex", "its headline number.\n\nThis computer (where these instructions say \"Mac\", this one is meant)\n"},
+    };
+    for (const auto& c : cases) {
+        McpProcess server = test.serve({}, {{"VELTRY_CLIENT", c.client}});
+        const JSONValue result = server.request("initialize");
+        EXPECT_THAT(*result.find("instructions")->string(), HasSubstr(c.section));
+    }
+}
+
 TEST(MCPServer, ListsFifteenToolsWithTheirSchemas)
 {
     const TestLab test;
@@ -99,8 +115,8 @@ TEST(MCPServer, AWaitHoldsUpNobody)
 {
     const TestLab test;
     const Experiment node = test.baseline("sleep 60");
-    test.lab.launch(node.id.text(), 0);
-    ASSERT_TRUE(test::eventually([&] { return test.lab.run("1").pid.has_value(); }));
+    test.lab.launch(node.id, 0);
+    ASSERT_TRUE(test::eventually([&] { return test.lab.run(1).pid.has_value(); }));
     McpProcess server = test.serve();
     const std::int64_t wait = server.sendCall("wait_for_runs");
     EXPECT_EQ(server.request("ping").text(), "{}");
@@ -120,9 +136,9 @@ TEST(MCPServer, TellsAClientThatAskedForItThatACallStillWaits)
     std::set<std::string> answered;     // by id
     runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
         const MemoryTransport::Pair ends = MemoryTransport::pair(executor);
-        MCPServer server(test.lab, {}, {}, {});
-        server.tools.poll = std::chrono::milliseconds(5);
-        server.tools.progressInterval = std::chrono::milliseconds(200);
+        LabTools family = test::quickTools(test);
+        family.progressInterval = std::chrono::milliseconds(200);
+        MCPServer server(family.tools(), [] { return std::string(); });
         MCPServer::serve(std::move(server), executor, ends.first, {});
         for (std::size_t id = 0; id < std::size(tokens); ++id) {
             std::string request = fmt::format(

@@ -2,10 +2,9 @@
 #include "Literature/OpenAlexAnswer.h"
 #include "Literature/PaperTexts.h"
 #include "Platform/Files.h"
+#include "QuickTools.h"
 #include "Support/Eventually.h"
 #include "Support/FakeOpenAlex.h"
-#include "Support/RunOnExecutor.h"
-#include "Support/TestLab.h"
 #include "VeltryTools/PaperTools.h"
 
 #include <fmt/format.h>
@@ -44,19 +43,16 @@ protected:
         ::unsetenv(OpenAlex::keyVariable);
         session = std::make_shared<HTTPSession>();
         tools.emplace(PaperTools{
-            .store = test.store,
+            .lab = std::make_shared<const Lab>(test.lab),
             .search = std::make_shared<const OpenAlex>([] { return std::nullopt; }, session),
-            .files = {.folder = test / "Papers", .session = session},
-            .lab = test.lab});
+            .files = {.folder = test / "Papers", .session = session}});
     }
 
     ~PaperToolsTest() override { ::unsetenv(OpenAlex::baseVariable); }
 
-    /// The tool's text, with "!" before it if it is an error.
     std::string call(const std::string& name, const JSONValue& arguments = JSONValue::object({})) const
     {
-        const ToolOutcome outcome = test::resultOf(tools->call(name, arguments));
-        return (outcome.isError ? "!" : "") + outcome.text;
+        return test::call(*tools, name, arguments);
     }
 
     std::string cite(const std::string& paper, const std::string& node, const std::string& reason) const

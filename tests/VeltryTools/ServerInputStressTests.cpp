@@ -127,7 +127,7 @@ std::vector<std::string> answeredIDs(const std::string& text)
 TEST(ServerInputStress, WhatWasReadBeforeTheEndIsAnsweredAndWhatWaitsIsDropped)
 {
     const ServerLab test;
-    static_cast<void>(test.lab.launch(test.baseline(test.holding()).id.text(), 0));
+    static_cast<void>(test.lab.launch(test.baseline(test.holding()).id, 0));
     // Two nodes hold the server up for longer than a peer that doesn't read gets at the end.
     test.repository.write(".git/hooks/post-checkout", "#!/bin/sh\nsleep 0.6\n");
     std::filesystem::permissions(test.repository / ".git/hooks/post-checkout", std::filesystem::perms::owner_all);

@@ -62,7 +62,7 @@ void checkAfterLoss(const ServerLab& test, const Experiment& node, const std::st
             EXPECT_EQ(told[i], stored[i]) << "what was stored stays";
         }
         EXPECT_EQ(told[i].status, told[i].exitCode ? Run::Status::succeeded : Run::Status::failed);
-        EXPECT_THAT(tree, HasSubstr(fmt::format("run {} of Baseline: {}", i + 1, Run::statusText(told[i].status))));
+        EXPECT_THAT(tree, HasSubstr(fmt::format("run {} of Baseline: {}", i + 1, toWord(told[i].status))));
         EXPECT_NO_THROW(test.repository.git({"cat-file", "-e", told[i].commit}));
     }
     const Run again = test.finished(test::startedRun(server.call("run_experiment", test::naming(node))));

@@ -115,9 +115,9 @@ TEST(ServerStress, FiveHundredCallsInFlightAreEachAnsweredOnOneLine)
 {
     const ServerLab test;
     const Experiment node = test.baseline(test.holding());
-    test.lab.setNotes(node.id.text(), std::string(100'000, 'n')); // in every tree, so that answers pile up
+    test.lab.setNotes(node.id, std::string(100'000, 'n')); // in every tree, so that answers pile up
     const Experiment marked = test.baseline("true", "Marked");
-    const auto run = test.lab.launch(node.id.text(), 0);
+    const auto run = test.lab.launch(node.id, 0);
     auto server = test.serve();
     std::set<std::int64_t> open; // nobody reads yet
     for (int round = 0; round < 100; ++round) {

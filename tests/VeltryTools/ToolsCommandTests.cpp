@@ -1,4 +1,5 @@
 #include "Platform/Files.h"
+#include "Projects/Database.h"
 #include "Support/TestLab.h"
 
 #include <gmock/gmock.h>
@@ -17,6 +18,8 @@ TEST(ToolsCommand, EndsWithAStatusAndASentence)
     std::string lower = project;
     for (char& c : lower)
         c = static_cast<char>(std::tolower(c));
+    const std::string folderless = test.lab.store->createProject("Bare", {"/gone"}).id.text();
+    Database(db).write([](Connection& store) { store.execute("DELETE FROM project_folder WHERE path = '/gone'"); });
     const std::string usage = "usage: veltry-tools mcp|supervise --db <path> …\n";
 
     const struct {
@@ -31,6 +34,12 @@ TEST(ToolsCommand, EndsWithAStatusAndASentence)
         {{"mcp", "--db", "--project", project}, 1, "veltry-tools: missing_option: Pass --project.\n"},
         {{"mcp", "--db", db}, 1, "veltry-tools: missing_option: Pass --project.\n"},
         {{"mcp", "--db", db, "--project", lower}, 1, "veltry-tools: project_not_found: No project " + lower + ".\n"},
+        {{"mcp", "--db", db, "--project", folderless},
+         1,
+         "veltry-tools: project_without_folder: The project Bare has no folder. Add its repository: veltry project "
+         "add-folder.\n"},
+        {{"mcp", "--db", "", "--project", project}, 1, "veltry-tools: missing_option: Pass --db.\n"},
+        {{"mcp", "--db", db, "--project", project, "--settings", ""}, 0, ""},
         {{"supervise", "--run", "x"}, 1, "veltry-tools: missing_option: Pass --db.\n"},
         {{"supervise", "--db", db}, 1, "veltry-tools: missing_option: Pass --run.\n"},
         {{"supervise", "--db", db, "--run", "7"}, 1, "veltry-tools: run_not_found: --run takes a run's id.\n"},
@@ -64,7 +73,7 @@ TEST(ToolsCommand, TheEndOfInputEndsTheServerAndDropsWhatWaits)
 {
     const TestLab test;
     const Experiment node = test.baseline("sleep 60");
-    test.lab.launch(node.id.text(), 0);
+    test.lab.launch(node.id, 0);
     test::McpProcess server = test.serve();
     const std::int64_t wait = server.sendCall("wait_for_runs");
     const std::int64_t ping = server.send("ping");
@@ -72,7 +81,7 @@ TEST(ToolsCommand, TheEndOfInputEndsTheServerAndDropsWhatWaits)
     EXPECT_TRUE(server.answer(ping).find("result"));
     EXPECT_EQ(server.receive(), std::nullopt) << "request " << wait << " is dropped";
     EXPECT_EQ(server.wait(), 0);
-    EXPECT_FALSE(test.lab.run("1").isFinished()) << "the run goes on without its server";
+    EXPECT_FALSE(test.lab.run(1).isFinished()) << "the run goes on without its server";
 }
 
 } // namespace

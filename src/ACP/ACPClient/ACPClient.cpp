@@ -51,15 +51,15 @@ std::shared_ptr<ACPClient> ACPClient::make(
 ACPClient::ACPClient(
     const asio::any_io_executor& executor, std::shared_ptr<Agent> agent, std::weak_ptr<ACPClientDelegate> delegate,
     bool logsTraffic)
-    : executor_(executor), process_(std::move(agent)),
-      connection_(JSONRPCConnection::make(executor, process_->transport(), logsTraffic)), delegate_(std::move(delegate))
+    : executor_(executor), agent_(std::move(agent)),
+      connection_(JSONRPCConnection::make(executor, agent_->transport(), logsTraffic)), delegate_(std::move(delegate))
 {
 }
 
 ACPClient::~ACPClient()
 {
     cancelAsks(std::nullopt);
-    asio::co_spawn(executor_, close(process_->transport()), asio::detached);
+    asio::co_spawn(executor_, close(agent_->transport()), asio::detached);
 }
 
 asio::awaitable<InitializeResult> ACPClient::initialize()
@@ -73,9 +73,10 @@ asio::awaitable<InitializeResult> ACPClient::initialize()
 
 void ACPClient::start()
 {
+    // All of these hold nothing: the connection lives in the client, and its handlers would keep both alive for ever.
     const std::weak_ptr<ACPClient> client = weak_from_this();
     const std::weak_ptr<JSONRPCConnection> connection = connection_;
-    const std::weak_ptr<Agent> agent = process_;
+    const std::weak_ptr<Agent> agent = agent_;
     connection_->start(
         [client](std::string method, JSONValue params) {
             return notified(client, std::move(method), std::move(params));
@@ -89,16 +90,18 @@ void ACPClient::start()
 asio::awaitable<void> ACPClient::failOnExit(
     std::weak_ptr<ACPClient> client, std::weak_ptr<JSONRPCConnection> connection, std::weak_ptr<Agent> agent)
 {
+    // The wait doesn't hold the agent, so that its owner can drop it and end it meanwhile.
     asio::awaitable<std::int32_t> exit;
     if (const auto running = agent.lock())
         exit = running->waitForExit();
     else
-        co_return;                                        // and nobody waits for an answer
-    const std::int32_t status = co_await std::move(exit); // without holding the agent, so that its owner can drop it
+        co_return;
+    const std::int32_t status = co_await std::move(exit);
+    // The requests fail first, with the agent's status; nobody is left whom the answers to its questions could reach.
     if (const auto open = connection.lock())
         open->fail(ConnectionError::agentExited(status));
     if (const auto self = client.lock())
-        self->cancelAsks(std::nullopt); // nobody is there to be told
+        self->cancelAsks(std::nullopt);
 }
 
 template <typename Result>
@@ -125,6 +128,7 @@ asio::awaitable<std::string> ACPClient::newSession(SessionSetup setup)
         .systemPrompt = systemPrompt(setup),
     });
     NewSessionResult result = co_await request<NewSessionResult>("session/new", std::move(params));
+    // From here on the agent may ask for files of the session, whose roots have to be known.
     remember(result.sessionId, std::move(setup), std::move(result.configOptions));
     co_return result.sessionId;
 }
@@ -156,7 +160,7 @@ void ACPClient::remember(const std::string& sessionId, SessionSetup setup, std::
 {
     std::vector<std::filesystem::path> roots = std::move(setup.additionalDirectories);
     roots.insert(roots.begin(), std::move(setup.cwd));
-    projects_.insert_or_assign(sessionId, std::move(roots));
+    roots_.insert_or_assign(sessionId, std::move(roots));
     options_.insert_or_assign(sessionId, std::move(configOptions));
 }
 
@@ -206,6 +210,7 @@ asio::awaitable<SteerOutcome> ACPClient::steer(std::string sessionId, std::vecto
 {
     JSONValue params = encoded(SteerParams::from(std::move(sessionId), std::move(content)));
     const SteerResult result = co_await request<SteerResult>("_session/steering", std::move(params));
+    // An agent that answers with a word of its own has taken the message.
     co_return result.outcome == "promptRequired" ? SteerOutcome::promptRequired : SteerOutcome::injected;
 }
 

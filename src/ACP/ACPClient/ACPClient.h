@@ -133,7 +133,7 @@ private:
         std::weak_ptr<ACPClient> client, std::weak_ptr<ACPClientDelegate> delegate, std::uint64_t ask,
         RequestPermissionParams params);
     void resolve(std::uint64_t ask, PermissionOutcome outcome);
-    /// Of one session, or of all.
+    /// Answers what one session asks, or all sessions.
     void cancelAsks(const std::optional<std::string>& sessionId);
 
     [[nodiscard]] static asio::awaitable<JSONValue> readTextFile(std::weak_ptr<ACPClient> client, JSONValue params);
@@ -142,11 +142,11 @@ private:
     [[nodiscard]] const std::vector<std::filesystem::path>& roots(const std::string& sessionId) const;
 
     asio::any_io_executor executor_;
-    std::shared_ptr<Agent> process_;
+    std::shared_ptr<Agent> agent_;
     std::shared_ptr<JSONRPCConnection> connection_;
     std::weak_ptr<ACPClientDelegate> delegate_;
     bool started_ = false;
-    std::map<std::string, std::vector<std::filesystem::path>> projects_; // a session's roots, `cwd` first
+    std::map<std::string, std::vector<std::filesystem::path>> roots_; // a session's roots, `cwd` first
     std::map<std::string, std::vector<ConfigOption>> options_;
     std::map<std::uint64_t, PermissionAsk> asks_;
     std::uint64_t nextAsk_ = 0;

@@ -62,6 +62,7 @@ asio::awaitable<void> ACPClient::notified(std::weak_ptr<ACPClient> client, std::
         co_return;
     std::optional<SessionNotification> notification = notificationOf(params);
     std::shared_ptr<ACPClientDelegate> delegate;
+    // The client isn't held while its delegate works: a delegate may drop it in the middle of an update.
     if (const auto self = client.lock())
         delegate = self->delegate_.lock();
     if (notification && delegate)
@@ -81,6 +82,7 @@ asio::awaitable<JSONValue> ACPClient::asked(
 asio::awaitable<JSONValue> ACPClient::requestPermission(std::weak_ptr<ACPClient> client, JSONValue params)
 {
     auto request = read<RequestPermissionParams>(params);
+    // While a person thinks, this task holds the decision alone, so that dropping the client ends the question.
     const std::shared_ptr<Decision> decision = present(client)->askPermission(std::move(request));
     std::optional<PermissionOutcome> outcome = co_await decision->next();
     RequestPermissionResult result{outcome.value_or(PermissionOutcome::cancelled())};
@@ -115,7 +117,8 @@ asio::awaitable<void> ACPClient::decide(
 
 void ACPClient::resolve(std::uint64_t ask, PermissionOutcome outcome)
 {
-    if (auto found = asks_.extract(ask)) // a cancel may have been quicker
+    // Each question is answered once: a cancel may have been quicker.
+    if (auto found = asks_.extract(ask))
         found.mapped().decision->push(std::move(outcome));
 }
 
@@ -145,8 +148,8 @@ asio::awaitable<JSONValue> ACPClient::writeTextFile(std::weak_ptr<ACPClient> cli
 
 const std::vector<std::filesystem::path>& ACPClient::roots(const std::string& sessionId) const
 {
-    const auto found = projects_.find(sessionId);
-    if (found == projects_.end())
+    const auto found = roots_.find(sessionId);
+    if (found == roots_.end())
         throw JSONRPCError::invalidParams("no session " + sessionId);
     return found->second;
 }

@@ -4,6 +4,7 @@
 #include "ACP/ACPClient/Harness.h"
 #include "ACP/JSONRPCConnection/PipeTransport.h"
 #include "Base/Error.h"
+#include "Platform/Async/WatchedChild.h"
 #include "Platform/ChildProcess.h"
 
 #include <cstdint>
@@ -41,8 +42,7 @@ public:
     /// So many bytes of standard error are kept, the last ones.
     static constexpr std::size_t stderrLimit = 65536;
 
-    /// The absolute path of a command: a name with a slash is a path itself, any other is looked for in the folders of
-    /// `path`, a value of PATH, in order. Throws Failure.
+    /// What ChildProcess::find() finds. Throws Failure.
     [[nodiscard]] static std::filesystem::path find(const std::string& command, std::string_view path);
 
     /// Starts it with that environment and nothing else, in the folder `cwd`; the executable is looked for on the
@@ -64,14 +64,13 @@ public:
     void terminate() noexcept;
 
 private:
-    struct State;
+    AgentProcess(
+        std::shared_ptr<WatchedChild> child, std::shared_ptr<PipeTransport> transport,
+        std::shared_ptr<const std::string> errorTail);
 
-    AgentProcess(std::shared_ptr<State> state, std::shared_ptr<PipeTransport> transport);
-
-    static asio::awaitable<std::int32_t> exitOf(std::shared_ptr<State> state);
-
-    std::shared_ptr<State> state_; // shared with the tasks that watch the agent
+    std::shared_ptr<WatchedChild> child_;
     std::shared_ptr<PipeTransport> transport_;
+    std::shared_ptr<const std::string> errorTail_;
 };
 
 } // namespace veltry

@@ -25,7 +25,7 @@ struct ClientCapabilities {
     bool terminal = false;
 };
 
-/// Of "initialize".
+/// The parameters of "initialize".
 struct InitializeParams {
     /// Protocol version 1, with both file capabilities and no terminal.
     [[nodiscard]] static InitializeParams from(Implementation client);
@@ -56,7 +56,7 @@ struct InitializeResult {
     std::optional<JSONValue> meta; ///< "_meta"
 };
 
-/// Of "authenticate".
+/// The parameters of "authenticate".
 struct AuthenticateParams {
     std::string methodId;
 };

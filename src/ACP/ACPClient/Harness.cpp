@@ -1,25 +1,11 @@
 #include "ACP/ACPClient/Harness.h"
 
-#include "ACP/ACPClient/AgentProcess.h"
+#include "Platform/ChildProcess.h"
 
 #include <algorithm>
 #include <array>
 
 namespace veltry {
-
-namespace {
-
-bool isOnPath(const std::string& command, std::string_view path)
-{
-    try {
-        static_cast<void>(AgentProcess::find(command, path));
-        return true;
-    } catch (const AgentProcess::Failure&) {
-        return false;
-    }
-}
-
-} // namespace
 
 // The packages are pinned, so that an agent doesn't change under a project; docs/agents.md says what was seen on which.
 std::span<const Harness> Harness::all()
@@ -53,9 +39,9 @@ const Harness& Harness::named(std::string_view name)
 
 std::optional<Harness::Missing> Harness::missing(std::string_view path) const
 {
-    if (!isOnPath(executable, path))
+    if (!ChildProcess::find(executable, path))
         return executable == "npx" ? Missing::node : Missing::command;
-    if (command && !isOnPath(*command, path))
+    if (command && !ChildProcess::find(*command, path))
         return Missing::command;
     return std::nullopt;
 }

@@ -29,7 +29,7 @@ struct PermissionOption {
     PermissionOptionKind kind;
 };
 
-/// Of the agent's "session/request_permission".
+/// The parameters of the agent's "session/request_permission".
 struct RequestPermissionParams {
     std::string sessionId;
     ToolCallUpdate toolCall;

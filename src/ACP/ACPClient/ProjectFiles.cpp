@@ -23,7 +23,9 @@ std::string normalized(const std::string& path)
         throw JSONRPCError::invalidParams("path must be absolute");
     std::string result;
     for (const std::string_view part : text::split(path, '/')) {
-        if (part == ".." || part.find('\0') != std::string_view::npos) // the system would see the path cut there
+        // ".." is refused and not resolved: behind a link it leads elsewhere than in the text. At a NUL the system
+        // would see the path end.
+        if (part == ".." || part.find('\0') != std::string_view::npos)
             refuse();
         if (!part.empty() && part != ".")
             result.append("/").append(part);
@@ -45,6 +47,7 @@ Spot find(std::span<const std::filesystem::path> roots, const std::string& path)
         std::optional<std::filesystem::path> place = root ? root->placeOf(wanted) : std::nullopt;
         return place ? std::optional(Spot{std::move(*root), std::move(*place)}) : std::nullopt;
     };
+    // The first one comes last: its refusal is the one that is told.
     for (const std::filesystem::path& folder : roots.subspan(1))
         if (std::optional<Spot> spot = tryRoot(folder))
             return std::move(*spot);
@@ -64,7 +67,8 @@ std::string read(std::span<const std::filesystem::path> roots, const ReadTextFil
     } catch (const SystemError& error) {
         throw JSONRPCError::internal(error.description());
     }
-    if (!text::isValidUTF8(contents)) // repaired, it would come back damaged in the next write
+    // Repaired, it would come back damaged in the agent's next write.
+    if (!text::isValidUTF8(contents))
         throw JSONRPCError::internal("could not read " + file.path + ": it is not UTF-8 text");
     return excerpt(std::move(contents), file.line, file.limit);
 }
@@ -90,10 +94,12 @@ std::string excerpt(std::string text, const std::optional<std::int64_t>& line, c
             return {};
         rest.remove_prefix(end + 1);
     }
-    std::size_t behind = limit ? 0 : rest.size() + 1; // the line feed after the last line taken
-    for (std::int64_t taken = 0; limit && taken < *limit && behind <= rest.size(); ++taken)
-        behind = std::min(rest.find('\n', behind), rest.size()) + 1;
-    return std::string(rest.substr(0, behind > 0 ? behind - 1 : 0));
+    // One past the line feed of the last line that is taken: line feeds stand between lines of the answer, not at its
+    // end.
+    std::size_t past = limit ? 0 : rest.size() + 1;
+    for (std::int64_t taken = 0; limit && taken < *limit && past <= rest.size(); ++taken)
+        past = std::min(rest.find('\n', past), rest.size()) + 1;
+    return std::string(rest.substr(0, past > 0 ? past - 1 : 0));
 }
 
 } // namespace veltry::ProjectFiles

@@ -21,7 +21,7 @@ struct StopReason {
     friend bool operator==(const StopReason&, const StopReason&) = default;
 };
 
-/// Of "session/prompt".
+/// The parameters of "session/prompt".
 struct PromptParams {
     std::string sessionId;
     std::vector<ContentBlock> prompt;
@@ -31,7 +31,7 @@ struct PromptResult {
     StopReason stopReason;
 };
 
-/// Of "_session/steering": what is said to an agent in the middle of its turn.
+/// The parameters of "_session/steering": what is said to an agent in the middle of its turn.
 struct SteerParams {
     /// With the wish that an idle agent doesn't take it but asks for a prompt.
     [[nodiscard]] static SteerParams from(std::string sessionId, std::vector<ContentBlock> prompt);
@@ -50,7 +50,7 @@ enum class SteerOutcome {
     promptRequired, ///< the agent is idle and did not take it; a prompt has to be sent
 };
 
-/// Of the notification "session/cancel".
+/// The parameters of the notification "session/cancel".
 struct CancelParams {
     std::string sessionId;
 };

@@ -60,7 +60,7 @@ struct SessionUpdate {
     Value value;
 };
 
-/// Of the notification "session/update".
+/// The parameters of the notification "session/update".
 struct SessionNotification {
     std::string sessionId;
     SessionUpdate update;

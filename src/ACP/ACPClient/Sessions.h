@@ -33,7 +33,7 @@ struct SystemPrompt {
     std::vector<ContentBlock> content;
 };
 
-/// Of "session/new".
+/// The parameters of "session/new".
 struct NewSessionParams {
     std::string cwd;
     std::vector<McpServerStdio> mcpServers;
@@ -47,7 +47,7 @@ struct NewSessionResult {
     std::vector<ConfigOption> configOptions;
 };
 
-/// Of "session/resume" and "session/load".
+/// The parameters of "session/resume" and "session/load".
 struct ResumeSessionParams {
     std::string sessionId;
     std::string cwd;
@@ -60,7 +60,7 @@ struct ResumeSessionResult {
     std::vector<ConfigOption> configOptions;
 };
 
-/// Of "session/list". The cursor is the last page's `nextCursor`.
+/// The parameters of "session/list". The cursor is the last page's `nextCursor`.
 struct ListSessionsParams {
     std::string cwd;
     std::optional<std::string> cursor;
@@ -81,7 +81,7 @@ struct ListSessionsResult {
     std::optional<std::string> nextCursor; ///< absent on the last page
 };
 
-/// Of "session/set_config_option".
+/// The parameters of "session/set_config_option".
 struct SetConfigOptionParams {
     std::string sessionId;
     std::string configId;

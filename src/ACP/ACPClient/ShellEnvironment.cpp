@@ -1,13 +1,12 @@
 #include "ACP/ACPClient/ShellEnvironment.h"
 
 #include "ACP/ACPClient/ShellEnvironmentReader.h"
-#include "ACP/JSONRPCConnection/Mailbox.h"
-#include "Platform/FileDescriptor.h"
+#include "Platform/Async/Mailbox.h"
+#include "Platform/Async/WatchedChild.h"
 #include "Platform/StandardFolders.h"
 
 #include <asio/co_spawn.hpp>
 #include <asio/detached.hpp>
-#include <asio/posix/stream_descriptor.hpp>
 #include <asio/this_coro.hpp>
 #include <fmt/format.h>
 
@@ -32,16 +31,13 @@ std::string command()
 constexpr int looksAfterExit = 50;
 constexpr std::chrono::milliseconds pauseAfterExit(10);
 
-/// One run of the shell. Three tasks watch it and keep it alive; the shell may outlive the answer.
+/// One run of the shell, which two tasks keep going; the shell may outlive the answer.
 class Probe {
 public:
     /// Throws ChildProcess::StartFailure and SystemError.
     static std::shared_ptr<Probe> start(
         const asio::any_io_executor& executor, const std::filesystem::path& shell, const Environment& environment,
         std::chrono::seconds timeout);
-    Probe(const Probe&) = delete;
-    Probe& operator=(const Probe&) = delete;
-    ~Probe();
 
     static asio::awaitable<Environment> answer(std::shared_ptr<Probe> self);
 
@@ -49,22 +45,14 @@ private:
     /// Why waiting for the shell stopped. The first counts.
     enum class Ending { read, exited, timedOut };
 
-    Probe(const asio::any_io_executor& executor, FileDescriptor output)
-        : output_(executor, output.release()), timer_(executor), ending_(executor)
-    {
-    }
+    explicit Probe(const asio::any_io_executor& executor) : timer_(executor), ending_(executor) {}
 
-    static asio::awaitable<void> readOutput(std::shared_ptr<Probe> self);
-    static asio::awaitable<void> watchExit(std::shared_ptr<Probe> self, asio::posix::stream_descriptor exited);
+    void take(std::string_view output);
+    static asio::awaitable<void> watchExit(std::shared_ptr<Probe> self);
     static asio::awaitable<void> watchTime(std::shared_ptr<Probe> self);
     static asio::awaitable<void> waitForTheRest(std::shared_ptr<Probe> self);
-    void closeOutputIfDone();
 
-    asio::posix::stream_descriptor output_;
-    bool outputEnded_ = false;
-    pid_t shell_ = -1;
-    bool running_ = false;
-    bool answered_ = false;
+    std::shared_ptr<WatchedChild> shell_;
     asio::steady_timer timer_;
     Mailbox<Ending> ending_;
     ShellEnvironmentReader reader_;
@@ -74,33 +62,28 @@ std::shared_ptr<Probe> Probe::start(
     const asio::any_io_executor& executor, const std::filesystem::path& shell, const Environment& environment,
     std::chrono::seconds timeout)
 {
-    Pipe output = Pipe::make();
-    const std::shared_ptr<Probe> probe(new Probe(executor, std::move(output.reading)));
-    probe->shell_ = ChildProcess::start(
+    const std::shared_ptr<Probe> probe(new Probe(executor));
+    const auto take = [weak =
+                           std::weak_ptr(probe)](std::string_view bytes) { // the probe holds the shell that holds this
+        if (const std::shared_ptr<Probe> waiting = weak.lock())
+            waiting->take(bytes);
+    };
+    probe->shell_ = WatchedChild::start(
+        executor,
         {.executable = shell,
          .arguments = {"-ilc", command()},
          .environment = environment,
          .directory = {},
          .input = ChildProcess::Stream::null(),
-         .output = ChildProcess::Stream::to(output.writing.get()),
+         .output = {},
          .error = ChildProcess::Stream::null(),
          // An interactive shell in a session with a terminal would take that terminal for itself.
-         .group = ChildProcess::Group::ownSession});
-    probe->running_ = true;
-    asio::posix::stream_descriptor exited(executor, ChildProcess::exitEvent(probe->shell_).release());
+         .group = ChildProcess::Group::ownSession},
+        &ChildProcess::Command::output, take, std::chrono::milliseconds(0));
     probe->timer_.expires_after(timeout);
-    asio::co_spawn(executor, readOutput(probe), asio::detached);
-    asio::co_spawn(executor, watchExit(probe, std::move(exited)), asio::detached);
+    asio::co_spawn(executor, watchExit(probe), asio::detached);
     asio::co_spawn(executor, watchTime(probe), asio::detached);
     return probe;
-}
-
-Probe::~Probe()
-{
-    if (!running_)
-        return;
-    ChildProcess::killGroup(shell_); // the executor goes first
-    static_cast<void>(ChildProcess::wait(shell_));
 }
 
 asio::awaitable<Environment> Probe::answer(std::shared_ptr<Probe> self)
@@ -108,8 +91,8 @@ asio::awaitable<Environment> Probe::answer(std::shared_ptr<Probe> self)
     const std::optional<Ending> ending = co_await self->ending_.next();
     if (ending == Ending::exited)
         co_await waitForTheRest(self);
-    self->answered_ = true;
-    self->closeOutputIfDone();
+    self->shell_->ignoreOutput(); // a child that the profile left behind may hold it open for ever
+    // A shell that printed everything and then hangs has told what was asked.
     if (ending == Ending::timedOut && !self->reader_.isComplete())
         throw Failure(Failure::Kind::timedOut);
     co_return self->reader_.environment();
@@ -117,58 +100,35 @@ asio::awaitable<Environment> Probe::answer(std::shared_ptr<Probe> self)
 
 asio::awaitable<void> Probe::waitForTheRest(std::shared_ptr<Probe> self)
 {
-    asio::steady_timer pause(self->output_.get_executor());
-    for (int look = 0; look < looksAfterExit && !self->reader_.isComplete() && !self->outputEnded_; ++look) {
+    asio::steady_timer pause(self->timer_.get_executor());
+    for (int look = 0; look < looksAfterExit && !self->reader_.isComplete() && !self->shell_->hasReadAll(); ++look) {
         pause.expires_after(pauseAfterExit);
         co_await pause.async_wait(asio::use_awaitable);
     }
 }
 
-/// Reads to the end even when the answer has gone out, so that a shell which goes on printing can end.
-asio::awaitable<void> Probe::readOutput(std::shared_ptr<Probe> self)
+void Probe::take(std::string_view output)
 {
-    std::vector<char> buffer(65536);
-    while (true) {
-        asio::error_code failure; // the end of the output is one
-        const std::size_t count = co_await self->output_.async_read_some(
-            asio::buffer(buffer), asio::redirect_error(asio::use_awaitable, failure));
-        if (failure)
-            break;
-        if (self->answered_)
-            continue;
-        self->reader_.add({buffer.data(), count});
-        if (self->reader_.isComplete())
-            self->ending_.push(Ending::read);
-    }
-    self->outputEnded_ = true;
+    reader_.add(output);
+    if (reader_.isComplete())
+        ending_.push(Ending::read);
 }
 
-asio::awaitable<void> Probe::watchExit(std::shared_ptr<Probe> self, asio::posix::stream_descriptor exited)
+asio::awaitable<void> Probe::watchExit(std::shared_ptr<Probe> self)
 {
-    co_await exited.async_wait(asio::posix::stream_descriptor::wait_read, asio::use_awaitable);
-    static_cast<void>(ChildProcess::wait(self->shell_));
-    self->running_ = false;
+    co_await WatchedChild::exit(self->shell_);
     self->timer_.cancel();
     self->ending_.push(Ending::exited);
-    self->closeOutputIfDone();
 }
 
 asio::awaitable<void> Probe::watchTime(std::shared_ptr<Probe> self)
 {
     asio::error_code cancelled;
     co_await self->timer_.async_wait(asio::redirect_error(asio::use_awaitable, cancelled));
-    if (!self->running_)
+    if (self->shell_->exitNumber())
         co_return;
-    ChildProcess::killGroup(self->shell_);
+    self->shell_->kill();
     self->ending_.push(Ending::timedOut);
-}
-
-/// A child that the profile left behind may hold the output open for ever.
-void Probe::closeOutputIfDone()
-{
-    asio::error_code ignored;
-    if (answered_ && !running_)
-        output_.close(ignored);
 }
 
 /// The answers of the whole process, by shell and environment.
@@ -186,6 +146,7 @@ Cache& cache()
 std::string cacheKey(const std::filesystem::path& shell, const Environment& environment)
 {
     std::string key = shell;
+    // No variable can contain a NUL, so it parts them.
     for (const auto& [name, value] : environment)
         key += fmt::format("{}{}={}", '\0', name, value);
     return key;
@@ -226,6 +187,7 @@ asio::awaitable<Environment> resolve(
 
     const asio::any_io_executor executor = co_await asio::this_coro::executor;
     const auto wholeSeconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
+    // Two who ask at the same moment start a shell each. No lock is held over the wait, which may take seconds.
     const std::shared_ptr<Probe> probe = Probe::start(executor, shell, environment, wholeSeconds);
     Environment answer = co_await Probe::answer(probe);
     const std::scoped_lock lock(cache().mutex);

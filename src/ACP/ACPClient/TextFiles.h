@@ -8,7 +8,7 @@
 
 namespace veltry {
 
-/// Of the agent's "fs/read_text_file".
+/// The parameters of the agent's "fs/read_text_file".
 struct ReadTextFileParams {
     std::string sessionId;
     std::string path;
@@ -20,7 +20,7 @@ struct ReadTextFileResult {
     std::string content;
 };
 
-/// Of the agent's "fs/write_text_file".
+/// The parameters of the agent's "fs/write_text_file".
 struct WriteTextFileParams {
     std::string sessionId;
     std::string path;

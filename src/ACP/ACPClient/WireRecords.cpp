@@ -3,10 +3,10 @@
 #include "ACP/ACPClient/Handshake.h"
 #include "ACP/ACPClient/Permissions.h"
 #include "ACP/ACPClient/Prompts.h"
-#include "ACP/ACPClient/RecordCoding.h"
 #include "ACP/ACPClient/SessionUpdates.h"
 #include "ACP/ACPClient/Sessions.h"
 #include "ACP/ACPClient/TextFiles.h"
+#include "Base/RecordCoding.h"
 
 #include <algorithm>
 #include <array>
@@ -14,15 +14,9 @@
 
 namespace veltry {
 
-namespace wire {
-
-using std::tuple;
-
-template <typename Enumeration>
-using Word = std::pair<Enumeration, std::string_view>;
-
 template <>
-constexpr auto words<StopReason::Kind> = std::to_array<Word<StopReason::Kind>>({
+constexpr auto wordsOf<StopReason::Kind> = std::to_array<Word<StopReason::Kind>>({
+    {StopReason::Kind::other, ""},
     {StopReason::Kind::endTurn, "end_turn"},
     {StopReason::Kind::maxTokens, "max_tokens"},
     {StopReason::Kind::maxTurnRequests, "max_turn_requests"},
@@ -30,14 +24,15 @@ constexpr auto words<StopReason::Kind> = std::to_array<Word<StopReason::Kind>>({
     {StopReason::Kind::cancelled, "cancelled"},
 });
 template <>
-constexpr auto words<PermissionOptionKind::Kind> = std::to_array<Word<PermissionOptionKind::Kind>>({
+constexpr auto wordsOf<PermissionOptionKind::Kind> = std::to_array<Word<PermissionOptionKind::Kind>>({
+    {PermissionOptionKind::Kind::other, ""},
     {PermissionOptionKind::Kind::allowOnce, "allow_once"},
     {PermissionOptionKind::Kind::allowAlways, "allow_always"},
     {PermissionOptionKind::Kind::rejectOnce, "reject_once"},
     {PermissionOptionKind::Kind::rejectAlways, "reject_always"},
 });
 template <>
-constexpr auto words<ToolKind> = std::to_array<Word<ToolKind>>({
+constexpr auto wordsOf<ToolKind> = std::to_array<Word<ToolKind>>({
     {ToolKind::read, "read"},
     {ToolKind::edit, "edit"},
     {ToolKind::delete_, "delete"},
@@ -50,12 +45,16 @@ constexpr auto words<ToolKind> = std::to_array<Word<ToolKind>>({
     {ToolKind::switchMode, "switch_mode"},
 });
 template <>
-constexpr auto words<ToolCallStatus> = std::to_array<Word<ToolCallStatus>>({
+constexpr auto wordsOf<ToolCallStatus> = std::to_array<Word<ToolCallStatus>>({
     {ToolCallStatus::pending, "pending"},
     {ToolCallStatus::completed, "completed"},
     {ToolCallStatus::failed, "failed"},
     {ToolCallStatus::inProgress, "in_progress"},
 });
+
+namespace records {
+
+using std::tuple;
 
 // Handshake
 
@@ -328,50 +327,32 @@ template <>
 constexpr auto fields<SessionNotification> =
     tuple(field("sessionId", &SessionNotification::sessionId), field("update", &SessionNotification::update));
 
-namespace {
+} // namespace records
 
-template <typename Open>
-typename Open::Kind kindOf(const std::string& text)
+StopReason::StopReason(Kind known) : kind(known), word(toWord(known)) {}
+
+StopReason::StopReason(std::string wireWord)
+    : kind(fromWord<Kind>(wireWord).value_or(Kind::other)), word(std::move(wireWord))
 {
-    for (const auto& [kind, word] : words<typename Open::Kind>)
-        if (word == text)
-            return kind;
-    return Open::Kind::other;
 }
 
-template <typename Kind>
-std::string wordOf(Kind wanted)
-{
-    for (const auto& [kind, word] : words<Kind>)
-        if (kind == wanted)
-            return std::string(word);
-    return {};
-}
-
-} // namespace
-} // namespace wire
-
-StopReason::StopReason(Kind known) : kind(known), word(wire::wordOf(known)) {}
-
-StopReason::StopReason(std::string wireWord) : kind(wire::kindOf<StopReason>(wireWord)), word(std::move(wireWord)) {}
-
-PermissionOptionKind::PermissionOptionKind(Kind known) : kind(known), word(wire::wordOf(known)) {}
+PermissionOptionKind::PermissionOptionKind(Kind known) : kind(known), word(toWord(known)) {}
 
 PermissionOptionKind::PermissionOptionKind(std::string wireWord)
-    : kind(wire::kindOf<PermissionOptionKind>(wireWord)), word(std::move(wireWord))
+    : kind(fromWord<Kind>(wireWord).value_or(Kind::other)), word(std::move(wireWord))
 {
 }
 
 template <typename Record>
 Record decoded(const JSONValue& value)
 {
-    return wire::Codec<Record>::read(value);
+    return records::Codec<Record>::read(value);
 }
 
 template <typename Record>
 JSONValue encoded(const Record& record)
 {
-    return wire::Codec<Record>::write(record);
+    return records::Codec<Record>::write(record);
 }
 
 template NewSessionResult decoded(const JSONValue&);

@@ -32,6 +32,14 @@ std::string describe(const std::exception_ptr& failure)
     }
 }
 
+/// How a peer is told what a handler threw.
+JSONRPCError errorOf(const std::exception& failure)
+{
+    if (const auto* meant = dynamic_cast<const JSONRPCError*>(&failure))
+        return *meant;
+    return JSONRPCError::internal(veltry::describe(failure));
+}
+
 } // namespace
 
 std::shared_ptr<JSONRPCConnection> JSONRPCConnection::make(
@@ -182,7 +190,7 @@ asio::awaitable<void> JSONRPCConnection::handle(std::string line)
         co_return;
     }
     if (message->id) {
-        asio::co_spawn(executor_, answer(shared_from_this(), std::move(*message)), asio::detached);
+        answer(std::move(*message));
         co_return;
     }
     try {
@@ -193,24 +201,46 @@ asio::awaitable<void> JSONRPCConnection::handle(std::string line)
     }
 }
 
-asio::awaitable<void> JSONRPCConnection::answer(std::shared_ptr<JSONRPCConnection> self, Envelope request)
+// A task costs as much as reading the request did, so one is made only for an answer that waits.
+void JSONRPCConnection::answer(Envelope request)
 {
     Envelope reply;
     reply.id = std::move(request.id);
     try {
-        JSONValue params = std::move(request.params).value_or(nullptr);
-        reply.result = co_await self->requests_(*request.method, std::move(params));
-    } catch (const JSONRPCError& error) {
-        reply.error = error;
+        Reply given = requests_(*request.method, std::move(request.params).value_or(nullptr));
+        if (auto* task = std::get_if<asio::awaitable<JSONValue>>(&given)) {
+            asio::co_spawn(
+                executor_,
+                answerLater(shared_from_this(), std::move(*request.method), std::move(reply), std::move(*task)),
+                asio::detached);
+            return;
+        }
+        reply.result = std::get<JSONValue>(std::move(given));
     } catch (const std::exception& error) {
-        reply.error = JSONRPCError::internal(veltry::describe(error));
+        reply.error = errorOf(error);
     }
-    if (self->failure_)
-        co_return;
+    sendAnswer(*request.method, reply);
+}
+
+asio::awaitable<void> JSONRPCConnection::answerLater(
+    std::shared_ptr<JSONRPCConnection> self, std::string method, Envelope reply, asio::awaitable<JSONValue> task)
+{
     try {
-        self->send({.line = reply.line(), .id = std::nullopt, .flushed = nullptr});
+        reply.result = co_await std::move(task);
+    } catch (const std::exception& error) {
+        reply.error = errorOf(error);
+    }
+    self->sendAnswer(method, reply);
+}
+
+void JSONRPCConnection::sendAnswer(const std::string& method, const Envelope& reply)
+{
+    if (failure_)
+        return;
+    try {
+        send({.line = reply.line(), .id = std::nullopt, .flushed = nullptr});
     } catch (const JSONValue::Failure& error) {
-        logFailure(fmt::format("could not answer {}: {}", *request.method, error.description()));
+        logFailure(fmt::format("could not answer {}: {}", method, error.description()));
     }
 }
 

@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <variant>
 
 namespace veltry {
 
@@ -19,15 +20,18 @@ namespace veltry {
 /// time.
 ///
 /// Everything happens on the one serial executor that it is made with: all calls are made there, and all handlers run
-/// there, one at a time, each until it suspends. Each request that comes in has a task of its own, so answers may go
-/// out in any order; notifications are handled one after the other, and nothing more is read until each is done. A line
-/// that isn't JSON-RPC is logged and passed over. While its input flows, a started connection keeps itself alive.
+/// there, one at a time, each until it suspends. Each request that comes in has a task of its own where its answer
+/// isn't there at once, so answers may go out in any order; notifications are handled one after the other, and nothing
+/// more is read until each is done. A line that isn't JSON-RPC is logged and passed over. While its input flows, a
+/// started connection keeps itself alive.
 class JSONRPCConnection : public std::enable_shared_from_this<JSONRPCConnection> {
 public:
     /// `params` is null where the message had none.
     using Notifications = std::function<asio::awaitable<void>(std::string method, JSONValue params)>;
-    /// Gives the result or throws a JSONRPCError; anything else that it throws is answered as an internal error.
-    using Requests = std::function<asio::awaitable<JSONValue>(std::string method, JSONValue params)>;
+    /// The result, or a task that gives it where that has to wait for something.
+    using Reply = std::variant<JSONValue, asio::awaitable<JSONValue>>;
+    /// Itself or in its task it throws a JSONRPCError, or anything else, which is answered as an internal error.
+    using Requests = std::function<Reply(std::string method, JSONValue params)>;
     using OnEnd = std::function<asio::awaitable<void>()>;
 
     /// Idle until start(). With `logsTraffic` every line goes to the system log.
@@ -84,7 +88,10 @@ private:
     // Tasks of their own get the connection as an argument, since a task begins later than it is made.
     [[nodiscard]] static asio::awaitable<void> read(std::shared_ptr<JSONRPCConnection> self);
     [[nodiscard]] asio::awaitable<void> handle(std::string line);
-    [[nodiscard]] static asio::awaitable<void> answer(std::shared_ptr<JSONRPCConnection> self, Envelope request);
+    void answer(Envelope request);
+    [[nodiscard]] static asio::awaitable<void> answerLater(
+        std::shared_ptr<JSONRPCConnection> self, std::string method, Envelope reply, asio::awaitable<JSONValue> task);
+    void sendAnswer(const std::string& method, const Envelope& reply);
     void resume(const Envelope& response);
     [[nodiscard]] std::shared_ptr<Waiter> takeWaiter(std::int64_t id);
 

@@ -17,7 +17,7 @@ public:
 private:
     static constexpr std::size_t maximumIdleCapacity = 1 << 20;
 
-    std::string buffer_;       // bytes behind the last line feed
+    std::string buffer_;       // bytes after the last line feed
     std::size_t scanFrom_ = 0; // how many of them are known to hold no line feed
 };
 

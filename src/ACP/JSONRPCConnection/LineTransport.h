@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ACP/JSONRPCConnection/Mailbox.h"
+#include "Platform/Async/Mailbox.h"
 
 #include <string>
 

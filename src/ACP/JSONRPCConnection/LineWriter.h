@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/FileDescriptor.h"
+#include "Platform/SharedOutput.h"
 
 #include <condition_variable>
 #include <deque>
@@ -25,8 +26,6 @@ public:
     LineWriter& operator=(const LineWriter&) = delete;
     ~LineWriter();
 
-    [[nodiscard]] const FileDescriptor& file() const { return file_; }
-
     /// Writes at once, on the calling thread, if that can't block: little enough, room for it, and nothing before it.
     /// Throws SystemError.
     [[nodiscard]] bool writeIfPossible(const std::string& bytes);
@@ -44,12 +43,8 @@ private:
     };
 
     void run();
-    void writeAll(const std::string& bytes);
-    [[nodiscard]] bool waitForRoom() const;
 
-    FileDescriptor file_;
-    FileDescriptor stopEvent_;
-    bool isTerminal_;
+    SharedOutput output_;
     std::mutex mutex_; // guards the three below
     std::condition_variable arrival_;
     std::deque<Job> jobs_; // the first is the one that is being written

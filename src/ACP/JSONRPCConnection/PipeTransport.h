@@ -3,12 +3,10 @@
 #include "ACP/JSONRPCConnection/LineSplitter.h"
 #include "ACP/JSONRPCConnection/LineTransport.h"
 #include "ACP/JSONRPCConnection/LineWriter.h"
+#include "Platform/Async/SharedInput.h"
 #include "Platform/FileDescriptor.h"
 
-#include <asio/posix/stream_descriptor.hpp>
-
 #include <memory>
-#include <optional>
 
 namespace veltry {
 
@@ -38,12 +36,10 @@ private:
     PipeTransport(const asio::any_io_executor& executor, FileDescriptor reading, FileDescriptor writing);
 
     [[nodiscard]] asio::awaitable<void> readMore();
-    [[nodiscard]] asio::awaitable<void> inputReady();
     [[nodiscard]] bool readChunk();
 
     asio::any_io_executor executor_;
-    FileDescriptor reading_;
-    std::optional<asio::posix::stream_descriptor> readiness_; // nothing where input is always ready
+    SharedInput input_;
     LineSplitter splitter_;
     LineStream lines_;
     LineWriter writer_;

@@ -1,20 +1,49 @@
 #include "Experiments/Changes/Changes.h"
 
-#include "Projects/JSONFields.h"
-
-#include <array>
+#include "Base/RecordCoding.h"
 
 namespace veltry {
 
-namespace {
+template <>
+constexpr auto wordsOf<Changes::File::Shown> = std::to_array<Word<Changes::File::Shown>>({
+    {Changes::File::Shown::lines, "lines"},
+    {Changes::File::Shown::binary, "binary"},
+    {Changes::File::Shown::tooLarge, "tooLarge"},
+});
 
-/// The names of an enumeration's values, in their order.
-constexpr std::array<std::string_view, 5> kindNames{"added", "deleted", "modified", "renamed", "copied"};
-constexpr std::array<std::string_view, 3> shownNames{"lines", "binary", "tooLarge"};
-constexpr std::array<std::string_view, 3> lineNames{"context", "added", "removed"};
-static_assert(kindNames[static_cast<std::size_t>(Changes::Kind::copied)] == "copied");
-static_assert(shownNames[static_cast<std::size_t>(Changes::File::Shown::tooLarge)] == "tooLarge");
-static_assert(lineNames[static_cast<std::size_t>(Changes::Line::Kind::removed)] == "removed");
+template <>
+constexpr auto wordsOf<Changes::Line::Kind> = std::to_array<Word<Changes::Line::Kind>>({
+    {Changes::Line::Kind::context, "context"},
+    {Changes::Line::Kind::added, "added"},
+    {Changes::Line::Kind::removed, "removed"},
+});
+
+namespace records {
+
+template <>
+constexpr auto fields<Changes::Line> = std::tuple(
+    field("kind", &Changes::Line::kind), field("text", &Changes::Line::text), field("old", &Changes::Line::oldNumber),
+    field("new", &Changes::Line::newNumber));
+
+template <>
+constexpr auto fields<Changes::Hunk> = std::tuple(
+    field("oldStart", &Changes::Hunk::oldStart), field("newStart", &Changes::Hunk::newStart),
+    field("heading", &Changes::Hunk::heading), field("lines", &Changes::Hunk::lines));
+
+template <>
+constexpr auto fields<Changes::File> = std::tuple(
+    field("path", &Changes::File::path), field("oldPath", &Changes::File::oldPath), field("kind", &Changes::File::kind),
+    field("added", &Changes::File::added), field("removed", &Changes::File::removed),
+    field("shown", &Changes::File::shown), field("hunks", &Changes::File::hunks));
+
+template <>
+constexpr auto fields<Changes> = std::tuple(
+    field("base", &Changes::base), field("against", &Changes::against), field("frozen", &Changes::frozen),
+    field("files", &Changes::files));
+
+} // namespace records
+
+namespace {
 
 std::int64_t sum(const std::vector<Changes::File>& files, std::optional<std::int64_t> Changes::File::* count)
 {
@@ -36,52 +65,14 @@ std::int64_t Changes::removed() const
     return sum(files, &File::removed);
 }
 
-std::string_view Changes::kindText(Kind kind)
-{
-    return kindNames[static_cast<std::size_t>(kind)];
-}
-
 JSONValue toJSON(const Changes& changes)
 {
-    JSONFields fields;
-    fields.set("base", changes.base);
-    fields.set("against", changes.against);
-    fields.set("frozen", changes.frozen);
-    fields.set("files", listToJSON(changes.files));
-    return fields.take();
-}
-
-JSONValue toJSON(const Changes::Line& line)
-{
-    JSONFields fields;
-    fields.set("kind", lineNames[static_cast<std::size_t>(line.kind)]);
-    fields.set("text", line.text);
-    fields.set("old", line.oldNumber);
-    fields.set("new", line.newNumber);
-    return fields.take();
-}
-
-JSONValue toJSON(const Changes::Hunk& hunk)
-{
-    JSONFields fields;
-    fields.set("oldStart", hunk.oldStart);
-    fields.set("newStart", hunk.newStart);
-    fields.set("heading", hunk.heading);
-    fields.set("lines", listToJSON(hunk.lines));
-    return fields.take();
+    return records::writeRecord(changes);
 }
 
 JSONValue toJSON(const Changes::File& file)
 {
-    JSONFields fields;
-    fields.set("path", file.path);
-    fields.set("oldPath", file.oldPath);
-    fields.set("kind", Changes::kindText(file.kind));
-    fields.set("added", file.added);
-    fields.set("removed", file.removed);
-    fields.set("shown", shownNames[static_cast<std::size_t>(file.shown)]);
-    fields.set("hunks", listToJSON(file.hunks));
-    return fields.take();
+    return records::writeRecord(file);
 }
 
 } // namespace veltry

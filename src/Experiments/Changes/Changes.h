@@ -1,11 +1,11 @@
 #pragma once
 
 #include "Base/JSONValue.h"
+#include "Base/Words.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace veltry {
@@ -59,7 +59,7 @@ struct Changes {
 
     /// Changed lines, added and removed ones together, of a file whose text is shown: at most this many.
     static constexpr std::int64_t fileLimit = 3000;
-    /// The same of all files of one comparison. A file that doesn't fit doesn't stop those behind it.
+    /// The same of all files of one comparison. A file that doesn't fit doesn't stop those after it.
     static constexpr std::int64_t totalLimit = 20000;
     /// Lines of context around a change.
     static constexpr int contextLines = 3;
@@ -69,9 +69,6 @@ struct Changes {
     bool frozen = false;     ///< the comparison shows the commit of a run
     std::vector<File> files; ///< in git's order, that of their paths
 
-    /// "added", "deleted", "modified", "renamed" or "copied".
-    [[nodiscard]] static std::string_view kindText(Kind kind);
-
     /// The sums of the files' counts; a binary file counts 0.
     [[nodiscard]] std::int64_t added() const;
     [[nodiscard]] std::int64_t removed() const;
@@ -79,11 +76,18 @@ struct Changes {
     friend bool operator==(const Changes&, const Changes&) = default;
 };
 
+template <>
+inline constexpr auto wordsOf<Changes::Kind> = std::to_array<Word<Changes::Kind>>({
+    {Changes::Kind::added, "added"},
+    {Changes::Kind::deleted, "deleted"},
+    {Changes::Kind::modified, "modified"},
+    {Changes::Kind::renamed, "renamed"},
+    {Changes::Kind::copied, "copied"},
+});
+
 /// An object with the names of the fields as keys, those of a line's numbers being "old" and "new". Enumerations are
 /// texts of their values' names; what is absent is left out.
 [[nodiscard]] JSONValue toJSON(const Changes& changes);
 [[nodiscard]] JSONValue toJSON(const Changes::File& file);
-[[nodiscard]] JSONValue toJSON(const Changes::Hunk& hunk);
-[[nodiscard]] JSONValue toJSON(const Changes::Line& line);
 
 } // namespace veltry

@@ -8,8 +8,6 @@
 
 #include <fmt/format.h>
 
-#include <ranges>
-
 namespace veltry {
 
 namespace {
@@ -161,15 +159,14 @@ try {
     const Git git = repository();
     std::optional<Experiment> parent;
     if (node.parentID)
-        parent = experiment(node.parentID->text());
-    const std::vector<Run> runs = store->runsOfExperiment(node.id);
-    const auto reversed = runs | std::views::reverse;
-    const auto answered = std::ranges::find_if(reversed, &Run::answered);
-    const bool frozen = answered != reversed.end();
+        parent = experiment(*node.parentID);
+    const ExperimentTree look = alone(node);
+    const Run* answer = look.nodes().front().answer;
+    const bool frozen = look.nodes().front().isFrozen();
 
     const Base base =
         parent ? Base{.reference = Git::branchReference(parent->branch), .name = parent->branch} : checkedOut(git);
-    const std::string tip = frozen ? answered->commit : Git::branchReference(node.branch);
+    const std::string tip = answer ? answer->commit : Git::branchReference(node.branch);
     const std::optional<std::string> tipCommit = git.resolve(tip);
     if (!tipCommit)
         throw LabError(

@@ -3,8 +3,6 @@
 #include "Base/Text.h"
 #include "Platform/Files.h"
 
-#include <fcntl.h>
-
 #include <algorithm>
 #include <string_view>
 
@@ -32,7 +30,7 @@ Follower::Follower(std::filesystem::path log, std::int64_t count) : log_(std::mo
 bool Follower::open()
 {
     if (!file_ && Files::exists(log_))
-        file_ = Files::open(log_, O_RDONLY | O_NONBLOCK);
+        file_ = Files::open(log_, Files::forReadingPlain);
     return static_cast<bool>(file_);
 }
 

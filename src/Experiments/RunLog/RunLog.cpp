@@ -6,8 +6,6 @@
 #include "Platform/Files.h"
 #include "Platform/SystemError.h"
 
-#include <fcntl.h>
-
 #include <algorithm>
 #include <string_view>
 
@@ -77,8 +75,8 @@ std::filesystem::path times(const std::filesystem::path& log)
 
 void stampWhole(const std::filesystem::path& log, Date start, double seconds)
 {
-    const FileDescriptor reader = Files::open(log, O_RDONLY);
-    StampWriter writer(times(log), O_TRUNC);
+    const FileDescriptor reader = Files::open(log, Files::forReading);
+    StampWriter writer(times(log), Files::forReplacing);
     LineScanner scanner;
     double count = 0;
     std::string piece;
@@ -99,7 +97,7 @@ std::vector<Line> tail(const std::filesystem::path& log, std::int64_t count)
     if (count < 1)
         return {};
     try {
-        const FileDescriptor file = Files::open(log, O_RDONLY | O_NONBLOCK);
+        const FileDescriptor file = Files::open(log, Files::forReadingPlain);
         const std::uint64_t size = Files::size(file);
         const auto wanted = static_cast<std::uint64_t>(count);
         // The comparison is written as a division because the product may not fit.

@@ -3,14 +3,12 @@
 #include "Platform/Files.h"
 #include "Platform/SystemError.h"
 
-#include <fcntl.h>
-
 #include <string_view>
 
 namespace veltry::RunLog {
 
 StampReader::StampReader(const std::filesystem::path& sideFile, std::uint64_t first, std::uint64_t expected)
-    : file_(Files::tryOpen(sideFile, O_RDONLY | O_NONBLOCK))
+    : file_(Files::tryOpen(sideFile, Files::forReadingPlain))
 {
     const auto isBefore = [&](std::uint64_t index) {
         const std::optional<Stamp> stamp = Stamp::parse(read(index, 1));
@@ -59,7 +57,7 @@ std::string StampReader::read(std::uint64_t index, std::size_t count) const
     try {
         return Files::readAt(file_, index * Stamp::length, count * Stamp::length);
     } catch (const SystemError&) {
-        return {}; // no side file, or a folder in its place: lines come without times
+        return {}; // no plain side file: lines come without times
     }
 }
 

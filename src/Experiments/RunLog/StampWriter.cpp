@@ -1,9 +1,6 @@
 #include "Experiments/RunLog/StampWriter.h"
 
-#include "Platform/Files.h"
 #include "Platform/SystemError.h"
-
-#include <fcntl.h>
 
 namespace veltry::RunLog {
 
@@ -13,8 +10,8 @@ constexpr std::size_t enough = 2000 * Stamp::length;
 
 } // namespace
 
-StampWriter::StampWriter(const std::filesystem::path& sideFile, int extraFlags)
-    : file_(Files::open(sideFile, O_WRONLY | O_APPEND | O_CREAT | extraFlags)), name_(sideFile.string())
+StampWriter::StampWriter(const std::filesystem::path& sideFile, Files::Purpose purpose)
+    : file_(Files::open(sideFile, purpose)), name_(sideFile.string())
 {
     held_.reserve(enough);
 }

@@ -2,6 +2,7 @@
 
 #include "Experiments/RunLog/Stamp.h"
 #include "Platform/FileDescriptor.h"
+#include "Platform/Files.h"
 
 #include <exception>
 #include <filesystem>
@@ -15,8 +16,8 @@ namespace veltry::RunLog {
 /// to whole ones, since half a record would shift all that follow out of their places.
 class StampWriter {
 public:
-    /// Appends to the side file, which is made with mode 0644. Throws SystemError.
-    explicit StampWriter(const std::filesystem::path& sideFile, int extraFlags = 0);
+    /// Appends to the side file or replaces what it holds; makes it if it isn't there. Throws SystemError.
+    explicit StampWriter(const std::filesystem::path& sideFile, Files::Purpose purpose = Files::forAppending);
 
     /// Writes too, when enough came together.
     void add(const Stamp& stamp);

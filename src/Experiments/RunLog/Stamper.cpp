@@ -9,8 +9,6 @@
 #include "Platform/Files.h"
 #include "Platform/SystemError.h"
 
-#include <fcntl.h>
-
 #include <algorithm>
 #include <chrono>
 #include <span>
@@ -26,13 +24,17 @@ constexpr std::chrono::milliseconds longestSleep{1000};
 /// A run that prints in tiny writes costs a look for each millisecond, the unit of the times, and not for each write.
 constexpr std::chrono::milliseconds betweenLooks{1};
 
+/// The log, open for reading. It is made here: the watch needs it, and the run's shell opens it only when it starts.
+FileDescriptor made(const std::filesystem::path& log)
+{
+    static_cast<void>(Files::open(log, Files::forAppending));
+    return Files::open(log, Files::forReading);
+}
+
 } // namespace
 
 struct Stamper::Work {
-    explicit Work(const std::filesystem::path& log)
-        : reader(Files::open(log, O_RDONLY | O_CREAT)), writer(times(log)), watch(log)
-    {
-    }
+    explicit Work(const std::filesystem::path& log) : reader(made(log)), writer(times(log)), watch(log) {}
 
     /// Stamps what is new up to `size`.
     void look(std::uint64_t size) noexcept;

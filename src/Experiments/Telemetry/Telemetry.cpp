@@ -3,9 +3,6 @@
 #include "Experiments/Telemetry/TelemetryLineReader.h"
 #include "Platform/Files.h"
 #include "Platform/SystemError.h"
-#include "Projects/JSONFields.h"
-
-#include <fcntl.h>
 
 #include <algorithm>
 #include <utility>
@@ -13,15 +10,6 @@
 namespace veltry {
 
 namespace {
-
-static_assert(std::ranges::all_of(Telemetry::drops, [](const Telemetry::DropWords& words) {
-    return &words == &Telemetry::drops[static_cast<std::size_t>(words.drop)];
-}));
-
-const Telemetry::DropWords& wordsOf(Telemetry::Drop drop)
-{
-    return Telemetry::drops[static_cast<std::size_t>(drop)];
-}
 
 bool isBlank(std::string_view bytes)
 {
@@ -62,7 +50,7 @@ public:
 private:
     static constexpr std::size_t witnessBytes = 64;
 
-    /// Goes on behind the part of a long line that was searched before, if that still stands there.
+    /// Goes on after the part of a long line that was searched before, if that still stands there.
     void resumeLongLine()
     {
         LongLine line = std::exchange(telemetry_.unfinished_, {});
@@ -74,7 +62,7 @@ private:
         long_ = std::move(line);
     }
 
-    /// Puts the next bytes behind those that are unread; false at the end.
+    /// Puts the next bytes after those that are unread; false at the end.
     bool readPiece()
     {
         std::ranges::copy(unread_, buffer_.begin());
@@ -122,9 +110,8 @@ private:
 
 bool Telemetry::read(const std::filesystem::path& file, bool finished)
 {
-    // Without O_NONBLOCK a named pipe in the file's place would hold up the caller until somebody writes to it.
-    const FileDescriptor descriptor = Files::tryOpen(file, O_RDONLY | O_NONBLOCK);
-    if (!descriptor || !Files::isPlain(descriptor))
+    const FileDescriptor descriptor = Files::tryOpen(file, Files::forReadingPlain);
+    if (!descriptor)
         return false; // often the run hasn't made it yet
     const std::int32_t points = pointCount_;
     const Drops refused = dropped_;
@@ -231,7 +218,7 @@ std::optional<Telemetry::Point> Telemetry::point(std::int32_t seq) const
 
 std::string_view Telemetry::describe(Drop drop, std::int64_t count)
 {
-    return count == 1 ? wordsOf(drop).one : wordsOf(drop).several;
+    return count == 1 ? rowOf(drop).one : rowOf(drop).several;
 }
 
 bool operator==(const Telemetry& left, const Telemetry& right)
@@ -242,19 +229,19 @@ bool operator==(const Telemetry& left, const Telemetry& right)
 
 JSONValue toJSON(const Telemetry::Drops& dropped)
 {
-    JSONFields fields;
+    JSONValue::Object counts;
     for (const auto& [drop, count] : dropped)
-        fields.set(wordsOf(drop).text, JSONValue(count));
-    return fields.take();
+        counts.emplace(toWord(drop), count);
+    return counts;
 }
 
 JSONValue toJSON(const Telemetry& telemetry)
 {
-    JSONFields fields;
-    fields.set("keys", JSONValue::Array(telemetry.keys().begin(), telemetry.keys().end()));
-    fields.set("pointCount", JSONValue(telemetry.pointCount()));
-    fields.set("dropped", toJSON(telemetry.dropped()));
-    return fields.take();
+    return JSONValue::object({
+        {"keys", JSONValue::Array(telemetry.keys().begin(), telemetry.keys().end())},
+        {"pointCount", telemetry.pointCount()},
+        {"dropped", toJSON(telemetry.dropped())},
+    });
 }
 
 } // namespace veltry

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "Base/JSONValue.h"
+#include "Base/Words.h"
 #include "Experiments/Telemetry/TelemetryPath.h"
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -24,7 +24,7 @@ struct TelemetryReading;
 ///
 /// The file grows by a line for each point, an object whose numbers are readings of their keys (docs/telemetry.md). It
 /// is written by code that may be wrong, so nothing in it is a failure: what goes beyond the limits is refused and
-/// counted by reason, and reading goes on behind it. A reader keeps one value for a run and calls read() as often as it
+/// counted by reason, and reading goes on after it. A reader keeps one value for a run and calls read() as often as it
 /// likes. A plain value without locks: one thread at a time.
 class Telemetry {
 public:
@@ -38,24 +38,11 @@ public:
     enum class Drop { tooLong, notJSON, notObject, noNumbers, tooManyKeys, badKey, keysCap, pointsCap };
 
     struct DropWords {
-        Drop drop;
-        std::string_view text;    ///< its name in JSON
+        Drop value;
+        std::string_view word;    ///< in JSON
         std::string_view one;     ///< what a count of 1 counts
         std::string_view several; ///< what any other count counts
     };
-
-    /// All reasons, in the order of the enumeration.
-    static constexpr std::array<DropWords, 8> drops = {{
-        {Drop::tooLong, "too_long", "line over 4 KiB", "lines over 4 KiB"},
-        {Drop::notJSON, "not_json", "line that was not JSON", "lines that were not JSON"},
-        {Drop::notObject, "not_object", "line of JSON that was not an object", "lines of JSON that were not an object"},
-        {Drop::noNumbers, "no_numbers", "line with no numbers", "lines with no numbers"},
-        {Drop::tooManyKeys, "too_many_keys", "line with more than 64 numbers", "lines with more than 64 numbers"},
-        {Drop::badKey, "bad_key", "key not spelt in letters, digits, _ and -",
-         "keys not spelt in letters, digits, _ and -"},
-        {Drop::keysCap, "keys_cap", "key past the 256 a run keeps", "keys past the 256 a run keeps"},
-        {Drop::pointsCap, "points_cap", "point past the 200,000 a run keeps", "points past the 200,000 a run keeps"},
-    }};
 
     using Drops = std::map<Drop, std::int64_t>;
 
@@ -75,13 +62,13 @@ public:
     };
 
     /// Reads what the file has got since the last call, and returns whether that changed the points or what was
-    /// refused. What stands behind the last line feed may be half written and waits for the next call, unless the run
+    /// refused. What stands after the last line feed may be half written and waits for the next call, unless the run
     /// has `finished`. A file that is missing, is no plain file or can't be read changes nothing, and so does one that
     /// became shorter; the next call tries again. Costs the new bytes, and memory of `pieceBytes`. Never fails.
     bool read(const std::filesystem::path& file, bool finished);
 
     /// Takes in the next bytes of a file, as read() does, without a file: all whole lines, and if it is `finished` what
-    /// stands behind them too. Returns how many bytes these were; the caller brings the rest again with more behind it.
+    /// stands after them too. Returns how many bytes these were; the caller brings the rest again with more after it.
     std::size_t take(std::string_view bytes, bool finished);
 
     /// The keys in the order of their first reading.
@@ -130,8 +117,24 @@ private:
     std::vector<Column> columns_;                           // parallel to keys_
     std::map<std::string, std::size_t, std::less<>> known_; // places in keys_
     std::uint64_t offset_ = 0;                              // how many bytes of the file its lines took
-    LongLine unfinished_;                                   // behind them, where it is too long to be read again
+    LongLine unfinished_;                                   // after them, where it is too long to be read again
 };
+
+template <>
+inline constexpr auto wordsOf<Telemetry::Drop> = std::to_array<Telemetry::DropWords>({
+    {Telemetry::Drop::tooLong, "too_long", "line over 4 KiB", "lines over 4 KiB"},
+    {Telemetry::Drop::notJSON, "not_json", "line that was not JSON", "lines that were not JSON"},
+    {Telemetry::Drop::notObject, "not_object", "line of JSON that was not an object",
+     "lines of JSON that were not an object"},
+    {Telemetry::Drop::noNumbers, "no_numbers", "line with no numbers", "lines with no numbers"},
+    {Telemetry::Drop::tooManyKeys, "too_many_keys", "line with more than 64 numbers",
+     "lines with more than 64 numbers"},
+    {Telemetry::Drop::badKey, "bad_key", "key not spelt in letters, digits, _ and -",
+     "keys not spelt in letters, digits, _ and -"},
+    {Telemetry::Drop::keysCap, "keys_cap", "key past the 256 a run keeps", "keys past the 256 a run keeps"},
+    {Telemetry::Drop::pointsCap, "points_cap", "point past the 200,000 a run keeps",
+     "points past the 200,000 a run keeps"},
+});
 
 /// The reasons by their names: `{"bad_key": 2}`.
 [[nodiscard]] JSONValue toJSON(const Telemetry::Drops& dropped);

@@ -1,6 +1,6 @@
 #include "Experiments/Telemetry/TelemetryCharts.h"
 
-#include "Projects/JSONFields.h"
+#include "Base/RecordCoding.h"
 
 #include <algorithm>
 #include <cassert>
@@ -8,6 +8,39 @@
 #include <limits>
 
 namespace veltry {
+
+namespace records {
+
+template <>
+struct Codec<Telemetry::Drops> {
+    static JSONValue write(const Telemetry::Drops& dropped) { return toJSON(dropped); }
+};
+
+template <>
+constexpr auto fields<TelemetryLayout::Panel> = std::tuple(
+    field("title", &TelemetryLayout::Panel::title), field("x", &TelemetryLayout::Panel::x),
+    field("y", &TelemetryLayout::Panel::y), field("scale", &TelemetryLayout::Panel::scale),
+    field("min", &TelemetryLayout::Panel::min), field("max", &TelemetryLayout::Panel::max),
+    field("rule", &TelemetryLayout::Panel::rule), field("wide", &TelemetryLayout::Panel::wide));
+
+template <>
+constexpr auto fields<TelemetryCharts::Series> = std::tuple(
+    field("x", &TelemetryCharts::Series::x), field("y", &TelemetryCharts::Series::y),
+    field("total", &TelemetryCharts::Series::total), field("xs", &TelemetryCharts::Series::xs),
+    field("ys", &TelemetryCharts::Series::ys));
+
+template <>
+constexpr auto fields<TelemetryCharts::Stat> = std::tuple(
+    field("title", &TelemetryCharts::Stat::title), field("y", &TelemetryCharts::Stat::y),
+    field("reduce", &TelemetryCharts::Stat::reduce), field("value", &TelemetryCharts::Stat::value));
+
+template <>
+constexpr auto fields<TelemetryCharts> = std::tuple(
+    field("configured", &TelemetryCharts::configured), field("panels", &TelemetryCharts::panels),
+    field("stats", &TelemetryCharts::stats), field("series", &TelemetryCharts::series),
+    field("dropped", &TelemetryCharts::dropped));
+
+} // namespace records
 
 namespace {
 
@@ -183,36 +216,9 @@ bool TelemetryCharts::isEmpty() const
     return !configured && std::ranges::all_of(series, [](const Series& one) { return one.xs.empty(); });
 }
 
-JSONValue toJSON(const Series& series)
-{
-    JSONFields fields;
-    fields.set("x", series.x);
-    fields.set("y", series.y);
-    fields.set("total", series.total);
-    fields.set("xs", JSONValue::Array(series.xs.begin(), series.xs.end()));
-    fields.set("ys", JSONValue::Array(series.ys.begin(), series.ys.end()));
-    return fields.take();
-}
-
-JSONValue toJSON(const Stat& stat)
-{
-    JSONFields fields;
-    fields.set("title", stat.title);
-    fields.set("y", stat.y);
-    fields.set("reduce", TelemetryLayout::text(stat.reduce));
-    fields.set("value", stat.value);
-    return fields.take();
-}
-
 JSONValue toJSON(const TelemetryCharts& charts)
 {
-    JSONFields fields;
-    fields.set("configured", charts.configured);
-    fields.set("panels", listToJSON(charts.panels));
-    fields.set("stats", listToJSON(charts.stats));
-    fields.set("series", listToJSON(charts.series));
-    fields.set("dropped", toJSON(charts.dropped));
-    return fields.take();
+    return records::writeRecord(charts);
 }
 
 } // namespace veltry

@@ -63,8 +63,6 @@ struct TelemetryCharts {
     [[nodiscard]] bool isEmpty() const;
 };
 
-[[nodiscard]] JSONValue toJSON(const TelemetryCharts::Series& series);
-[[nodiscard]] JSONValue toJSON(const TelemetryCharts::Stat& stat);
 [[nodiscard]] JSONValue toJSON(const TelemetryCharts& charts);
 
 } // namespace veltry

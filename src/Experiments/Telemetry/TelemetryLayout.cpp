@@ -5,15 +5,13 @@
 #include "Experiments/Telemetry/TelemetryPath.h"
 #include "Platform/Files.h"
 #include "Platform/SystemError.h"
-#include "Projects/JSONFields.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <fcntl.h>
-
 #include <algorithm>
 #include <initializer_list>
+#include <ranges>
 
 namespace veltry {
 
@@ -88,26 +86,19 @@ std::string readTitle(const TOML* value, std::string_view label, std::string sta
     return std::string(text::firstCharacters(*value->string(), Layout::titleCharacters));
 }
 
-/// The choice that a word stands for; the first one where there is no word.
-template <typename Choices>
-auto readChoice(const TOML::Table& table, std::string_view key, std::string_view label, const Choices& choices)
+/// The value that a word stands for; the first one where there is no word.
+template <typename Choice>
+Choice readChoice(const TOML::Table& table, std::string_view key, std::string_view label)
 {
     const TOML* value = member(table, key);
     if (!value)
-        return std::begin(choices)->second;
-    std::vector<std::string_view> words;
-    for (const auto& [word, choice] : choices) {
-        if (value->string() && *value->string() == word)
-            return choice;
-        words.push_back(word);
-    }
-    throw Layout::Invalid(fmt::format("{}: {} must be one of {}", label, key, fmt::join(words, ", ")));
-}
-
-template <typename Choices, typename Choice>
-std::string_view wordFor(const Choices& choices, Choice choice)
-{
-    return std::ranges::find(choices, choice, [](const auto& row) { return row.second; })->first;
+        return wordsOf<Choice>.front().value;
+    const std::optional<Choice> choice = value->string() ? fromWord<Choice>(*value->string()) : std::nullopt;
+    if (!choice)
+        throw Layout::Invalid(fmt::format(
+            "{}: {} must be one of {}", label, key,
+            fmt::join(wordsOf<Choice> | std::views::transform(&Word<Choice>::word), ", ")));
+    return *choice;
 }
 
 std::optional<double> readNumber(const TOML::Table& table, std::string_view key, std::string_view label)
@@ -137,7 +128,7 @@ Layout::Panel readPanel(const TOML::Table& table, std::string_view label)
     panel.y = readKeys(member(table, "y"), label);
     panel.x = readOptionalKey(member(table, "x"), fmt::format("{}: x", label));
     panel.title = readTitle(member(table, "title"), label, text::joined(panel.y, ", "));
-    panel.scale = readChoice(table, "scale", label, Layout::scales);
+    panel.scale = readChoice<Layout::Scale>(table, "scale", label);
     panel.min = readNumber(table, "min", label);
     panel.max = readNumber(table, "max", label);
     panel.rule = readNumber(table, "rule", label);
@@ -155,7 +146,7 @@ Layout::Stat readStat(const TOML::Table& table, std::string_view label)
     Layout::Stat stat;
     stat.y = readRequiredKey(member(table, "y"), fmt::format("{}: y", label));
     stat.title = readTitle(member(table, "title"), label, stat.y);
-    stat.reduce = readChoice(table, "reduce", label, Layout::reduces);
+    stat.reduce = readChoice<Layout::Reduce>(table, "reduce", label);
     return stat;
 }
 
@@ -187,27 +178,13 @@ TOML::Table readRoot(std::string_view text)
     }
 }
 
-/// The start of the file, long enough to show that it is too long.
-std::optional<std::string> readStart(const std::filesystem::path& path)
-{
-    // Without O_NONBLOCK a named pipe in the worktree would hold up the server until somebody writes to it.
-    const FileDescriptor file = Files::tryOpen(path, O_RDONLY | O_NONBLOCK);
-    if (!file)
-        return std::nullopt; // most projects have none
-    try {
-        return Files::readAt(file, 0, Layout::maximumBytes + 1);
-    } catch (const SystemError&) {
-        return std::nullopt; // a folder, a pipe
-    }
-}
-
 } // namespace
 
 std::optional<TelemetryLayout> TelemetryLayout::read(const std::filesystem::path& folder)
 {
-    const std::optional<std::string> contents = readStart(folder / fileName);
+    const std::optional<std::string> contents = Files::readStart(folder / fileName, maximumBytes + 1);
     if (!contents)
-        return std::nullopt;
+        return std::nullopt;                 // most projects have none
     return parse(text::repaired(*contents)); // repairing never makes a text shorter
 }
 
@@ -235,30 +212,6 @@ TelemetryLayout TelemetryLayout::standard(std::span<const std::string> keys)
             layout.panels.push_back({.title = key, .x = {}, .y = {key}, .min = {}, .max = {}, .rule = {}});
     }
     return layout;
-}
-
-std::string_view TelemetryLayout::text(Scale scale)
-{
-    return wordFor(scales, scale);
-}
-
-std::string_view TelemetryLayout::text(Reduce reduce)
-{
-    return wordFor(reduces, reduce);
-}
-
-JSONValue toJSON(const TelemetryLayout::Panel& panel)
-{
-    JSONFields fields;
-    fields.set("title", panel.title);
-    fields.set("x", panel.x);
-    fields.set("y", JSONValue::Array(panel.y.begin(), panel.y.end()));
-    fields.set("scale", TelemetryLayout::text(panel.scale));
-    fields.set("min", panel.min);
-    fields.set("max", panel.max);
-    fields.set("rule", panel.rule);
-    fields.set("wide", panel.wide);
-    return fields.take();
 }
 
 } // namespace veltry

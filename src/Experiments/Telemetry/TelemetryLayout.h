@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Base/Error.h"
-#include "Base/JSONValue.h"
+#include "Base/Words.h"
 
 #include <cstddef>
 #include <filesystem>
@@ -9,7 +9,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace veltry {
@@ -17,7 +16,7 @@ namespace veltry {
 /// How a run's telemetry is to be drawn: what `telemetry.toml` at the root of the code under test asks for.
 ///
 /// The file travels with the branch and is written by agents and people. It is read before a run is made, so that a
-/// mistake in it is told at once, and its messages are meant to stand behind the file's name.
+/// mistake in it is told at once, and its messages are meant to stand after the file's name.
 struct TelemetryLayout {
     static constexpr std::string_view fileName = "telemetry.toml";
     static constexpr std::size_t maximumBytes = 16384;
@@ -28,9 +27,6 @@ struct TelemetryLayout {
 
     enum class Scale { linear, log };
     enum class Reduce { last, min, max };
-    static constexpr std::pair<std::string_view, Scale> scales[] = {{"linear", Scale::linear}, {"log", Scale::log}};
-    static constexpr std::pair<std::string_view, Reduce> reduces[] = {
-        {"last", Reduce::last}, {"min", Reduce::min}, {"max", Reduce::max}};
 
     /// A chart.
     struct Panel {
@@ -59,7 +55,7 @@ struct TelemetryLayout {
 
         [[nodiscard]] std::string description() const override { return message; }
 
-        std::string message; ///< to be read behind the file's name, such as "must be under 16 KiB"
+        std::string message; ///< to be read after the file's name, such as "must be under 16 KiB"
     };
 
     std::optional<std::string> x; ///< the key of the horizontal axis for panels that name none
@@ -78,12 +74,19 @@ struct TelemetryLayout {
     /// The layout where a project has no file: a panel for each of the first 32 keys, against `step` if a run reports
     /// it. `keys` are a run's, in the order in which it first reported them.
     [[nodiscard]] static TelemetryLayout standard(std::span<const std::string> keys);
-
-    /// The word for it in the file.
-    [[nodiscard]] static std::string_view text(Scale scale);
-    [[nodiscard]] static std::string_view text(Reduce reduce);
 };
 
-[[nodiscard]] JSONValue toJSON(const TelemetryLayout::Panel& panel);
+/// As the file has them.
+template <>
+inline constexpr auto wordsOf<TelemetryLayout::Scale> = std::to_array<Word<TelemetryLayout::Scale>>({
+    {TelemetryLayout::Scale::linear, "linear"},
+    {TelemetryLayout::Scale::log, "log"},
+});
+template <>
+inline constexpr auto wordsOf<TelemetryLayout::Reduce> = std::to_array<Word<TelemetryLayout::Reduce>>({
+    {TelemetryLayout::Reduce::last, "last"},
+    {TelemetryLayout::Reduce::min, "min"},
+    {TelemetryLayout::Reduce::max, "max"},
+});
 
 } // namespace veltry

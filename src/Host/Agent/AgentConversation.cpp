@@ -6,16 +6,15 @@
 #include "Host/Agent/AgentLaunch.h"
 #include "Host/Registration/ClientConfiguration.h"
 #include "Platform/Files.h"
+#include "Platform/ProcessEnd.h"
 #include "Platform/ProcessFacts.h"
+#include "Platform/StandardStreams.h"
 
 #include <asio/co_spawn.hpp>
 #include <asio/detached.hpp>
 #include <asio/redirect_error.hpp>
 #include <asio/use_awaitable.hpp>
 #include <fmt/format.h>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace veltry {
 
@@ -47,8 +46,8 @@ std::vector<std::string> words(std::string_view line)
 
 AgentConversation::AgentConversation(Context& context, Setup setup, const asio::any_io_executor& executor)
     : context_(context), setup_(std::move(setup)), executor_(executor), store_(*context.store()),
-      display_(context.out()), isInteractive_(canAsk()), prompts_(executor), interrupts_(executor, SIGINT),
-      roundPause_(executor)
+      display_(context.out()), isInteractive_(canAsk()), prompts_(executor),
+      interrupts_(executor, ProcessEnd::interrupt), roundPause_(executor)
 {
     if (setup_.conversation)
         if (const std::optional<std::string> stored = store_.transcript(setup_.conversation->id))
@@ -61,7 +60,7 @@ asio::awaitable<bool> AgentConversation::run(std::shared_ptr<AgentConversation> 
     asio::co_spawn(executor_, watchInterrupts(self), asio::detached);
     if (isInteractive_) {
         input_ = PipeTransport::make(
-            executor_, FileDescriptor(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)), Files::open("/dev/null", O_WRONLY));
+            executor_, StandardStreams::duplicate(StandardStreams::input), Files::open("/dev/null", Files::forWriting));
         asio::co_spawn(executor_, readLines(self), asio::detached);
     }
     std::exception_ptr failure;
@@ -330,8 +329,9 @@ asio::awaitable<void> AgentConversation::receive(SessionNotification notificatio
 SessionSetup AgentConversation::sessionSetup() const
 {
     const Project& project = context_.project();
-    ClientConfiguration client =
-        ClientConfiguration::of(store_, project, *setup_.conversation, ProcessFacts::environment());
+    ClientConfiguration client = ClientConfiguration::of(
+        store_, project, *setup_.conversation, ProcessFacts::environment(),
+        ClientConfiguration::kindOf(setup_.harness.name));
     McpServerStdio server{
         .name = "veltry", .command = client.command.string(), .args = std::move(client.arguments), .env = {}};
     for (const auto& [name, value] : client.environment)

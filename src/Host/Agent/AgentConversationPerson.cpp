@@ -3,16 +3,14 @@
 #include "Base/Text.h"
 #include "Host/Agent/AgentConversation.h"
 #include "Host/Words/RoundAnswers.h"
+#include "Platform/ProcessEnd.h"
 
 #include <asio/redirect_error.hpp>
 #include <asio/use_awaitable.hpp>
 #include <fmt/format.h>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
-#include <csignal>
 
 namespace veltry {
 
@@ -140,7 +138,7 @@ asio::awaitable<void> AgentConversation::watchInterrupts(std::shared_ptr<AgentCo
         if (self->process_)
             self->process_->terminate(); // whatever waits for the agent goes on
         else
-            ::_exit(128 + SIGINT); // nothing has begun yet
+            ProcessEnd::leave(128 + ProcessEnd::interrupt); // nothing has begun yet
     }
 }
 

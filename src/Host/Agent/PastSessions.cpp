@@ -14,7 +14,7 @@ namespace veltry::PastSessions {
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-reference-coroutine-parameters): the command's own, which waits for this
 asio::awaitable<std::vector<PastConversation>> found(Context& context, Harness harness, asio::any_io_executor executor)
 {
-    const std::filesystem::path folder = context.project().folders.front();
+    const std::filesystem::path folder = context.lab().project.folders.front();
     asio::awaitable<std::shared_ptr<AgentProcess>> started = AgentLaunch::start(context, harness, folder, executor);
     const std::shared_ptr<AgentProcess> process = co_await std::move(started);
     const std::shared_ptr<ACPClient> client =

@@ -1,7 +1,7 @@
 #include "Host/Charts/Chart.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
-#include "Host/Terminal/Numbers.h"
 
 #include <fmt/format.h>
 
@@ -33,14 +33,6 @@ private:
     double low_ = std::numeric_limits<double>::infinity();
     double high_ = -std::numeric_limits<double>::infinity();
 };
-
-Axis horizontal(const Span& xs, bool whole)
-{
-    Axis::Range range = xs.range().value_or(Axis::Range{});
-    if (range.high <= range.low)
-        range = {.low = range.low - 1, .high = range.low + 1};
-    return Axis(range, false, whole);
-}
 
 Axis vertical(const Span& ys, const TelemetryLayout::Panel& panel)
 {
@@ -82,7 +74,7 @@ Chart Chart::of(const TelemetryCharts& charts, const TelemetryLayout::Panel& pan
         .title = panel.title,
         .xKey = panel.x.value_or("point"),
         .lines = std::move(lines),
-        .x = horizontal(xs, whole),
+        .x = Axis::through(xs.range().value_or(Axis::Range{}), whole),
         .y = vertical(ys, panel),
         .rule = panel.rule,
         .isWide = panel.wide,

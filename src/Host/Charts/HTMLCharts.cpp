@@ -1,10 +1,10 @@
 #include "Host/Charts/HTMLCharts.h"
 
 #include "Base/JSONValue.h"
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/Charts/Chart.h"
 #include "Host/Charts/SVGCharts.h"
-#include "Host/Terminal/Numbers.h"
 
 #include <fmt/format.h>
 
@@ -22,6 +22,7 @@ constexpr std::string_view pageStyle = R"css(
 *{box-sizing:border-box}
 body{margin:0;background:var(--paper);color:var(--ink);font:15px/1.45 system-ui,-apple-system,'Segoe UI',sans-serif}
 main{max-width:1240px;margin:0 auto;padding:28px 20px 48px}
+h1,.subtitle,dl.stats div,ul.legend li,.remark,.notice,#tip{overflow-wrap:anywhere}
 h1{font-size:24px;line-height:1.2;margin:0}
 .subtitle{font-size:16px;color:var(--soft);margin:4px 0 0}
 dl.facts{display:flex;flex-wrap:wrap;gap:6px 28px;margin:14px 0 0;font-size:13px}
@@ -29,7 +30,7 @@ dl.facts div{display:flex;gap:8px;min-width:0}
 dl.facts dt{color:var(--soft)}
 dl.facts dd{margin:0;overflow-wrap:anywhere;font-family:ui-monospace,'DejaVu Sans Mono',monospace;font-size:12.5px}
 dl.stats{display:flex;flex-wrap:wrap;gap:12px;margin:20px 0 0}
-dl.stats div{background:var(--card);border:1px solid var(--edge);border-radius:8px;padding:10px 18px;min-width:120px}
+dl.stats div{background:var(--card);border:1px solid var(--edge);border-radius:8px;padding:10px 18px;min-width:120px;max-width:100%}
 dl.stats dt{font-size:12.5px;color:var(--soft)}
 dl.stats dd{margin:2px 0 0;font-size:22px;font-weight:600;font-variant-numeric:tabular-nums}
 .panels{display:grid;grid-template-columns:repeat(2,minmax(0,1fr));gap:16px;margin-top:20px}
@@ -37,8 +38,8 @@ figure{margin:0;background:var(--card);border:1px solid var(--edge);border-radiu
 figure.wide{grid-column:1/-1}
 figcaption{font-weight:600;overflow-wrap:anywhere}
 ul.legend{list-style:none;display:flex;flex-wrap:wrap;gap:2px 18px;margin:4px 0 6px;padding:0;font-size:13px;color:var(--soft)}
-ul.legend li{display:flex;align-items:center;gap:7px}
-ul.legend b{color:var(--ink);font-weight:600;font-variant-numeric:tabular-nums}
+ul.legend li{display:flex;align-items:center;gap:7px;min-width:0;max-width:100%}
+ul.legend b{flex:none;color:var(--ink);font-weight:600;font-variant-numeric:tabular-nums}
 ul.legend svg{width:18px;height:4px;flex:none}
 .plot{overflow-x:auto}
 .plot svg{display:block;width:100%;height:auto;touch-action:pan-y}
@@ -46,9 +47,9 @@ ul.legend svg{width:18px;height:4px;flex:none}
 .notice{margin:20px 0 0;background:var(--warn);color:var(--on-warn);border-radius:8px;padding:10px 16px;font-size:14px}
 .h line{stroke:var(--soft);stroke-dasharray:3 3}
 .h circle{stroke:var(--card);stroke-width:1.5}
-#tip{position:fixed;pointer-events:none;background:var(--ink);color:var(--paper);border-radius:6px;padding:6px 10px;font-size:12.5px;line-height:1.5;white-space:nowrap;font-variant-numeric:tabular-nums;z-index:1}
+#tip{position:fixed;pointer-events:none;background:var(--ink);color:var(--paper);border-radius:6px;padding:6px 10px;font-size:12.5px;line-height:1.5;max-width:min(480px,calc(100vw - 8px));font-variant-numeric:tabular-nums;z-index:1}
 #tip[hidden]{display:none}
-@media (max-width:800px){.panels{grid-template-columns:minmax(0,1fr)}figure.wide .plot svg{min-width:720px}}
+@media (max-width:800px){.panels{grid-template-columns:minmax(0,1fr)}.plot svg{min-width:440px}figure.wide .plot svg{min-width:720px}}
 @media print{body{background:#fff}figure{break-inside:avoid}}
 )css";
 
@@ -74,9 +75,11 @@ constexpr std::string_view script = R"js(
     const [left, top, width, height] = panel.plot;
     const [xLow, xHigh] = panel.x;
     const [yLow, yHigh] = panel.y;
-    const toX = (x) => left + (x - xLow) / (xHigh - xLow) * width;
-    const toY = (y) => top + height * (1 - (panel.log ? Math.log(y / yLow) / Math.log(yHigh / yLow)
-      : (y - yLow) / (yHigh - yLow)));
+    // In halves: the distance of the ends may be more than a number holds.
+    const share = (value, low, high) => (value / 2 - low / 2) / (high / 2 - low / 2);
+    const toX = (x) => left + share(x, xLow, xHigh) * width;
+    const toY = (y) => top + height * (1 - (panel.log ? share(Math.log(y), Math.log(yLow), Math.log(yHigh))
+      : share(y, yLow, yHigh)));
     const nearest = (line, x) => {
       let best = -1;
       for (let at = 0; at < line.xs.length; at++)
@@ -88,7 +91,8 @@ constexpr std::string_view script = R"js(
     svg.addEventListener('pointerleave', hide);
     svg.addEventListener('pointermove', (event) => {
       const place = new DOMPoint(event.clientX, event.clientY).matrixTransform(svg.getScreenCTM().inverse());
-      const wanted = xLow + (place.x - left) / width * (xHigh - xLow);
+      const part = (place.x - left) / width;
+      const wanted = xLow * (1 - part) + xHigh * part;
       let x = null;
       for (const line of panel.lines) {
         const at = nearest(line, wanted);

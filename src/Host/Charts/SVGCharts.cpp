@@ -1,7 +1,7 @@
 #include "Host/Charts/SVGCharts.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
-#include "Host/Terminal/Numbers.h"
 
 #include <fmt/format.h>
 
@@ -19,12 +19,18 @@ constexpr double wideWidth = 2 * narrowWidth + gap;
 constexpr double margin = 28; // around a document
 constexpr double plotTop = 10;
 constexpr double plotHeight = 220;
-constexpr double belowPlot = 42; // tick labels and the axis' name
-constexpr double rightOfPlot = 16;
+constexpr double belowPlot = 42;   // tick labels and the axis' name
+constexpr double rightOfPlot = 16; // at least: half of the last value stands there
 constexpr double gutterBesideLabels = 16;
 constexpr double digitWidth = 6.6; // of the labels' font
-constexpr double headHeight = 48;  // title and legend above a panel
-constexpr double remarkHeight = 18;
+constexpr double titleSize = 14;
+constexpr double titleWidth = 16; // the size of a font that is as wide without being bold
+constexpr double noteSize = 12;
+constexpr double titleHeight = 20; // of a line
+constexpr double noteHeight = 18;
+constexpr double aboveLegend = 10;
+constexpr double legendSample = 22; // in front of a line's name, and the gap after it
+constexpr std::size_t mostTitleLines = 3;
 constexpr double roomOfATick = 90;
 constexpr std::size_t ticksUp = 6;
 constexpr std::size_t manyPoints = 300; // whose line is thinner, so that its noise can be seen
@@ -43,6 +49,96 @@ constexpr std::string_view styleText =
     ".r{stroke:#ff8a7a}.b{fill:#14171c}"
     ".s0{stroke:#6ea8fe}.s1{stroke:#ffb057}.s2{stroke:#4ade9b}.s3{stroke:#ee82ff}"
     ".p0{fill:#6ea8fe}.p1{fill:#ffb057}.p2{fill:#4ade9b}.p3{fill:#ee82ff}}";
+
+/// What a character takes of the font's size: as in DejaVu Sans, which is wider than what most browsers have.
+double widthOf(char32_t scalar)
+{
+    if (scalar < 0x80) {
+        constexpr std::string_view narrow = " !'(),./:;I[\\]fijlrt|";
+        constexpr std::string_view wide = "%@MWmw";
+        const char c = static_cast<char>(scalar);
+        return narrow.contains(c) ? 0.42 : wide.contains(c) ? 1 : c >= 'A' && c <= 'Z' ? 0.74 : 0.65;
+    }
+    return 0.75 * static_cast<double>(text::columns(text::fromScalars(std::u32string(1, scalar))));
+}
+
+double widthOf(std::string_view text, double size)
+{
+    double width = 0;
+    for (const char32_t scalar : text::scalars(text))
+        width += size * widthOf(scalar);
+    return width;
+}
+
+/// The text on lines of that width, broken at blanks where there are some; from one to `most`, the last one then cut.
+std::vector<std::string> wrapped(std::string_view text, double width, double size, std::size_t most)
+{
+    std::u32string rest = text::scalars(text::oneLine(text));
+    std::vector<std::string> lines;
+    while (!rest.empty()) {
+        double left = width;
+        std::size_t end = 0;
+        for (; end < rest.size() && left >= size * widthOf(rest[end]); ++end)
+            left -= size * widthOf(rest[end]);
+        if (end == rest.size()) {
+            lines.push_back(text::fromScalars(rest));
+            break;
+        }
+        if (lines.size() + 1 == most) {
+            lines.push_back(text::fromScalars(rest.substr(0, std::max<std::size_t>(end, 2) - 2)) + "…");
+            break;
+        }
+        if (const std::size_t blank = rest.rfind(U' ', end); blank != std::u32string::npos && blank > 0)
+            end = blank;
+        end = std::max<std::size_t>(end, 1);
+        lines.push_back(text::fromScalars(rest.substr(0, end)));
+        rest.erase(0, rest[end] == U' ' ? end + 1 : end);
+    }
+    if (lines.empty())
+        lines.emplace_back();
+    return lines;
+}
+
+/// Lines below each other, the first with its foot at `top`. Where the text had to be cut a pointer shows the whole.
+std::string linesOf(
+    const std::vector<std::string>& lines, std::string_view style, double top, double height, std::string_view whole)
+{
+    std::string text;
+    for (std::size_t index = 0; index < lines.size(); ++index)
+        text += fmt::format(
+            R"(<text class="{}" y="{:.0f}">{}{}</text>)", style, top + static_cast<double>(index) * height,
+            lines[index].ends_with("…") ? fmt::format("<title>{}</title>", escaped(whole)) : "", escaped(lines[index]));
+    return text;
+}
+
+/// Where the names of a panel's lines stand, in rows that its width holds.
+struct Legend {
+    struct Entry {
+        double left;
+        std::size_t row;
+        std::string text;
+    };
+
+    std::vector<Entry> entries;
+    std::size_t rows = 1;
+
+    Legend(const Chart& chart, double width)
+    {
+        double left = 0;
+        for (const Chart::Line& line : chart.lines) {
+            const std::string value = line.series->ys.empty() ? "" : " " + shortNumber(line.series->ys.back());
+            const double room = width - legendSample - widthOf(value, noteSize);
+            std::string text = wrapped(line.key, room, noteSize, 1).at(0) + value;
+            const double taken = legendSample + widthOf(text, noteSize);
+            if (left > 0 && left + taken > width) {
+                left = 0;
+                ++rows;
+            }
+            entries.push_back({.left = left, .row = rows - 1, .text = std::move(text)});
+            left += taken + legendSample;
+        }
+    }
+};
 
 /// The points of a line as a path's data, in the plot's units. A point that can't be shown breaks the line.
 std::string pathOf(const Chart& chart, const TelemetryCharts::Series& series, const Box& plot)
@@ -66,8 +162,14 @@ std::string pathOf(const Chart& chart, const TelemetryCharts::Series& series, co
     return path;
 }
 
-std::string gridOf(const Chart& chart, const Box& plot)
+std::vector<Axis::Tick> ticksAcross(const Chart& chart, double width)
 {
+    return chart.x.ticksAcross(static_cast<std::size_t>(width / roomOfATick), width / digitWidth);
+}
+
+std::string gridOf(const Chart& chart, const Frame& frame)
+{
+    const Box& plot = frame.plot;
     std::string text;
     const double right = plot.left + plot.width;
     const double bottom = plot.top + plot.height;
@@ -78,34 +180,33 @@ std::string gridOf(const Chart& chart, const Box& plot)
             R"(<text class="a" x="{:.1f}" y="{:.1f}" text-anchor="end">{}</text>)",
             plot.left, right, y, y, plot.left - 8, y + 4, tick.label);
     }
-    const std::vector<Axis::Tick> across = chart.x.ticks(static_cast<std::size_t>(plot.width / roomOfATick));
-    for (const Axis::Tick& tick : across) {
+    for (const Axis::Tick& tick : ticksAcross(chart, plot.width)) {
         const double x = plot.left + tick.place * plot.width;
+        const double half = static_cast<double>(tick.label.size()) * digitWidth / 2;
         text += fmt::format(
             R"(<line class="f" x1="{:.1f}" x2="{:.1f}" y1="{:.1f}" y2="{:.1f}"/>)"
-            R"(<text class="a" x="{:.1f}" y="{:.1f}" text-anchor="{}">{}</text>)",
-            x, x, bottom, bottom + 5, x, bottom + 18, tick.place > 0.97 ? "end" : "middle", tick.label);
+            R"(<text class="a" x="{:.1f}" y="{:.1f}" text-anchor="middle">{}</text>)",
+            x, x, bottom, bottom + 5, std::clamp(x, half, std::max(half, frame.width - half)), bottom + 18, tick.label);
     }
     text += fmt::format(
         R"(<line class="f" x1="{:.1f}" x2="{:.1f}" y1="{:.1f}" y2="{:.1f}"/>)", plot.left, right, bottom, bottom);
+    const std::string key = wrapped(chart.xKey, right, noteSize, 1).at(0);
     text += fmt::format(
-        R"(<text class="n" x="{:.1f}" y="{:.1f}" text-anchor="end">{}</text>)", right, bottom + 35,
-        escaped(chart.xKey));
+        R"(<text class="n" x="{:.1f}" y="{:.1f}" text-anchor="end">{}</text>)", right, bottom + 35, escaped(key));
     return text;
 }
 
-std::string legendOf(const Chart& chart, double top)
+std::string legendOf(const Legend& legend, double top)
 {
     std::string text;
-    double left = 0;
-    for (std::size_t index = 0; index < chart.lines.size(); ++index) {
-        const Chart::Line& line = chart.lines[index];
-        const std::string value = line.series->ys.empty() ? "" : " " + shortNumber(line.series->ys.back());
+    for (std::size_t index = 0; index < legend.entries.size(); ++index) {
+        const Legend::Entry& entry = legend.entries[index];
+        const double foot = top + static_cast<double>(entry.row) * noteHeight;
         text += fmt::format(
             R"(<line class="l s{}" stroke-width="2" x1="{:.0f}" x2="{:.0f}" y1="{:.0f}" y2="{:.0f}"/>)"
             R"(<text class="n" x="{:.0f}" y="{:.0f}">{}</text>)",
-            index, left, left + 16, top - 4, top - 4, left + 22, top, escaped(line.key + value));
-        left += 22 + static_cast<double>(text::columns(line.key + value)) * digitWidth + 22;
+            index, entry.left, entry.left + 16, foot - 4, foot - 4, entry.left + legendSample, foot,
+            escaped(entry.text));
     }
     return text;
 }
@@ -122,17 +223,15 @@ std::string statsOf(const TelemetryCharts& charts, double& top)
     double left = 0;
     for (const TelemetryCharts::Stat& stat : charts.stats) {
         const std::string value = stat.value ? shortNumber(*stat.value) : "–";
-        const double width = 40 + std::max(
-                                      static_cast<double>(text::columns(stat.title)) * digitWidth,
-                                      static_cast<double>(text::columns(value)) * 12);
+        const std::string title = wrapped(stat.title, wideWidth - 40, noteSize, 1).at(0);
+        const double width = 40 + std::max(widthOf(title, noteSize), widthOf(value, 20));
         if (left > 0 && left + width > wideWidth) {
             left = 0;
             top += 60;
         }
-        text +=
-            at(margin + left, top,
-               fmt::format(
-                   R"(<text class="n" y="12">{}</text><text class="v" y="36">{}</text>)", escaped(stat.title), value));
+        text += at(
+            margin + left, top,
+            fmt::format(R"(<text class="n" y="12">{}</text><text class="v" y="36">{}</text>)", escaped(title), value));
         left += width;
     }
     if (!charts.stats.empty())
@@ -180,10 +279,14 @@ Frame Frame::of(const Chart& chart)
         longest = std::max(longest, tick.label.size());
     const double left = gutterBesideLabels + static_cast<double>(longest) * digitWidth;
     const double width = chart.isWide ? wideWidth : narrowWidth;
+    double right = rightOfPlot;
+    for (const Axis::Tick& tick : ticksAcross(chart, width - left - right))
+        right = std::max(
+            right, static_cast<double>(tick.label.size()) * digitWidth / 2 - (1 - tick.place) * (width - left - right));
     return {
         .width = width,
         .height = plotTop + plotHeight + belowPlot,
-        .plot = {.left = left, .top = plotTop, .width = width - left - rightOfPlot, .height = plotHeight}};
+        .plot = {.left = left, .top = plotTop, .width = width - left - right, .height = plotHeight}};
 }
 
 std::string panel(const Chart& chart, std::size_t number)
@@ -195,7 +298,7 @@ std::string panel(const Chart& chart, std::size_t number)
             R"(<line class="f" x1="0" x2="{0:.0f}" y1="{1:.0f}" y2="{1:.0f}"/>)"
             R"(<text class="n" x="{2:.0f}" y="{3:.0f}" text-anchor="middle">{4}</text>)",
             frame.width, plot.top + plot.height, frame.width / 2, plot.top + plot.height / 2, chart.nothing());
-    std::string text = gridOf(chart, plot);
+    std::string text = gridOf(chart, frame);
     text += fmt::format(
         R"(<clipPath id="c{}"><rect x="{:.1f}" y="{:.1f}" width="{:.1f}" height="{:.1f}"/></clipPath>)", number,
         plot.left - 2, plot.top - 2, plot.width + 4, plot.height + 4);
@@ -220,8 +323,14 @@ std::string panel(const Chart& chart, std::size_t number)
 std::string document(const TelemetryCharts& charts, std::string_view heading)
 {
     double top = margin;
-    std::string body = at(margin, top, fmt::format(R"(<text class="t" y="14">{}</text>)", escaped(heading)));
-    top += 40;
+    const auto paragraph = [&](std::string_view text, std::string_view style, double size, double height) {
+        const std::vector<std::string> lines = wrapped(text, wideWidth, size, mostTitleLines);
+        std::string drawn = at(margin, top, linesOf(lines, style, noteSize, height, text));
+        top += static_cast<double>(lines.size()) * height;
+        return drawn;
+    };
+    std::string body = paragraph(heading, "t", titleWidth, titleHeight);
+    top += 20;
     body += statsOf(charts, top);
     const std::vector<Chart> all = Chart::all(charts);
     bool isRight = false;
@@ -232,25 +341,30 @@ std::string document(const TelemetryCharts& charts, std::string_view heading)
             top += rowHeight;
             isRight = false;
         }
-        const double left = margin + (isRight ? narrowWidth + gap : 0);
-        const std::string remark = chart.remark();
-        const double height = headHeight + Frame::of(chart).height;
+        const Frame frame = Frame::of(chart);
+        const auto title = wrapped(chart.title, frame.width, titleWidth, mostTitleLines);
+        const Legend legend(chart, frame.width);
+        const double titleEnd = static_cast<double>(title.size()) * titleHeight;
+        const double head = titleEnd + aboveLegend + static_cast<double>(legend.rows) * noteHeight;
+        const auto remark = wrapped(chart.remark(), frame.width, noteSize, mostTitleLines);
+        const double foot = head + frame.height;
         body +=
-            at(left, top,
-               fmt::format(R"(<text class="t" y="14">{}</text>)", escaped(chart.title)) + legendOf(chart, 36) +
-                   at(0, headHeight, panel(chart, index)) +
-                   fmt::format(R"(<text class="n" y="{:.0f}">{}</text>)", height + 2, escaped(remark)));
-        rowHeight = std::max(isRight ? rowHeight : 0.0, height + remarkHeight + gap);
+            at(margin + (isRight ? narrowWidth + gap : 0), top,
+               linesOf(title, "t", titleSize, titleHeight, chart.title) +
+                   legendOf(legend, titleEnd + aboveLegend / 2 + noteSize) + at(0, head, panel(chart, index)) +
+                   linesOf(remark, "n", foot + 2, noteHeight, ""));
+        const double height = foot + static_cast<double>(std::max<std::size_t>(remark.size(), 1)) * noteHeight + gap;
+        rowHeight = std::max(isRight ? rowHeight : 0.0, height);
         isRight = !isRight && !chart.isWide;
         if (!isRight)
             top += rowHeight;
     }
     if (isRight)
         top += rowHeight;
-    std::string last = charts.isEmpty() ? "The run has written no telemetry." : droppedWords(charts.dropped);
+    const std::string last = charts.isEmpty() ? "The run has written no telemetry." : droppedWords(charts.dropped);
     if (!last.empty()) {
-        body += at(margin, top, fmt::format(R"(<text class="n" y="12">{}</text>)", escaped(last)));
-        top += 24;
+        body += paragraph(last, "n", noteSize, noteHeight);
+        top += 6;
     }
     const double width = wideWidth + 2 * margin;
     return fmt::format(

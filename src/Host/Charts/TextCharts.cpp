@@ -1,9 +1,9 @@
 #include "Host/Charts/TextCharts.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/Charts/Chart.h"
 #include "Host/Charts/TextCanvas.h"
-#include "Host/Terminal/Numbers.h"
 #include "Host/Terminal/TextTable.h"
 
 #include <fmt/format.h>
@@ -56,7 +56,6 @@ public:
     {
         for (const Axis::Tick& tick : up_)
             gutter_ = std::max(gutter_, tick.label.size());
-        gutter_ = std::min(gutter_, columns_ / 2);
     }
 
     Block lines()
@@ -146,7 +145,7 @@ private:
             const std::string& label = labels.at(row);
             const std::string side(label.empty() ? strokes_.side : strokes_.tick);
             lines_.push_back(
-                terminal_.styled(Style::dim, fmt::format("{:>{}}", label.substr(0, gutter_), gutter_) + side) +
+                terminal_.styled(Style::dim, fmt::format("{:>{}}", label, gutter_) + side) +
                 canvas.row(row, terminal_));
         }
     }
@@ -157,7 +156,7 @@ private:
         std::vector<std::string_view> line(width, strokes_.bottom);
         std::string labels(width, ' ');
         std::size_t free = 0; // where the next label may begin
-        for (const Axis::Tick& tick : chart_.x.ticks(std::max<std::size_t>(2, width / columnsOfATick))) {
+        for (const Axis::Tick& tick : chart_.x.ticksAcross(width / columnsOfATick, static_cast<double>(width))) {
             const auto at = static_cast<std::size_t>(std::lround(tick.place * static_cast<double>(width - 1)));
             line[at] = strokes_.bottomTick;
             const std::size_t half = tick.label.size() / 2;
@@ -229,6 +228,29 @@ std::vector<std::vector<const Chart*>> rowsOf(const std::vector<Chart>& charts, 
     return rows;
 }
 
+/// Whether the values beside a plot of that height have as many rows between them as their places have room.
+bool sitEvenly(const Chart& chart, std::size_t plotRows)
+{
+    const std::vector<Axis::Tick> ticks = chart.y.ticks(std::min(ticksUp, plotRows));
+    const auto room = [&](std::size_t at) {
+        return (ticks[at].place - ticks[at - 1].place) * static_cast<double>(plotRows - 1);
+    };
+    bool isEven = true;
+    for (std::size_t at = 1; at < ticks.size(); ++at)
+        isEven = isEven && std::abs(room(at) - std::round(room(at))) < 0.01;
+    return isEven;
+}
+
+/// At most `rows`, and a few less where the values beside the plots then sit evenly.
+std::size_t evenRows(const std::vector<const Chart*>& charts, std::size_t rows)
+{
+    constexpr std::size_t fewer = 3;
+    for (std::size_t less = 0; less <= fewer && rows >= leastPlotRows + less; ++less)
+        if (std::ranges::all_of(charts, [&](const Chart* chart) { return sitEvenly(*chart, rows - less); }))
+            return rows - less;
+    return rows;
+}
+
 std::size_t plotRowsFor(std::optional<std::size_t> rows, std::size_t taken, std::size_t panelRows)
 {
     if (!rows || panelRows == 0)
@@ -250,9 +272,10 @@ std::string of(const TelemetryCharts& charts, const Terminal& terminal, Room roo
     const auto taken = static_cast<std::size_t>(std::ranges::count(text, '\n')) + (dropped.empty() ? 0 : 1);
     const std::size_t plotRows = plotRowsFor(room.rows, taken, rows.size());
     for (const std::vector<const Chart*>& row : rows) {
-        Block block = PanelText(*row.front(), terminal, row.size() == 1 ? columns : half, plotRows).lines();
+        const std::size_t high = evenRows(row, plotRows);
+        Block block = PanelText(*row.front(), terminal, row.size() == 1 ? columns : half, high).lines();
         if (row.size() == 2)
-            block = beside(std::move(block), PanelText(*row.back(), terminal, half, plotRows).lines(), half);
+            block = beside(std::move(block), PanelText(*row.back(), terminal, half, high).lines(), half);
         for (std::string& line : block) {
             line.erase(line.find_last_not_of(' ') + 1);
             text += line + '\n';

@@ -1,5 +1,7 @@
-#include "Base/Plural.h"
+#include "Base/Numbers.h"
 #include "Base/Text.h"
+#include "Experiments/LoginPython.h"
+#include "Experiments/Spawn.h"
 #include "Host/Agent/AgentConversation.h"
 #include "Host/Agent/AgentLaunch.h"
 #include "Host/Agent/PastSessions.h"
@@ -8,15 +10,13 @@
 #include "Host/Terminal/Interruption.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/Times.h"
-#include "Platform/Files.h"
+#include "Platform/Async/Awaited.h"
+#include "Platform/StandardStreams.h"
 
-#include <asio/co_spawn.hpp>
-#include <asio/io_context.hpp>
 #include <fmt/format.h>
 
-#include <unistd.h>
-
 #include <array>
+#include <chrono>
 
 namespace veltry::Commands {
 
@@ -24,23 +24,6 @@ namespace {
 
 using Count = Option::Count;
 using Completion = Option::Completion;
-
-/// Runs the work on an executor of its own until it has ended.
-template <typename Result>
-Result runToEnd(asio::io_context& executor, asio::awaitable<Result> work)
-{
-    std::exception_ptr failure;
-    std::optional<Result> result;
-    asio::co_spawn(executor, std::move(work), [&](std::exception_ptr thrown, Result value) {
-        failure = std::move(thrown);
-        result = std::move(value);
-        executor.stop();
-    });
-    executor.run();
-    if (failure)
-        std::rethrow_exception(failure);
-    return std::move(*result);
-}
 
 /// The conversation to continue. One that changes to another agent forgets its session with the agent before.
 std::optional<Conversation> conversationFor(Context& context, const Arguments& arguments, const Harness& harness)
@@ -64,7 +47,7 @@ std::optional<std::string> promptOf(const Arguments& arguments)
         return text::joined(words, " ");
     if (canAsk())
         return std::nullopt;
-    std::string prompt = Files::read(FileDescriptor(::dup(STDIN_FILENO)), "standard input");
+    std::string prompt = StandardStreams::restOfInput();
     if (text::isBlank(prompt))
         throw UsageError("There is no prompt: give it on the command line, on standard input, or call veltry agent on "
                          "a terminal.");
@@ -92,7 +75,10 @@ void agent(Context& context, const Arguments& arguments)
     const Harness harness = harnessOf(context, arguments);
     static_cast<void>(context.lab()); // refuses a project whose folder is gone
     std::optional<std::string> prompt = promptOf(arguments);
-    asio::io_context executor(1);
+    // For the description of the computer that the agent's server gives.
+    static_cast<void>(
+        LoginPython::kept(LoginPython::file(Context::settingsPath()), Spawn::loginShell(), std::chrono::hours(24)));
+    OwnExecutor executor;
     const auto talk = std::make_shared<AgentConversation>(
         context,
         AgentConversation::Setup{
@@ -101,8 +87,8 @@ void agent(Context& context, const Arguments& arguments)
             .prompt = std::move(prompt),
             .allowsAll = arguments.has("--allow-all"),
         },
-        executor.get_executor());
-    const bool isBrokenOff = runToEnd(executor, talk->run(talk));
+        executor.get());
+    const bool isBrokenOff = executor.run(talk->run(talk));
     if (const std::optional<Conversation>& had = talk->conversation())
         context.note(fmt::format("To continue: veltry agent --conversation {}", had->id.text().substr(0, 8)));
     if (isBrokenOff)
@@ -116,9 +102,8 @@ void import(Context& context, const Arguments& arguments)
         return context.note("Noted: past sessions are no longer offered for this project.");
     }
     const Harness harness = harnessOf(context, arguments);
-    asio::io_context executor(1);
-    const std::vector<PastConversation> past =
-        runToEnd(executor, PastSessions::found(context, harness, executor.get_executor()));
+    OwnExecutor executor;
+    const std::vector<PastConversation> past = executor.run(PastSessions::found(context, harness, executor.get()));
     if (!arguments.has("--list"))
         context.store()->dismissImport(context.project().id); // the offer is answered
     if (past.empty())
@@ -136,9 +121,14 @@ void import(Context& context, const Arguments& arguments)
         harness.name));
 }
 
+constexpr Option harnessOption = {
+    "--harness", "NAME", "The agent: Claude Code, Codex or OpenCode; by default the setting agents.default"};
+constexpr Option commandOption = {
+    "--command", "LINE", "Any program that speaks ACP on its pipes, with its arguments, in place of a harness"};
+
 constexpr std::array agentOptions = {
-    Option{"--harness", "NAME", "The agent: Claude Code, Codex or OpenCode; by default the setting agents.default"},
-    Option{"--command", "LINE", "Any program that speaks ACP on its pipes, with its arguments, in place of a harness"},
+    harnessOption,
+    commandOption,
     Option{
         "--conversation", "ID", "Continue this one; by default a new one begins", Count::optional,
         Completion::conversation},
@@ -147,8 +137,8 @@ constexpr std::array agentOptions = {
 };
 
 constexpr std::array importOptions = {
-    Option{"--harness", "NAME", "The agent: Claude Code, Codex or OpenCode; by default the setting agents.default"},
-    Option{"--command", "LINE", "Any program that speaks ACP on its pipes, with its arguments, in place of a harness"},
+    harnessOption,
+    commandOption,
     Option{"--list", "", "Show what there is, and import nothing"},
     Option{"--dismiss", "", "Don't offer it for this project again"},
 };

@@ -3,6 +3,7 @@
 #include "Host/Charts/SVGCharts.h"
 #include "Host/Charts/TextCharts.h"
 #include "Host/Commands/Commands.h"
+#include "Host/Commands/SharedOptions.h"
 #include "Host/Context.h"
 #include "Host/Terminal/Screen.h"
 #include "Host/Terminal/TextTable.h"
@@ -102,8 +103,7 @@ public:
     void write(const Run& run, const TelemetryCharts& charts) const
     {
         const std::string title = fmt::format("Run #{}", run.number);
-        const std::optional<Experiment> node = context_->store()->experiment(run.experimentID);
-        const std::string subtitle = node ? node->title : "";
+        const std::string subtitle = context_->titleOf(run);
         if (!isHTML_) {
             Files::writeAtomically(*file_, SVGCharts::document(charts, title + " · " + subtitle));
             return;
@@ -113,7 +113,7 @@ public:
             {"state", RunWords::state(run)},
             {"started", Times::local(run.createdAt)},
             {"command", run.command},
-            {"commit", run.commit.substr(0, 10)}};
+            {"commit", RunWords::commit(run)}};
         if (!run.isFinished())
             heading.reloadSeconds = reloadSeconds;
         Files::writeAtomically(*file_, HTMLCharts::page(charts, heading));
@@ -196,7 +196,7 @@ void charts(Context& context, const Arguments& arguments)
 }
 
 constexpr std::array chartOptions = {
-    Option{"RUN", "", "The run, by its number or id", Count::required, Completion::run},
+    runOption,
     Option{"--svg", "FILE", "Write one drawing, as SVG", Count::optional, Completion::file},
     Option{"--html", "FILE", "Write a page that needs no other file", Count::optional, Completion::file},
     Option{"-f,--follow", "", "Draw again whenever the run reports something, until it ends"},

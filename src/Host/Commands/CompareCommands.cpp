@@ -1,12 +1,14 @@
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/Terminal/Numbers.h"
 #include "Host/Terminal/Progress.h"
 #include "Host/Terminal/SideBySide.h"
 #include "Host/Terminal/Times.h"
-#include "Host/Views/NodeView.h"
+#include "Host/Views/NodeState.h"
 #include "Host/Views/RecordJSON.h"
+#include "Host/Views/TreeJSON.h"
+#include "Host/Words/LabErrorWords.h"
 #include "Host/Words/RunWords.h"
 
 #include <fmt/format.h>
@@ -22,8 +24,8 @@ namespace {
 /// One side of the comparison: a node with the run that speaks for it, or a run with its node.
 struct Side {
     std::string name;
-    NodeView view;
-    std::optional<Run> run;
+    const ExperimentTree::Node* node;
+    const Run* run; ///< null where there is none
     ResultValues values;
     std::expected<Changes, std::string> changes; ///< or why there are none
 };
@@ -33,29 +35,19 @@ std::expected<Changes, std::string> changesOf(const Lab& lab, const Experiment& 
     try {
         return lab.changes(node);
     } catch (const LabError& error) { // a branch that is gone leaves the rest to compare
-        return std::unexpected(error.message);
+        return std::unexpected(LabErrorWords::forPerson(error));
     }
 }
 
-Side side(Context& context, const std::string& given)
+Side side(const Lab& lab, const Context::Look::Named& named)
 {
-    const Lab& lab = context.lab();
-    const bool isRun = given.starts_with('#') || RunWords::isNumber(given) || UUID::parse(given);
-    std::optional<Run> run;
-    if (isRun && !(UUID::parse(given) && lab.store->experiment(*UUID::parse(given))))
-        run = context.run(given);
-    const Experiment node = run ? lab.experiment(run->experimentID.text()) : context.node(given);
-    Side side{
-        .name = run ? fmt::format("#{} {}", run->number, node.title) : node.title,
-        .view = NodeView::of(lab, node),
-        .run = std::move(run),
-        .values = {},
-        .changes = changesOf(lab, node)};
-    if (const Run* answer = answerAmong(side.view.runs); answer && !side.run)
-        side.run = *answer;
-    if (side.run)
-        side.values = resultValues(*side.run);
-    return side;
+    const auto& [node, run] = named;
+    return {
+        .name = run ? fmt::format("#{} {}", run->number, node->record.title) : node->record.title,
+        .node = node,
+        .run = run ? run : node->answer,
+        .values = run ? resultValues(*run) : node->values(),
+        .changes = changesOf(lab, node->record)};
 }
 
 /// The names of `names` in the order in which the sides first have them.
@@ -94,9 +86,8 @@ std::string valueText(const Side& side, const std::string& key, const Side& firs
         return "";
     if (!value->number())
         return value->text();
-    const double* reference = &side == &first ? nullptr : findNumber(first.values, key);
-    return shownNumber(*value->number()) +
-           (reference ? fmt::format(" ({})", shownDifference(*value->number() - *reference)) : "");
+    const std::optional<double> above = &side == &first ? std::nullopt : difference(*value, first.values);
+    return shownNumber(*value->number()) + (above ? fmt::format(" ({})", shownDifference(*above)) : "");
 }
 
 std::string fileText(const Side& side, const std::string& path)
@@ -108,7 +99,7 @@ std::string fileText(const Side& side, const std::string& path)
         return "";
     const std::string counts =
         file->added && file->removed ? fmt::format("+{} -{}", *file->added, *file->removed) : "binary";
-    return file->kind == Changes::Kind::modified ? counts : fmt::format("{} {}", Changes::kindText(file->kind), counts);
+    return file->kind == Changes::Kind::modified ? counts : fmt::format("{} {}", toWord(file->kind), counts);
 }
 
 /// A table with a row for each of the names and a column for each of the sides.
@@ -132,16 +123,14 @@ std::string rows(
 
 TextTable::Cell factText(const Side& side, std::string_view name)
 {
-    const NodeState state = nodeState(side.view.runs);
+    const NodeState state = nodeState(*side.node);
     if (name == "state")
         return {std::string(stateText(state)), stateStyle(state)};
     if (!side.run)
         return {""};
     if (name == "run")
         return {fmt::format("#{} {}", side.run->number, statusText(*side.run)), statusStyle(side.run->status)};
-    return {
-        side.run->endedAt ? Times::length(side.run->endedAt->secondsSince2001 - side.run->createdAt.secondsSince2001)
-                          : ""};
+    return {side.run->endedAt ? Times::length(RunWords::seconds(*side.run)) : ""};
 }
 
 void print(const Context& context, const std::vector<Side>& sides)
@@ -154,12 +143,12 @@ void print(const Context& context, const std::vector<Side>& sides)
                                return TextTable::Cell{valueText(side, key, sides.front())};
                            },
                            "result");
-    if (std::ranges::any_of(sides, [](const Side& side) { return !text::isBlank(side.view.node.notes); })) {
+    if (std::ranges::any_of(sides, [](const Side& side) { return !text::isBlank(side.node->record.notes); })) {
         std::vector<std::string> names;
         std::vector<std::string> notes;
         for (const Side& side : sides) {
             names.push_back("Notes of " + side.name);
-            notes.emplace_back(text::trimmed(side.view.node.notes));
+            notes.emplace_back(text::trimmed(side.node->record.notes));
         }
         text += "\n" + sideBySide(names, notes, context.out());
     }
@@ -177,10 +166,9 @@ void print(const Context& context, const std::vector<Side>& sides)
 
 JSONValue json(const Side& side, const Side& first)
 {
-    JSONValue document = RecordJSON::of(side.view.node);
+    JSONValue document = TreeJSON::of(*side.node);
     JSONValue::Object& object = *document.object();
-    object.emplace("state", JSONValue(stateText(nodeState(side.view.runs))));
-    object.emplace("differences", differencesJSON(side.values, first.values));
+    object.emplace("differences", TreeJSON::differences(side.values, first.values));
     if (side.run)
         object.emplace("run", RecordJSON::of(*side.run));
     if (!side.changes)
@@ -201,11 +189,12 @@ void compare(Context& context, const Arguments& arguments)
     const std::vector<std::string> given = arguments.all("NODE|RUN");
     if (given.size() < 2)
         throw UsageError("Name at least two nodes or runs to compare: veltry compare A B.");
+    const Context::Look look = context.look(given);
     std::vector<Side> sides;
     {
         const Progress progress(context.notes(), "Looking at what the nodes changed");
-        for (const std::string& name : given)
-            sides.push_back(side(context, name));
+        for (const Context::Look::Named& named : look.named)
+            sides.push_back(side(context.lab(), named));
     }
     if (!context.json())
         return print(context, sides);

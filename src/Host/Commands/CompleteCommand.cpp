@@ -1,15 +1,14 @@
 #include "Base/Text.h"
-#include "Host/Awaited.h"
 #include "Host/CommandLine/CompletionKinds.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
+#include "Platform/Async/Awaited.h"
 #include "Projects/Templates.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <array>
-#include <map>
+#include <ranges>
 #include <string>
 #include <vector>
 
@@ -49,14 +48,13 @@ Values nodes(Context& context)
 /// The newest first: who names a run most often means one of the last.
 Values runs(Context& context)
 {
-    std::map<UUID, std::string> titles;
-    for (const Experiment& node : context.store()->experiments(context.project().id))
-        titles.emplace(node.id, node.title);
+    const UUID& project = context.project().id;
+    const ExperimentTree tree(context.store()->experiments(project), context.store()->runs(project));
     Values values;
-    for (const Run& run : context.store()->runs(context.project().id))
-        values.push_back(
-            {std::to_string(run.number), fmt::format("{}, {}", titles[run.experimentID], Run::statusText(run.status))});
-    std::ranges::reverse(values);
+    for (const Run& run : tree.runs() | std::views::reverse)
+        if (const ExperimentTree::Node* node = tree.find(run.experimentID))
+            values.push_back(
+                {std::to_string(run.number), fmt::format("{}, {}", node->record.title, toWord(run.status))});
     return values;
 }
 

@@ -1,5 +1,8 @@
-#include "Base/Plural.h"
+#include "Base/Numbers.h"
+#include "Experiments/Computer.h"
+#include "Experiments/Spawn.h"
 #include "Host/Commands/Commands.h"
+#include "Host/Commands/SharedOptions.h"
 #include "Host/Context.h"
 #include "Host/Doctor/MachineFindings.h"
 #include "Host/Doctor/StoreFindings.h"
@@ -12,6 +15,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 
 namespace veltry::Commands {
 
@@ -40,14 +44,22 @@ std::vector<Finding> examined(const std::filesystem::path& path, const StoreFind
 }
 
 /// How a client attaches to the project here, if there is one and `init` has made it ready.
-std::optional<ClientConfiguration> clientHere(Context& context)
+std::optional<ClientConfiguration> clientHere(Context& context, std::string_view kind)
 try {
     const ProjectStore& store = *context.store();
     if (const auto conversation = Init::conversationOfClients(store, context.project()))
-        return ClientConfiguration::of(store, context.project(), *conversation, ProcessFacts::environment());
+        return ClientConfiguration::of(store, context.project(), *conversation, ProcessFacts::environment(), kind);
     return std::nullopt;
 } catch (const Error&) { // no project here, no store; the findings say so where it matters
     return std::nullopt;
+}
+
+/// As the server describes it to an agent that is attached by veltry.
+std::string computerHere()
+{
+    const auto python =
+        LoginPython::kept(LoginPython::file(Context::settingsPath()), Spawn::loginShell(), std::chrono::seconds(0));
+    return Computer::current(Lab::defaultRuns(), Context::settings().maxRuns, python).description();
 }
 
 /// Moves a store that can't be read out of the way, after a yes, and makes an empty one.
@@ -68,23 +80,25 @@ void doctor(Context& context, const Arguments& arguments)
     using State = StoreFindings::Store::State;
     StoreFindings::Store store = StoreFindings::store(context.storePath());
     std::vector<Finding> findings = examined(context.storePath(), store);
-    const std::string form = arguments.text("--client").value_or("common");
+    const std::string kind = context.json() ? "common" : arguments.text("--client").value_or("common");
     std::optional<ClientConfiguration> client;
     if (store.state == State::sound)
-        client = clientHere(context);
+        client = clientHere(context, kind);
+    const std::string computer = computerHere();
     if (context.json()) {
         JSONValue::Array list;
         for (const Finding& finding : findings)
             list.push_back(toJSON(finding));
-        JSONValue::Object document{{"findings", std::move(list)}};
+        JSONValue::Object document{{"findings", std::move(list)}, {"computer", computer}};
         if (client)
             document.emplace("clientConfiguration", JSONValue::parse(client->text()));
         context.printJSON(document);
     } else {
         context.print(drawn(findings, context.out()));
+        context.print("\nWhat an agent is told here:\n" + computer + "\n");
         if (client) {
-            context.print("\nFor an MCP client of this project:\n" + client->text(form));
-            for (const std::string& line : client->notes(form))
+            context.print("\nFor an MCP client of this project:\n" + client->text());
+            for (const std::string& line : client->notes())
                 context.note(line);
         }
     }
@@ -97,9 +111,7 @@ void doctor(Context& context, const Arguments& arguments)
 
 constexpr std::array options = {
     Option{"--set-aside", "", "Move a store that can't be read aside and make an empty one, without asking"},
-    Option{
-        "--client", "CLIENT", "The MCP client in whose form the block is written", Option::Count::optional,
-        Option::Completion::none, ClientConfiguration::forms},
+    clientOption,
 };
 
 constexpr std::array table = {

@@ -1,13 +1,13 @@
 #include "Base/Text.h"
 #include "Experiments/Git.h"
 #include "Experiments/Lab.h"
-#include "Host/Awaited.h"
 #include "Host/CommandLine/Nearest.h"
 #include "Host/Commands/Commands.h"
+#include "Host/Commands/SharedOptions.h"
 #include "Host/Context.h"
-#include "Host/Registration/ClientConfiguration.h"
 #include "Host/Registration/Init.h"
 #include "Host/Terminal/Progress.h"
+#include "Platform/Async/Awaited.h"
 #include "Platform/Files.h"
 #include "Projects/FolderListing.h"
 #include "Projects/NewProjectFolder.h"
@@ -98,7 +98,7 @@ void makeProject(Context& context, const Arguments& arguments)
 
 JSONValue recordOf(const FolderEntry& entry)
 {
-    return JSONValue::object({{"url", text::repaired(entry.url.string())}, {"isDirectory", entry.isDirectory}});
+    return JSONValue::object({{"url", text::repaired(entry.path.string())}, {"isDirectory", entry.isDirectory}});
 }
 
 std::string lineOf(const FolderEntry& entry, const Terminal& terminal)
@@ -141,9 +141,7 @@ constexpr std::array newOptions = {
     Option{
         "--in", "FOLDER", "Where the project's folder is made; HarrowickVeltry in your home by default",
         Count::optional, Completion::folder},
-    Option{
-        "--client", "CLIENT", "The client in whose form the block is written", Count::optional, Completion::none,
-        ClientConfiguration::forms},
+    clientOption,
 };
 constexpr std::array filesOptions = {
     Option{"PATH", "", "The folder to list; by default the project's own", Count::optional, Completion::folder},

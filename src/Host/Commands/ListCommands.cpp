@@ -1,11 +1,12 @@
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/Terminal/Numbers.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/Times.h"
-#include "Host/Views/RecordJSON.h"
+#include "Host/Views/NodeState.h"
 #include "Host/Views/RunTable.h"
+#include "Host/Views/TreeJSON.h"
 
 #include <fmt/format.h>
 
@@ -117,18 +118,13 @@ std::string forEyes(const Context& context, const RunTable& table, const std::ve
 
 JSONValue json(const RunTable& table)
 {
-    static const ResultValues none;
     JSONValue::Array rows;
     for (const RunTable::Row& row : table.rows()) {
-        JSONValue document = RecordJSON::of(*row.run);
-        document.object()->emplace("node", row.node->record.slug);
-        document.object()->emplace("title", row.node->record.title);
+        JSONValue document = TreeJSON::of(*row.run, *row.node);
         document.object()->emplace(
             "differences",
-            JSONValue::object({
-                {"parent", differencesJSON(row.values, row.node->parent ? row.node->parent->result : none)},
-                {"baseline", differencesJSON(row.values, row.node->baseline ? row.node->baseline->result : none)},
-            }));
+            TreeJSON::differences(
+                table.valuesOf(*row.run), table.valuesOf(row.node->parent), table.valuesOf(row.node->baseline)));
         rows.push_back(std::move(document));
     }
     return rows;
@@ -136,8 +132,8 @@ JSONValue json(const RunTable& table)
 
 void list(Context& context, const Arguments& arguments)
 {
-    const ProjectView view(context.lab());
-    RunTable table(view);
+    const ExperimentTree tree = context.lab().tree();
+    RunTable table(tree);
     const bool isEmpty = table.rows().empty();
     if (isEmpty && !context.json() && !arguments.has("--csv"))
         return context.note("No run yet. Start one: veltry run NODE.");

@@ -2,8 +2,7 @@
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
 #include "Host/Views/RecordJSON.h"
-#include "Platform/FileDescriptor.h"
-#include "Platform/Files.h"
+#include "Platform/StandardStreams.h"
 
 #include <fmt/format.h>
 
@@ -21,10 +20,7 @@ std::string textOrInput(const std::string& given)
 {
     if (given != "-")
         return given;
-    FileDescriptor input(0);
-    std::string text = text::repaired(Files::read(input, "standard input"));
-    static_cast<void>(input.release()); // it stays open: it isn't ours
-    return text;
+    return text::repaired(StandardStreams::restOfInput());
 }
 
 void create(Context& context, const Arguments& arguments)
@@ -36,7 +32,7 @@ void create(Context& context, const Arguments& arguments)
         .runCommand = arguments.text("--command"),
         .conversation = {}};
     if (const std::optional<std::string> parent = arguments.text("--parent"))
-        wanted.parent = context.node(*parent).id.text();
+        wanted.parent = context.node(*parent).id;
     const Lab& lab = context.lab();
     const Experiment made = lab.create(wanted);
     if (context.json()) {
@@ -54,7 +50,7 @@ void notes(Context& context, const Arguments& arguments)
 {
     const Experiment node = context.node(arguments.required("NODE"));
     if (const std::optional<std::string> given = arguments.text("TEXT")) {
-        context.lab().setNotes(node.id.text(), textOrInput(*given));
+        context.lab().setNotes(node.id, textOrInput(*given));
         return context.note(fmt::format("The notes of {} are saved.", node.slug));
     }
     if (context.json())
@@ -76,7 +72,7 @@ void archive(Context& context, const Arguments& arguments)
     for (const std::string& given : arguments.all("NODE"))
         nodes.push_back(context.node(given));
     for (const Experiment& node : nodes) {
-        context.lab().setArchived(node.id.text(), !restores);
+        context.lab().setArchived(node.id, !restores);
         context.note(fmt::format(
             "{} is {}.", node.slug, restores ? "back in the tree" : "archived; its branch and its runs stay"));
     }

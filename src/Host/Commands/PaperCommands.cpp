@@ -1,5 +1,4 @@
 #include "Base/Text.h"
-#include "Host/Awaited.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
 #include "Host/Terminal/Fields.h"
@@ -10,6 +9,7 @@
 #include "Literature/OpenAlex.h"
 #include "Literature/PaperFiles.h"
 #include "Literature/PaperTexts.h"
+#include "Platform/Async/Awaited.h"
 #include "Platform/ProcessFacts.h"
 
 #include <fmt/format.h>

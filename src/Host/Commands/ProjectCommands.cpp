@@ -1,8 +1,8 @@
-#include "Base/Plural.h"
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
+#include "Host/Commands/SharedOptions.h"
 #include "Host/Context.h"
-#include "Host/Registration/ClientConfiguration.h"
 #include "Host/Registration/Init.h"
 #include "Host/Terminal/Prompt.h"
 #include "Host/Terminal/TextTable.h"
@@ -167,9 +167,7 @@ constexpr std::array initOptions = {
         "FOLDER", "", "A folder of the repository; the project is the repository's top", Count::optional,
         Completion::folder},
     Option{"--name", "NAME", "The project's name; the folder's own by default"},
-    Option{
-        "--client", "CLIENT", "The client in whose form the block is written", Count::optional, Completion::none,
-        ClientConfiguration::forms},
+    clientOption,
 };
 constexpr std::array renameOptions = {
     Option{"NAME", "", "The new name", Count::required},

@@ -137,7 +137,7 @@ private:
         if (!context_.json())
             context_.print(fmt::format(
                 "{}  {}\n\n", context_.out().styled(Style::cyan, shortID(id)),
-                round ? AgentQuestions::statusText(round->status) : "removed"));
+                round ? toWord(round->status) : "removed"));
         else if (round)
             context_.print(RecordJSON::of(*round).text() + "\n");
     }
@@ -232,8 +232,7 @@ void checkClosed(
     if (!round)
         throw Refusal(fmt::format("The round {} is gone: its conversation was removed meanwhile.", shortID(id)));
     if (round->status != wanted || round->answers != answers)
-        throw Refusal(fmt::format(
-            "Too late: the round {} was {} meanwhile.", shortID(id), AgentQuestions::statusText(round->status)));
+        throw Refusal(fmt::format("Too late: the round {} was {} meanwhile.", shortID(id), toWord(round->status)));
     context.note(done);
 }
 

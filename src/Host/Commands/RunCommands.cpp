@@ -1,7 +1,8 @@
-#include "Base/Plural.h"
+#include "Base/Numbers.h"
 #include "Experiments/RunProcesses.h"
 #include "Experiments/RunWatch.h"
 #include "Host/Commands/Commands.h"
+#include "Host/Commands/SharedOptions.h"
 #include "Host/Context.h"
 #include "Host/Terminal/Notices.h"
 #include "Host/Terminal/Progress.h"
@@ -24,7 +25,6 @@ using Count = Option::Count;
 using Completion = Option::Completion;
 
 constexpr std::chrono::milliseconds betweenLooks(100);
-constexpr std::size_t shownCommit = 12;
 
 void tell(const Context& context, const Run& run)
 {
@@ -73,20 +73,19 @@ void start(Context& context, const Arguments& arguments)
 {
     const Experiment node = context.node(arguments.required("NODE"));
     Lab lab = context.lab();
-    pid_t supervisor = 0; // it outlives us, but while we wait we are its parent
-    lab.adopt = [&](pid_t started) { supervisor = started; };
+    ProcessID supervisor = 0; // it outlives us, but while we wait we are its parent
+    lab.adopt = [&](ProcessID started) { supervisor = started; };
     const Run run = [&] {
         const Progress progress(context.notes(), "Making the run's copy of the code");
-        return lab.launch(node.id.text(), Context::settings().maxRuns);
+        return lab.launch(node.id, Context::settings().maxRuns);
     }();
     const bool waits = arguments.has("--wait");
     if (!waits)
         return context.json() ? context.printJSON(RecordJSON::of(run))
                               : context.print(fmt::format(
                                     "Run #{} of {} started, on commit {}. veltry log {} -f follows it.\n", run.number,
-                                    node.slug, run.commit.substr(0, shownCommit), run.number));
-    context.note(
-        fmt::format("Run #{} of {} started, on commit {}.", run.number, node.slug, run.commit.substr(0, shownCommit)));
+                                    node.slug, RunWords::commit(run), run.number));
+    context.note(fmt::format("Run #{} of {} started, on commit {}.", run.number, node.slug, RunWords::commit(run)));
     const Run last = ended(context, run, [&](const Run&) {
         if (supervisor > 0 && ChildProcess::reapIfEnded(supervisor))
             supervisor = 0;
@@ -162,7 +161,7 @@ void stopAndWait(Context& context, const Run& given, std::optional<double> grace
 {
     const Lab& lab = context.lab();
     RunProcesses processes(given);
-    Run run = lab.cancel(given.id.text());
+    Run run = lab.cancel(given.id);
     bool wasAsked = run.pid.has_value(); // a queued run has no process yet that could be told
     const Clock::time_point begin = Clock::now();
     LiveRun live(context, run);
@@ -175,7 +174,7 @@ void stopAndWait(Context& context, const Run& given, std::optional<double> grace
         const Progress progress(context.notes(), fmt::format("Waiting for run #{} to stop", run.number));
         while (!isOver()) {
             if (!wasAsked && run.pid && !run.isFinished()) {
-                static_cast<void>(lab.cancel(run.id.text()));
+                static_cast<void>(lab.cancel(run.id));
                 wasAsked = true;
             }
             if (grace && std::chrono::duration<double>(Clock::now() - begin).count() >= *grace)
@@ -194,7 +193,7 @@ void cancel(Context& context, const Arguments& arguments)
     const Run run = context.run(arguments.required("RUN"));
     if (arguments.has("--wait") || grace)
         return stopAndWait(context, run, grace);
-    const Run now = context.lab().cancel(run.id.text());
+    const Run now = context.lab().cancel(run.id);
     if (context.json())
         return context.printJSON(RecordJSON::of(now));
     if (now.isFinished())
@@ -207,7 +206,7 @@ constexpr std::array startOptions = {
     Option{"--wait", "", "Wait until it has ended; the exit status is 1 if it did not succeed"},
 };
 constexpr std::array cancelOptions = {
-    Option{"RUN", "", "The run's number or id", Count::required, Completion::run},
+    runOption,
     Option{"--wait", "", "Wait until it has ended"},
     Option{
         "--kill-after", "SECONDS",

@@ -1,4 +1,4 @@
-#include "Base/Plural.h"
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/CommandLine/Nearest.h"
 #include "Host/Commands/Commands.h"
@@ -135,6 +135,16 @@ std::string changed(const Context& context, const SettingsFile& file, Key key, c
     }
 }
 
+bool isReadable(std::string_view text)
+{
+    try {
+        static_cast<void>(VeltrySettings::read(text));
+        return true;
+    } catch (const TOML::Failure&) {
+        return false;
+    }
+}
+
 void set(Context& context, const Arguments& arguments)
 {
     const Key key = keyNamed(arguments.required("KEY"));
@@ -148,7 +158,11 @@ void set(Context& context, const Arguments& arguments)
     const std::string text = changed(context, file, key, *value);
     Files::createFolders(file.path.parent_path());
     Files::writeAtomically(file.path, text);
-    context.note(fmt::format("{} is {} now, in {}.", key.text(), word, file.path.string()));
+    context.note(
+        isReadable(text) ? fmt::format("{} is {} now, in {}.", key.text(), word, file.path.string())
+                         : fmt::format(
+                               "{} = {} is written there, but every setting has its default until that line is mended.",
+                               key.text(), word));
 }
 
 void path(Context& context, const Arguments& /*arguments*/)

@@ -1,8 +1,8 @@
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Experiments/Resources.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/Terminal/Numbers.h"
 #include "Host/Terminal/Screen.h"
 #include "Host/Terminal/Sparkline.h"
 #include "Host/Terminal/TextTable.h"
@@ -79,7 +79,7 @@ public:
         std::vector<Usage> usages;
         for (Run& run : runs) {
             const auto known = std::ranges::find(usages_, run.id, [](const Usage& usage) { return usage.run.id; });
-            Usage usage = known == usages_.end() ? Usage(run, titleOf(run)) : std::move(*known);
+            Usage usage = known == usages_.end() ? Usage(run, context_->titleOf(run)) : std::move(*known);
             usage.run = std::move(run);
             usage.read();
             usages.push_back(std::move(usage));
@@ -95,12 +95,6 @@ public:
     [[nodiscard]] const std::vector<double>& gpuBefore() const { return gpuBefore_; }
 
 private:
-    [[nodiscard]] std::string titleOf(const Run& run) const
-    {
-        const std::optional<Experiment> node = context_->store()->experiment(run.experimentID);
-        return node ? node->title : "";
-    }
-
     Context* context_;
     std::optional<UUID> only_;
     std::vector<Usage> usages_;
@@ -122,7 +116,7 @@ JSONValue json(const Watched& watched)
         fields["number"] = usage.run.number;
         fields["id"] = usage.run.id.text();
         fields["title"] = usage.title;
-        fields["status"] = Run::statusText(usage.run.status);
+        fields["status"] = toWord(usage.run.status);
         if (usage.reading)
             fields["cores"] = usage.cores;
         runs.push_back(std::move(record));
@@ -141,7 +135,9 @@ std::string tableOf(const Watched& watched, const Terminal& terminal)
          {.heading = "memory", .toTheRight = true}});
     for (const Usage& usage : watched.usages()) {
         std::vector<TextTable::Cell> row = {
-            {fmt::format("#{}", usage.run.number), Style::bold}, {usage.title}, {Times::length(usage.run.seconds())}};
+            {fmt::format("#{}", usage.run.number), Style::bold},
+            {usage.title},
+            {Times::length(RunWords::seconds(usage.run))}};
         if (usage.reading) {
             row.push_back({std::to_string(usage.reading->processes)});
             row.push_back({fmt::format("{:.2f}", usage.cores), Style::cyan});
@@ -225,14 +221,15 @@ void top(Context& context, const Arguments& arguments)
     if (context.json())
         return context.printJSON(json(watched));
     if (watched.usages().empty()) {
-        const std::string ended = only ? RunWords::state(context.run(only->id.text())) : "No run is in flight.";
+        const std::string ended =
+            only ? RunWords::state(context.store()->run(only->id).value_or(*only)) : "No run is in flight.";
         return context.note(ended);
     }
     if (!context.out().canRedraw())
         return context.print(tableOf(watched, context.out()));
     watch(context, watched, only.has_value());
     if (only)
-        context.note(RunWords::state(context.run(only->id.text())));
+        context.note(RunWords::state(context.store()->run(only->id).value_or(*only)));
 }
 
 constexpr std::array topOptions = {

@@ -1,13 +1,13 @@
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/Terminal/Numbers.h"
 #include "Host/Terminal/Screen.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/TreeDrawing.h"
-#include "Host/Views/ProjectView.h"
-#include "Host/Views/RecordJSON.h"
+#include "Host/Views/NodeState.h"
 #include "Host/Views/StoreWatch.h"
+#include "Host/Views/TreeJSON.h"
 
 #include <fmt/format.h>
 
@@ -18,8 +18,6 @@ namespace veltry::Commands {
 
 namespace {
 
-using Node = ProjectView::Node;
-
 struct Wish {
     bool all;
     std::optional<std::string> metric;
@@ -27,61 +25,71 @@ struct Wish {
     TreeDrawing::Manner manner;
 };
 
-/// What is shown of one look.
+struct Line {
+    const ExperimentTree::Node* node;
+    std::size_t depth;
+    ResultValues values;
+    std::optional<double> number{}; ///< the headline
+    bool isBest = false;
+};
+
+/// What is shown of one look, each node before its children.
 struct Shown {
-    std::vector<const Node*> nodes;
-    TreeDrawing::Forest forest; ///< by their places in `nodes`
+    std::vector<Line> lines;
     std::optional<std::string> metric;
-    std::optional<double> best;
 };
 
 /// The first number of the results that all nodes with a result share.
-std::optional<std::string> sharedNumber(const std::vector<const Node*>& nodes)
+std::optional<std::string> sharedNumber(const std::vector<Line>& lines)
 {
     std::optional<std::vector<std::string_view>> shared;
-    for (const Node* node : nodes) {
-        if (node->result.empty())
+    for (const Line& line : lines) {
+        if (line.values.empty())
             continue;
         if (!shared) {
             shared.emplace();
-            for (const ResultValue& value : node->result)
+            for (const ResultValue& value : line.values)
                 if (value.number())
                     shared->push_back(value.key);
         }
-        std::erase_if(*shared, [&](std::string_view key) { return !findNumber(node->result, key); });
+        std::erase_if(*shared, [&](std::string_view key) { return !findNumber(line.values, key); });
     }
     return shared && !shared->empty() ? std::optional<std::string>(shared->front()) : std::nullopt;
 }
 
-/// A node whose parent isn't shown begins a tree of its own.
-Shown chosen(const ProjectView& view, const Wish& wish)
+Shown chosen(const ExperimentTree& tree, const Wish& wish)
 {
-    Shown shown;
-    std::unordered_map<const Node*, std::size_t> places;
-    for (const Node& node : view.nodes())
-        if (wish.all || !node.record.archived) {
-            places.emplace(&node, shown.nodes.size());
-            shown.nodes.push_back(&node);
+    using enum ExperimentTree::Archived;
+    Shown result;
+    for (const auto& [node, depth] : tree.depthFirst(wish.all ? shown : hidden))
+        result.lines.push_back({.node = node, .depth = depth, .values = node->values()});
+    result.metric = wish.metric ? wish.metric : sharedNumber(result.lines);
+    if (!result.metric)
+        return result;
+    std::optional<double> best;
+    for (Line& line : result.lines)
+        if (const double* number = findNumber(line.values, *result.metric)) {
+            line.number = *number;
+            if (wish.best && (!best || (*wish.best == "min" ? *number < *best : *number > *best)))
+                best = *number;
         }
-    shown.forest.children.resize(shown.nodes.size());
-    for (std::size_t place = 0; place < shown.nodes.size(); ++place) {
-        const auto parent = places.find(shown.nodes[place]->parent);
-        (parent == places.end() ? shown.forest.roots : shown.forest.children[parent->second]).push_back(place);
-    }
-    shown.metric = wish.metric ? wish.metric : sharedNumber(shown.nodes);
-    if (!shown.metric || !wish.best)
-        return shown;
-    for (const Node* node : shown.nodes)
-        if (const double* number = findNumber(node->result, *shown.metric))
-            if (!shown.best || (*wish.best == "min" ? *number < *shown.best : *number > *shown.best))
-                shown.best = *number;
-    return shown;
+    for (Line& line : result.lines)
+        line.isBest = best && line.number == best;
+    return result;
 }
 
-bool isBest(const Node& node, const Shown& shown)
+TreeDrawing::Forest forestOf(const std::vector<Line>& lines)
 {
-    const double* number = shown.metric ? findNumber(node.result, *shown.metric) : nullptr;
-    return number && shown.best && *number == *shown.best;
+    TreeDrawing::Forest forest;
+    forest.children.resize(lines.size());
+    std::vector<std::size_t> above; // the last node of each depth
+    for (std::size_t place = 0; place < lines.size(); ++place) {
+        const std::size_t depth = lines[place].depth;
+        (depth == 0 ? forest.roots : forest.children[above[depth - 1]]).push_back(place);
+        above.resize(depth);
+        above.push_back(place);
+    }
+    return forest;
 }
 
 std::string_view symbol(NodeState state, bool isUTF8)
@@ -103,21 +111,20 @@ std::string drawn(const Shown& shown, TreeDrawing::Manner manner, const Terminal
         {.heading = "runs", .toTheRight = true},
         {.heading = "papers", .toTheRight = true},
     });
-    for (const TreeDrawing::Line& line : TreeDrawing::lines(shown.forest, manner, terminal.isUTF8())) {
-        const Node& node = *shown.nodes[line.number];
-        const NodeState state = nodeState(node.runs);
-        const double* number = shown.metric ? findNumber(node.result, *shown.metric) : nullptr;
-        const bool best = isBest(node, shown);
-        if (isGraph && line.startsTree && !table.isEmpty())
+    for (const TreeDrawing::Line& place : TreeDrawing::lines(forestOf(shown.lines), manner, terminal.isUTF8())) {
+        const Line& line = shown.lines[place.number];
+        const ExperimentTree::Node& node = *line.node;
+        const NodeState state = nodeState(node);
+        if (isGraph && place.startsTree && !table.isEmpty())
             table.add({{""}, {""}, {""}, {""}, {""}, {""}}); // or an only child would look like another baseline
         table.add({
-            {fmt::format("{}{}{}", line.lead, isGraph ? symbol(state, terminal.isUTF8()) : "", node.record.title),
+            {fmt::format("{}{}{}", place.lead, isGraph ? symbol(state, terminal.isUTF8()) : "", node.record.title),
              node.record.archived ? Style::dim
-             : best               ? Style::bold
+             : line.isBest        ? Style::bold
                                   : Style::plain},
             {std::string(stateText(state)) + (node.record.archived ? ", archived" : ""), stateStyle(state)},
-            {number ? shownNumber(*number) : "", best ? Style::green : Style::plain},
-            {best ? (terminal.isUTF8() ? "★" : "best") : "", Style::green},
+            {line.number ? shownNumber(*line.number) : "", line.isBest ? Style::green : Style::plain},
+            {line.isBest ? (terminal.isUTF8() ? "★" : "best") : "", Style::green},
             {node.runs.empty() ? "" : std::to_string(node.runs.size())},
             {node.citations.empty() ? "" : std::to_string(node.citations.size())},
         });
@@ -125,31 +132,16 @@ std::string drawn(const Shown& shown, TreeDrawing::Manner manner, const Terminal
     return table.text(terminal);
 }
 
-JSONValue nodeJSON(const Node& node, const Shown& shown)
-{
-    JSONValue document = RecordJSON::of(node.record);
-    JSONValue::Array runs;
-    for (const Run& run : node.runs)
-        runs.push_back(JSONValue::object({{"number", run.number}, {"status", JSONValue(Run::statusText(run.status))}}));
-    JSONValue::Array papers;
-    for (const Citation& citation : node.citations)
-        papers.push_back(citation.paper.id);
-    JSONValue::Object& object = *document.object();
-    object.emplace("state", JSONValue(stateText(nodeState(node.runs))));
-    object.emplace("frozen", answerAmong(node.runs) != nullptr);
-    object.emplace("runs", std::move(runs));
-    object.emplace("papers", std::move(papers));
-    object.emplace("best", isBest(node, shown));
-    if (const double* number = shown.metric ? findNumber(node.result, *shown.metric) : nullptr)
-        object.emplace("value", *number);
-    return document;
-}
-
 JSONValue json(const Shown& shown)
 {
     JSONValue::Array nodes;
-    for (const TreeDrawing::Line& line : TreeDrawing::lines(shown.forest, TreeDrawing::Manner::indented, false))
-        nodes.push_back(nodeJSON(*shown.nodes[line.number], shown));
+    for (const Line& line : shown.lines) {
+        JSONValue node = TreeJSON::brief(*line.node);
+        node.object()->emplace("best", line.isBest);
+        if (line.number)
+            node.object()->emplace("value", *line.number);
+        nodes.push_back(std::move(node));
+    }
     JSONValue::Object document;
     document.emplace("nodes", std::move(nodes));
     if (shown.metric)
@@ -164,7 +156,7 @@ struct View {
 
 View viewed(const Context& context, const Lab& lab, const Wish& wish)
 {
-    const ProjectView project(lab);
+    const ExperimentTree project = lab.tree();
     const Shown shown = chosen(project, wish);
     if (context.json())
         return {.text = json(shown).prettyText() + "\n", .note = ""};
@@ -172,11 +164,10 @@ View viewed(const Context& context, const Lab& lab, const Wish& wish)
         return {
             .text = "",
             .note = "There is no node yet. Make a baseline: veltry create Baseline --command \"python3 train.py\"."};
-    if (shown.nodes.empty())
+    if (shown.lines.empty())
         return {.text = "", .note = "All nodes are archived. veltry tree --all shows them."};
     View view{.text = drawn(shown, wish.manner, context.out()), .note = ""};
-    if (wish.metric &&
-        std::ranges::none_of(shown.nodes, [&](const Node* node) { return findNumber(node->result, *wish.metric); }))
+    if (wish.metric && std::ranges::none_of(shown.lines, [](const Line& line) { return line.number.has_value(); }))
         view.note = fmt::format("No node has a result with a number {}.", text::oneLine(*wish.metric));
     return view;
 }

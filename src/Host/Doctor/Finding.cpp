@@ -1,10 +1,8 @@
 #include "Host/Doctor/Finding.h"
 
 #include "Base/Text.h"
+#include "Base/Words.h"
 #include "Host/Terminal/Wrapping.h"
-
-#include <algorithm>
-#include <array>
 
 namespace veltry {
 
@@ -13,24 +11,24 @@ namespace {
 constexpr std::size_t widestLine = 110; // longer lines are hard to read
 
 struct Mark {
-    Finding::Level level;
+    Finding::Level value;
     std::string_view word;
     std::string_view sign;
     std::string_view plain;
     Style style;
 };
 
-constexpr std::array marks = {
-    Mark{Finding::Level::good, "good", "\u2713", "+", Style::green},
-    Mark{Finding::Level::absent, "absent", "-", "-", Style::dim},
-    Mark{Finding::Level::advice, "advice", "!", "!", Style::yellow},
-    Mark{Finding::Level::wrong, "wrong", "\u2717", "x", Style::red},
-};
+} // namespace
 
-const Mark& markOf(Finding::Level level)
-{
-    return *std::ranges::find(marks, level, &Mark::level);
-}
+template <>
+constexpr auto wordsOf<Finding::Level> = std::to_array<Mark>({
+    {Finding::Level::good, "good", "\u2713", "+", Style::green},
+    {Finding::Level::absent, "absent", "-", "-", Style::dim},
+    {Finding::Level::advice, "advice", "!", "!", Style::yellow},
+    {Finding::Level::wrong, "wrong", "\u2717", "x", Style::red},
+});
+
+namespace {
 
 /// On lines of at most `width` columns, all but the first indented. Paths stay whole.
 std::string block(std::string_view words, std::size_t width, std::size_t indent)
@@ -53,7 +51,7 @@ std::string drawn(std::span<const Finding> findings, const Terminal& terminal)
     const std::size_t width = columns > indent + 20 ? columns - indent : 20;
     std::string result;
     for (const Finding& finding : findings) {
-        const Mark& mark = markOf(finding.level);
+        const Mark& mark = rowOf(finding.level);
         const std::string blanks(widest - text::columns(finding.subject) + 2, ' ');
         result += terminal.styled(mark.style, terminal.isUTF8() ? mark.sign : mark.plain) + " " +
                   terminal.styled(Style::bold, finding.subject) + blanks + block(finding.text, width, indent) + "\n";
@@ -67,8 +65,7 @@ std::string drawn(std::span<const Finding> findings, const Terminal& terminal)
 
 JSONValue toJSON(const Finding& finding)
 {
-    JSONValue::Object members{
-        {"subject", finding.subject}, {"level", markOf(finding.level).word}, {"text", finding.text}};
+    JSONValue::Object members{{"subject", finding.subject}, {"level", toWord(finding.level)}, {"text", finding.text}};
     if (!finding.advice.empty())
         members.emplace("advice", finding.advice);
     return members;

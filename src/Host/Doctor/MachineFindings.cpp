@@ -1,10 +1,10 @@
 #include "Host/Doctor/MachineFindings.h"
 
-#include "ACP/ACPClient/AgentProcess.h"
 #include "ACP/ACPClient/Harness.h"
-#include "Base/Plural.h"
+#include "Base/Numbers.h"
 #include "Experiments/Git.h"
 #include "Experiments/Spawn.h"
+#include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
 #include "Platform/GPUFacts.h"
 #include "Platform/LoginFacts.h"
@@ -67,19 +67,10 @@ Finding shell()
         "Install zsh, or name programs by their absolute paths."};
 }
 
-std::optional<std::filesystem::path> onPath(const std::string& command, const std::string& path)
-{
-    try {
-        return AgentProcess::find(command, path);
-    } catch (const AgentProcess::Failure&) {
-        return std::nullopt;
-    }
-}
-
 Finding node(const std::string& path)
 {
-    const std::optional<std::filesystem::path> program = onPath("node", path);
-    if (!program || !onPath("npx", path))
+    const std::optional<std::filesystem::path> program = ChildProcess::find("node", path);
+    if (!program || !ChildProcess::find("npx", path))
         return {
             "Node", Level::advice, "There is no Node with npx, with which veltry agent starts agents.",
             fmt::format("Install it ({}), or attach agents as MCP clients, which need none of it.", Harness::nodePage)};

@@ -1,9 +1,9 @@
 #include "Host/Doctor/StoreFindings.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Config/VeltrySettings.h"
 #include "Host/Context.h"
-#include "Host/Terminal/Numbers.h"
 #include "Platform/FileSystemFacts.h"
 #include "Platform/Files.h"
 #include "Projects/ProjectStore.h"
@@ -146,6 +146,10 @@ std::vector<Finding> settings(const std::filesystem::path& file)
     const std::optional<std::string> text = Files::readIfPossible(file);
     if (!text)
         return {{"settings", Level::good, fmt::format("There is no {}, so the defaults hold.", file.string())}};
+    if (!text::isValidUTF8(*text))
+        return {
+            {"settings", Level::wrong, fmt::format("{} isn't UTF-8 text, so the defaults hold.", file.string()),
+             "Save it as UTF-8."}};
     try {
         std::vector<Finding> findings;
         for (const std::string& warning : VeltrySettings::read(*text).warnings)

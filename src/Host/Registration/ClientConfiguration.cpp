@@ -1,6 +1,7 @@
 #include "Host/Registration/ClientConfiguration.h"
 
 #include "Base/JSONValue.h"
+#include "Experiments/Computer.h"
 #include "Experiments/Lab.h"
 #include "Host/Context.h"
 #include "Literature/OpenAlex.h"
@@ -8,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 
 namespace veltry {
@@ -34,9 +36,8 @@ std::string common(const ClientConfiguration& server)
     JSONValue::Object entry{
         {"command", server.command.string()},
         {"args", list(server.arguments)},
-        {"timeout", ClientConfiguration::patience * 1000}};
-    if (!server.environment.empty())
-        entry.emplace("env", members(server.environment));
+        {"timeout", ClientConfiguration::patience * 1000},
+        {"env", members(server.environment)}};
     return JSONValue::object({{"mcpServers", JSONValue::object({{"veltry", std::move(entry)}})}}).prettyText() + "\n";
 }
 
@@ -48,9 +49,8 @@ std::string openCode(const ClientConfiguration& server)
         {"type", "local"},
         {"command", list(command)},
         {"enabled", true},
-        {"timeout", ClientConfiguration::patience * 1000}};
-    if (!server.environment.empty())
-        entry.emplace("environment", members(server.environment));
+        {"timeout", ClientConfiguration::patience * 1000},
+        {"environment", members(server.environment)}};
     return JSONValue::object({{"mcp", JSONValue::object({{"veltry", std::move(entry)}})}}).prettyText() + "\n";
 }
 
@@ -58,40 +58,70 @@ std::string openCode(const ClientConfiguration& server)
 std::string codex(const ClientConfiguration& server)
 {
     std::string text = fmt::format(
-        "[mcp_servers.veltry]\ncommand = {}\nargs = {}\ntool_timeout_sec = {}\n",
+        "[mcp_servers.veltry]\ncommand = {}\nargs = {}\ntool_timeout_sec = {}\n\n[mcp_servers.veltry.env]\n",
         JSONValue(server.command.string()).text(), list(server.arguments).text(), ClientConfiguration::patience);
-    if (!server.environment.empty())
-        text += "\n[mcp_servers.veltry.env]\n";
     for (const auto& [name, value] : server.environment)
         text += fmt::format("{} = {}\n", name, JSONValue(value).text());
     return text;
 }
 
+/// The kinds that differ from "common" in how the block is written.
+struct Form {
+    std::string_view kind;
+    std::string (*block)(const ClientConfiguration& server);
+    std::string_view environment; ///< where it keeps variables
+};
+
+constexpr std::array forms = {
+    Form{"codex", &codex, "env table"},
+    Form{"opencode", &openCode, "\"environment\""},
+};
+
+constexpr Form commonForm{"common", &common, "\"env\""};
+
+const Form& formOf(std::string_view kind)
+{
+    const auto form = std::ranges::find(forms, kind, &Form::kind);
+    return form == forms.end() ? commonForm : *form;
+}
+
 } // namespace
+
+std::string_view ClientConfiguration::kindOf(std::string_view harness)
+{
+    struct Row {
+        std::string_view harness;
+        std::string_view kind;
+    };
+    constexpr std::array rows = {Row{"Claude Code", "claude"}, Row{"Codex", "codex"}, Row{"OpenCode", "opencode"}};
+    const auto row = std::ranges::find(rows, harness, &Row::harness);
+    return row == rows.end() ? commonForm.kind : row->kind;
+}
 
 ClientConfiguration ClientConfiguration::of(
     const ProjectStore& store, const Project& project, const Conversation& conversation,
-    const ChildProcess::Environment& environment)
+    const ChildProcess::Environment& environment, std::string_view kind)
 {
     ClientConfiguration server{
+        .kind = std::string(kind),
         .command = Context::tools(),
         .arguments =
             {"mcp", "--db", store.path().string(), "--project", project.id.text(), "--runs",
              Lab::defaultRuns().string(), "--settings", Context::settingsPath().string(), "--conversation",
              conversation.id.text()},
-        .environment = {}};
+        .environment = {{Computer::clientVariable, std::string(kind)}}};
     for (const char* name : passedOn)
         if (const auto found = environment.find(name); found != environment.end() && !found->second.empty())
             server.environment.insert(*found);
     return server;
 }
 
-std::string ClientConfiguration::text(std::string_view form) const
+std::string ClientConfiguration::text() const
 {
-    return form == "codex" ? codex(*this) : form == "opencode" ? openCode(*this) : common(*this);
+    return formOf(kind).block(*this);
 }
 
-std::vector<std::string> ClientConfiguration::notes(std::string_view form) const
+std::vector<std::string> ClientConfiguration::notes() const
 {
     std::vector<std::string> lines;
     if (environment.contains(OpenAlex::keyVariable))
@@ -100,11 +130,8 @@ std::vector<std::string> ClientConfiguration::notes(std::string_view form) const
         lines.push_back(fmt::format(
             "{} isn't set here, so searches for papers share a daily budget. To use a key of your own, add it to the "
             "block's {}: a client passes only a handful of variables on.",
-            OpenAlex::keyVariable,
-            form == "opencode" ? "\"environment\""
-            : form == "codex"  ? "env table"
-                               : "\"env\""));
-    if (form == "common")
+            OpenAlex::keyVariable, formOf(kind).environment));
+    if (formOf(kind).kind == commonForm.kind)
         lines.push_back(fmt::format(
             "A wait for runs may take half an hour. \"timeout\" says so in milliseconds; write {} there for a client "
             "that "

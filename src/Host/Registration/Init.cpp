@@ -3,6 +3,8 @@
 #include "Config/VeltrySettings.h"
 #include "Experiments/Git.h"
 #include "Experiments/Lab.h"
+#include "Experiments/LoginPython.h"
+#include "Experiments/Spawn.h"
 #include "Host/Context.h"
 #include "Host/Registration/ClientConfiguration.h"
 #include "Platform/Files.h"
@@ -12,8 +14,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 
 namespace veltry::Init {
+
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -103,11 +108,12 @@ void run(Context& context, const Options& options)
     const Project project = findOrCreate(store, top, options.name, context);
     writeSettings(context);
     const Conversation conversation = findOrCreateConversation(store, project, Context::settings().defaultAgent);
+    static_cast<void>(LoginPython::kept(LoginPython::file(Context::settingsPath()), Spawn::loginShell(), 0s));
     const ClientConfiguration client =
-        ClientConfiguration::of(store, project, conversation, ProcessFacts::environment());
+        ClientConfiguration::of(store, project, conversation, ProcessFacts::environment(), options.client);
     context.note("Give this to your MCP client:");
-    context.print(client.text(options.client));
-    for (const std::string& line : client.notes(options.client))
+    context.print(client.text());
+    for (const std::string& line : client.notes())
         context.note(line);
 }
 

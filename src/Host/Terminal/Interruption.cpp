@@ -1,9 +1,9 @@
 #include "Host/Terminal/Interruption.h"
 
-#include <unistd.h>
+#include "Platform/ProcessEnd.h"
+#include "Platform/StandardStreams.h"
 
 #include <atomic>
-#include <csignal>
 
 namespace veltry::Interruption {
 
@@ -16,23 +16,20 @@ std::atomic<std::size_t> undoLength = 0;
 void writeUndo()
 {
     if (const char* sequence = undo.exchange(nullptr))
-        static_cast<void>(!::write(STDOUT_FILENO, sequence, undoLength));
+        StandardStreams::writeOnce(StandardStreams::output, {sequence, undoLength});
 }
 
 void end(int signal)
 {
     writeUndo();
-    ::_exit(128 + signal);
+    ProcessEnd::leave(128 + signal);
 }
 
 } // namespace
 
 void install()
 {
-    struct sigaction action{};
-    action.sa_handler = &end;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-        ::sigaction(signal, &action, nullptr);
+    ProcessEnd::onRequest(&end);
 }
 
 Undo::Undo(std::string_view sequence)

@@ -23,7 +23,7 @@ std::string escaped(std::string_view body)
 
 Notices::~Notices()
 {
-    for (const pid_t sender : senders_)
+    for (const ProcessID sender : senders_)
         ChildProcess::reapIfEnded(sender); // one that hangs is left to init
 }
 
@@ -34,7 +34,8 @@ void Notices::tell(Subject subject, const VeltrySettings& settings, std::string_
     std::erase_if(senders_, &ChildProcess::reapIfEnded);
     if (!(subject == Subject::turn ? settings.notifyTurns : settings.notifyRuns))
         return;
-    const std::optional<std::filesystem::path> program = ProcessFacts::program("notify-send");
+    const std::optional<std::filesystem::path> program =
+        ChildProcess::find("notify-send", ProcessFacts::variable("PATH").value_or(""));
     if (!program)
         return;
     try {

@@ -2,8 +2,7 @@
 
 #include "Config/VeltrySettings.h"
 #include "Host/Terminal/Terminal.h"
-
-#include <sys/types.h>
+#include "Platform/ProcessID.h"
 
 #include <string_view>
 #include <vector>
@@ -28,7 +27,7 @@ public:
 
 private:
     Terminal terminal_;
-    std::vector<pid_t> senders_; // not reaped yet
+    std::vector<ProcessID> senders_; // not reaped yet
 };
 
 } // namespace veltry

@@ -1,23 +1,29 @@
 #include "Host/Terminal/Terminal.h"
 
+#include "Base/Words.h"
 #include "Platform/ProcessFacts.h"
-#include "Platform/SystemError.h"
-
-#include <poll.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
+#include "Platform/StandardStreams.h"
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
 
 namespace veltry {
 
+/// The sequence that begins it.
+template <>
+constexpr auto wordsOf<Style> = std::to_array<Word<Style>>({
+    {Style::plain, ""},
+    {Style::bold, "\033[1m"},
+    {Style::dim, "\033[2m"},
+    {Style::red, "\033[31m"},
+    {Style::green, "\033[32m"},
+    {Style::yellow, "\033[33m"},
+    {Style::blue, "\033[34m"},
+    {Style::magenta, "\033[35m"},
+    {Style::cyan, "\033[36m"},
+});
+
 namespace {
 
-// In the order of Style.
-constexpr std::array<std::string_view, 9> sequences = {"",         "\033[1m",  "\033[2m",  "\033[31m", "\033[32m",
-                                                       "\033[33m", "\033[34m", "\033[35m", "\033[36m"};
 constexpr std::string_view reset = "\033[0m";
 
 std::string variable(const char* name)
@@ -44,7 +50,7 @@ bool knowsSequences()
 
 Terminal terminalAt(int descriptor)
 {
-    const bool isTerminal = ::isatty(descriptor) != 0;
+    const bool isTerminal = StandardStreams::isTerminal(descriptor);
     const bool hasColours = isTerminal && variable("NO_COLOR").empty() && knowsSequences();
     return {descriptor, isTerminal, hasColours, isUTF8Locale()};
 }
@@ -53,12 +59,12 @@ Terminal terminalAt(int descriptor)
 
 Terminal Terminal::standardOutput()
 {
-    return terminalAt(STDOUT_FILENO);
+    return terminalAt(StandardStreams::output);
 }
 
 Terminal Terminal::standardError()
 {
-    return terminalAt(STDERR_FILENO);
+    return terminalAt(StandardStreams::error);
 }
 
 bool Terminal::canRedraw() const
@@ -70,46 +76,32 @@ std::optional<Terminal::Size> Terminal::size() const
 {
     if (!isTerminal_)
         return std::nullopt;
-    winsize size{};
-    if (::ioctl(descriptor_, TIOCGWINSZ, &size) != 0 || size.ws_col == 0)
-        return Size{.columns = 80, .rows = 24};
-    return Size{.columns = size.ws_col, .rows = size.ws_row};
+    const Size size = StandardStreams::terminalSize(descriptor_);
+    return size.columns == 0 ? Size{.columns = 80, .rows = 24} : size;
 }
 
 std::string Terminal::styled(Style style, std::string_view text) const
 {
     if (!hasColours_ || style == Style::plain || text.empty())
         return std::string(text);
-    return std::string(sequences.at(static_cast<std::size_t>(style))).append(text).append(reset);
+    return std::string(toWord(style)).append(text).append(reset);
 }
 
 void Terminal::write(std::string_view text) const
 {
-    while (!text.empty()) {
-        const ssize_t written = ::write(descriptor_, text.data(), text.size());
-        if (written >= 0) {
-            text.remove_prefix(static_cast<std::size_t>(written));
-        } else if (errno == EPIPE) {
-            throw Closed();
-        } else if (errno == EAGAIN) { // the other side may share the descriptor and have set it so
-            pollfd ready{.fd = descriptor_, .events = POLLOUT, .revents = 0};
-            ::poll(&ready, 1, -1);
-        } else if (errno != EINTR) {
-            throw SystemError("could not write the output", errno);
-        }
-    }
+    if (!StandardStreams::writeAll(descriptor_, text))
+        throw Closed();
 }
 
 void Terminal::rest(std::chrono::milliseconds time) const
 {
-    pollfd reader{.fd = descriptor_, .events = 0, .revents = 0};
-    if (::poll(&reader, 1, static_cast<int>(time.count())) > 0)
+    if (!StandardStreams::restWhileRead(descriptor_, time))
         throw Closed();
 }
 
 bool canAsk()
 {
-    return ::isatty(STDIN_FILENO) != 0;
+    return StandardStreams::isTerminal(StandardStreams::input);
 }
 
 } // namespace veltry

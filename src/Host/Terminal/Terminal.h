@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/StandardStreams.h"
+
 #include <chrono>
 #include <cstddef>
 #include <optional>
@@ -30,10 +32,7 @@ public:
     /// Whether what was written can be written over.
     [[nodiscard]] bool canRedraw() const;
 
-    struct Size {
-        std::size_t columns, rows;
-        friend bool operator==(const Size&, const Size&) = default;
-    };
+    using Size = StandardStreams::Size;
 
     /// As it is now; nothing if this isn't a terminal.
     [[nodiscard]] std::optional<Size> size() const;

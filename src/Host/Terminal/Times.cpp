@@ -1,6 +1,6 @@
 #include "Host/Terminal/Times.h"
 
-#include "Base/Plural.h"
+#include "Base/Numbers.h"
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>

@@ -2,13 +2,10 @@
 
 #include "Experiments/Changes/CommittedFiles.h"
 #include "Platform/Files.h"
-
-#include <fts.h>
-#include <sys/stat.h>
+#include "Platform/FolderWalk.h"
 
 #include <algorithm>
 #include <array>
-#include <memory>
 #include <set>
 #include <string_view>
 
@@ -18,46 +15,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uint64_t block = 512; // what st_blocks counts, whatever the file system's own are
-
-using Status = struct stat;
-
-struct CloseWalk {
-    void operator()(FTS* walk) const { ::fts_close(walk); }
-};
-
-/// The folder, if it is there, and everything below it, which may change meanwhile. Links are not followed, and what
-/// may not be read is left out. `visit` gets path and status.
-template <typename Visit>
-void walk(const fs::path& folder, Visit visit)
-{
-    std::string root = folder.string();
-    const std::array<char*, 2> roots = {root.data(), nullptr};
-    const std::unique_ptr<FTS, CloseWalk> open(::fts_open(roots.data(), FTS_PHYSICAL | FTS_NOCHDIR, nullptr));
-    if (!open)
-        return;
-    while (const FTSENT* entry = ::fts_read(open.get())) {
-        const bool isAfterContents = entry->fts_info == FTS_DP || entry->fts_info == FTS_DNR;
-        if (!isAfterContents && entry->fts_info != FTS_NS && entry->fts_info != FTS_ERR)
-            visit(std::string_view(entry->fts_path, entry->fts_pathlen), *entry->fts_statp);
-    }
-}
-
 /// Adds up what lies on the disk; a file with several names counts once.
 class Weights {
 public:
     /// 0 for what was there already.
-    std::uint64_t of(const Status& status)
+    std::uint64_t of(const FolderWalk::Entry& entry)
     {
-        const bool isNew =
-            S_ISDIR(status.st_mode) || status.st_nlink == 1 || seen_.emplace(status.st_dev, status.st_ino).second;
-        return isNew ? bytesOf(status) : 0;
+        const bool isNew = !entry.identity || seen_.insert(*entry.identity).second;
+        return isNew ? entry.bytesOnDisk : 0;
     }
 
-    static std::uint64_t bytesOf(const Status& status) { return static_cast<std::uint64_t>(status.st_blocks) * block; }
-
 private:
-    std::set<std::pair<dev_t, ino_t>> seen_;
+    std::set<std::pair<std::uint64_t, std::uint64_t>> seen_;
 };
 
 bool isBelow(std::string_view path, std::string_view folder)
@@ -71,7 +40,7 @@ std::uint64_t weight(const fs::path& path)
 {
     std::uint64_t bytes = 0;
     Weights weights;
-    walk(path, [&](std::string_view, const Status& status) { bytes += weights.of(status); });
+    FolderWalk::visit(path, [&](const FolderWalk::Entry& entry) { bytes += weights.of(entry); });
     return bytes;
 }
 
@@ -81,8 +50,8 @@ Project project(const Lab& lab)
     for (const Run& run : lab.store->runs(lab.project.id)) {
         const std::string source = run.source().string();
         Weights weights;
-        walk(run.directory, [&](std::string_view path, const Status& status) {
-            (isBelow(path, source) ? result.snapshots : result.records) += weights.of(status);
+        FolderWalk::visit(run.directory, [&](const FolderWalk::Entry& entry) {
+            (isBelow(entry.path, source) ? result.snapshots : result.records) += weights.of(entry);
         });
     }
     result.worktrees = weight(lab.project.folders.front() / Lab::worktrees);
@@ -98,11 +67,11 @@ Snapshot snapshot(const Lab& lab, const Run& run)
     for (fs::path& path : filesAsCommitted(Git(lab.project.folders.front()), run.commit, run.source()))
         same.insert(std::move(path));
     const std::size_t prefix = run.source().string().size() + 1;
-    walk(run.source(), [&](std::string_view path, const Status& status) {
-        if (S_ISDIR(status.st_mode))
+    FolderWalk::visit(run.source(), [&](const FolderWalk::Entry& entry) {
+        if (entry.isFolder)
             return;
-        const fs::path below = path.substr(std::min(prefix, path.size()));
-        (same.contains(below) ? result.committed : result.own).push_back({below, Weights::bytesOf(status)});
+        const fs::path below = entry.path.substr(std::min(prefix, entry.path.size()));
+        (same.contains(below) ? result.committed : result.own).push_back({below, entry.bytesOnDisk});
     });
     std::ranges::sort(result.own, [](const Snapshot::File& left, const Snapshot::File& right) {
         return left.bytes != right.bytes ? left.bytes > right.bytes : left.path < right.path;

@@ -1,9 +1,9 @@
 #include "Host/Views/RunTable.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/CommandLine/Nearest.h"
 #include "Host/Refusal.h"
-#include "Host/Terminal/Numbers.h"
 
 #include <fmt/format.h>
 
@@ -37,7 +37,7 @@ constexpr std::array ownColumns = {
     OwnColumn{"run", [](const Row& row) { return Cell(static_cast<double>(row.run->number)); }},
     OwnColumn{"node", [](const Row& row) { return Cell(row.node->record.slug); }},
     OwnColumn{"title", [](const Row& row) { return Cell(row.node->record.title); }},
-    OwnColumn{"status", [](const Row& row) { return Cell(std::string(Run::statusText(row.run->status))); }},
+    OwnColumn{"status", [](const Row& row) { return Cell(std::string(toWord(row.run->status))); }},
     OwnColumn{"exit", [](const Row& row) { return row.run->exitCode ? Cell(double(*row.run->exitCode)) : Cell(); }},
     OwnColumn{"began", [](const Row& row) { return Cell(row.run->createdAt.iso8601()); }},
     OwnColumn{"ended", [](const Row& row) { return row.run->endedAt ? Cell(row.run->endedAt->iso8601()) : Cell(); }},
@@ -105,27 +105,22 @@ struct Condition {
     std::optional<double> number;
 };
 
-const ResultValues& reference(const ProjectView::Node* node)
-{
-    static const ResultValues none;
-    return node ? node->result : none;
-}
-
 } // namespace
 
-RunTable::RunTable(const ProjectView& view)
+RunTable::RunTable(const ExperimentTree& tree) : tree_(&tree)
 {
-    for (const ProjectView::Node& node : view.nodes())
-        for (const Run& run : node.runs)
-            rows_.push_back({.run = &run, .node = &node, .values = resultValues(run)});
-    std::ranges::sort(rows_, {}, [](const Row& row) { return row.run->number; });
+    for (const Run& run : tree.runs()) {
+        values_.push_back(resultValues(run));
+        if (const ExperimentTree::Node* node = tree.find(run.experimentID))
+            rows_.push_back({.run = &run, .node = node});
+    }
 
     for (std::size_t own = 0; own < ownColumns.size(); ++own)
         define(std::string(ownColumns.at(own).name), {.kind = Kind::own, .own = own, .key = ""});
     std::vector<std::string_view> keys;
     std::unordered_map<std::string_view, bool> hasNumbers;
     for (const Row& row : rows_)
-        for (const ResultValue& value : row.values) {
+        for (const ResultValue& value : valuesOf(*row.run)) {
             const auto [place, isNew] = hasNumbers.emplace(value.key, false);
             if (isNew)
                 keys.push_back(value.key);
@@ -169,14 +164,25 @@ RunTable::Cell RunTable::cell(const Row& row, Column column) const
     const Definition& definition = definitions_.at(column);
     if (definition.kind == Kind::own)
         return ownColumns.at(definition.own).cell(row);
-    const ResultValue* value = find(row.values, definition.key);
+    const ResultValue* value = find(valuesOf(*row.run), definition.key);
     if (!value)
         return std::monostate();
     if (definition.kind == Kind::value)
         return value->number() ? Cell(*value->number()) : Cell(value->text());
-    const double* other = findNumber(
-        reference(definition.kind == Kind::toParent ? row.node->parent : row.node->baseline), definition.key);
-    return value->number() && other ? Cell(*value->number() - *other) : Cell();
+    const ExperimentTree::Node* reference = definition.kind == Kind::toParent ? row.node->parent : row.node->baseline;
+    const std::optional<double> above = difference(*value, valuesOf(reference));
+    return above ? Cell(*above) : Cell();
+}
+
+const ResultValues& RunTable::valuesOf(const Run& run) const
+{
+    return values_[static_cast<std::size_t>(&run - tree_->runs().data())];
+}
+
+const ResultValues& RunTable::valuesOf(const ExperimentTree::Node* node) const
+{
+    static const ResultValues none;
+    return node && node->answer ? valuesOf(*node->answer) : none;
 }
 
 void RunTable::keepWhere(std::string_view condition)
@@ -195,10 +201,10 @@ void RunTable::sort(Column column, bool descending)
         Row row;
     };
     std::vector<Entry> entries;
-    for (Row& row : rows_) {
+    for (const Row& row : rows_) {
         Cell key = cell(row, column);
         const bool isMissing = std::holds_alternative<std::monostate>(key);
-        entries.push_back({isMissing, std::move(key), entries.size(), std::move(row)});
+        entries.push_back({isMissing, std::move(key), entries.size(), row});
     }
     std::ranges::sort(entries, [&](const Entry& left, const Entry& right) {
         if (left.isMissing || right.isMissing)
@@ -209,7 +215,7 @@ void RunTable::sort(Column column, bool descending)
         return descending ? right.key < left.key : left.key < right.key;
     });
     for (std::size_t place = 0; place < rows_.size(); ++place)
-        rows_[place] = std::move(entries[place].row);
+        rows_[place] = entries[place].row;
 }
 
 std::string exactText(const RunTable::Cell& cell)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Host/Views/ProjectView.h"
+#include "Experiments/ExperimentTree.h"
 
 #include <cstddef>
 #include <optional>
@@ -11,7 +11,7 @@
 
 namespace veltry {
 
-/// All runs of a project as rows, with a column for each value of their results, and behind each number its difference
+/// All runs of a project as rows, with a column for each value of their results, and after each number its difference
 /// to the parent's and to the baseline's (the result of the run that speaks for that node): "loss", "loss:parent",
 /// "loss:baseline". A value that is called like one of the run's own columns is "result.<key>".
 class RunTable {
@@ -19,13 +19,12 @@ public:
     /// Nothing, a number, or a text.
     using Cell = std::variant<std::monostate, double, std::string>;
 
-    /// `view` outlives it.
-    explicit RunTable(const ProjectView& view);
+    /// `tree` outlives it.
+    explicit RunTable(const ExperimentTree& tree);
 
     struct Row {
         const Run* run;
-        const ProjectView::Node* node;
-        ResultValues values;
+        const ExperimentTree::Node* node;
     };
 
     /// By number, until sort().
@@ -41,6 +40,10 @@ public:
     [[nodiscard]] bool isDifference(Column column) const;
     /// Dates in ISO 8601.
     [[nodiscard]] Cell cell(const Row& row, Column column) const;
+    /// `run` is one of the tree's own.
+    [[nodiscard]] const ResultValues& valuesOf(const Run& run) const;
+    /// The values of the run that speaks for `node`; empty without one, and for null.
+    [[nodiscard]] const ResultValues& valuesOf(const ExperimentTree::Node* node) const;
 
     /// Keeps the rows for which "KEY OP VALUE" holds: =, !=, <, <=, >, >= (numbers by their size, anything else as
     /// texts), ~ (the text contains it, letter case apart). A row without the value doesn't stay. Throws UsageError.
@@ -58,6 +61,8 @@ private:
 
     void define(std::string name, Definition definition);
 
+    const ExperimentTree* tree_;
+    std::vector<ResultValues> values_; // of each of the tree's runs, in their places: each text is read once
     std::vector<Row> rows_;
     std::vector<std::string> names_;
     std::vector<Definition> definitions_;

@@ -1,7 +1,7 @@
 #include "Host/Words/DiffText.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
-#include "Host/Terminal/Numbers.h"
 #include "Host/Terminal/TextTable.h"
 
 #include <fmt/format.h>
@@ -137,7 +137,7 @@ std::string lines(const Changes& changes, const Terminal& terminal)
     std::string text;
     for (const Changes::File& file : changes.files) {
         text += "\n" + terminal.styled(Style::bold, name(file, terminal)) + "  " +
-                terminal.styled(Style::dim, Changes::kindText(file.kind));
+                terminal.styled(Style::dim, toWord(file.kind));
         if (file.added && file.removed)
             text += "  " + counts(*file.added, *file.removed, terminal);
         text += "\n";
@@ -168,7 +168,7 @@ std::string stat(const Changes& changes, const Terminal& terminal)
     std::string text;
     for (const Changes::File& file : changes.files) {
         const std::string shown = fitted(name(file, terminal), widest, terminal);
-        text += terminal.styled(Style::dim, fmt::format("{:<8}  ", Changes::kindText(file.kind))) + shown +
+        text += terminal.styled(Style::dim, fmt::format("{:<8}  ", toWord(file.kind))) + shown +
                 std::string(widest - std::min(widest, text::columns(shown)), ' ');
         if (file.added && file.removed)
             text += terminal.styled(Style::green, fmt::format("  {:>{}}", "+" + grouped(*file.added), countColumns)) +

@@ -1,6 +1,6 @@
 #include "Host/Words/LabErrorWords.h"
 
-#include "Base/Plural.h"
+#include "Base/Numbers.h"
 
 #include <fmt/format.h>
 
@@ -55,10 +55,11 @@ constexpr Row rows[] = {
     {Code::duplicateOptions, asTold},
     {Code::noConversation, asTold},
     {Code::paperNotFound, asTold},
+    {Code::projectWithoutFolder, asTold},
 };
 
 static_assert(
-    std::ranges::equal(rows, LabError::codes, {}, &Row::code, &LabError::CodeWord::code),
+    std::ranges::equal(rows, wordsOf<Code>, {}, &Row::code, &Word<Code>::value),
     "every code has its sentence for a person");
 
 } // namespace

@@ -1,6 +1,5 @@
 #include "Host/Words/RunWords.h"
 
-#include "Base/Text.h"
 #include "Host/Terminal/Times.h"
 
 #include <fmt/format.h>
@@ -9,7 +8,7 @@ namespace veltry::RunWords {
 
 namespace {
 
-constexpr std::size_t shownID = 8;       // characters of an id as the commands show it
+constexpr std::size_t shownCommit = 12;  // digits: git knows it by them even in a large repository
 constexpr std::int32_t signalBase = 128; // of the exit code where a signal ended it
 
 std::string exitWords(const Run& run)
@@ -23,15 +22,20 @@ std::string exitWords(const Run& run)
 
 } // namespace
 
-bool isNumber(std::string_view given)
+std::string commit(const Run& run)
 {
-    return given.size() < shownID && text::integer(given);
+    return run.commit.substr(0, shownCommit);
+}
+
+double seconds(const Run& run, Date now)
+{
+    return run.endedAt.value_or(now).secondsSince2001 - run.createdAt.secondsSince2001;
 }
 
 std::string state(const Run& run, Date now)
 {
-    const std::string_view status = Run::statusText(run.status);
-    const std::string length = Times::length(run.seconds(now));
+    const std::string_view status = toWord(run.status);
+    const std::string length = Times::length(seconds(run, now));
     switch (run.status) {
     case Run::Status::queued:
         return fmt::format("Run #{} is queued.", run.number);

@@ -1,6 +1,8 @@
 #include "Platform/ChildProcess.h"
 
+#include "Base/Text.h"
 #include "Platform/FileDescriptor.h"
+#include "Platform/Files.h"
 #include "Platform/SystemError.h"
 
 #include <fmt/format.h>
@@ -12,10 +14,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
+#include <limits>
+#include <type_traits>
 
 namespace veltry::ChildProcess {
+
+static_assert(std::is_same_v<ProcessID, pid_t>);
 
 namespace {
 
@@ -24,8 +31,11 @@ class SpawnActions {
 public:
     explicit SpawnActions(std::string executable) : executable_(std::move(executable))
     {
-        posix_spawn_file_actions_init(&actions_);
-        posix_spawnattr_init(&attributes_);
+        check(posix_spawn_file_actions_init(&actions_));
+        if (const int result = posix_spawnattr_init(&attributes_); result != 0) {
+            posix_spawn_file_actions_destroy(&actions_); // no destructor runs for what wasn't constructed
+            check(result);
+        }
     }
     SpawnActions(const SpawnActions&) = delete;
     SpawnActions& operator=(const SpawnActions&) = delete;
@@ -79,9 +89,9 @@ public:
         check(posix_spawnattr_setflags(&attributes_, flags));
     }
 
-    pid_t spawn(std::vector<char*>& arguments, std::vector<char*>& environment)
+    ProcessID spawn(std::vector<char*>& arguments, std::vector<char*>& environment)
     {
-        pid_t child = -1;
+        ProcessID child = -1;
         check(posix_spawn(&child, executable_.c_str(), &actions_, &attributes_, arguments.data(), environment.data()));
         return child;
     }
@@ -115,9 +125,24 @@ int exitNumber(int status)
     return WEXITSTATUS(status);
 }
 
-/// Reads all of them to their ends at once, so that a child which writes much to any of them can't block.
+using Deadline = std::optional<std::chrono::steady_clock::time_point>;
+
+/// In milliseconds, as poll(2) takes it.
+int timeLeft(const Deadline& deadline)
+{
+    if (!deadline)
+        return -1;
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(*deadline - std::chrono::steady_clock::now()).count();
+    return static_cast<int>(std::clamp<std::int64_t>(left, 0, std::numeric_limits<int>::max()));
+}
+
+/// Reads all of them to their ends at once, so that a child which writes much to any of them can't block. False if the
+/// deadline came first, or a signal that this process handles: Ctrl-C must not wait for somebody's patience.
 template <std::size_t count>
-void drain(const std::array<const FileDescriptor*, count>& sources, const std::array<std::string*, count>& targets)
+bool drain(
+    const std::array<const FileDescriptor*, count>& sources, const std::array<std::string*, count>& targets,
+    const Deadline& deadline = {})
 {
     std::array<pollfd, count> polled{};
     for (std::size_t index = 0; index < count; ++index)
@@ -125,7 +150,12 @@ void drain(const std::array<const FileDescriptor*, count>& sources, const std::a
     std::size_t open = count;
     std::vector<char> buffer(65536);
     while (open > 0) {
-        if (::poll(polled.data(), polled.size(), -1) < 0) {
+        const int ready = ::poll(polled.data(), polled.size(), timeLeft(deadline));
+        if (ready == 0)
+            return false;
+        if (ready < 0) {
+            if (errno == EINTR && deadline)
+                return false;
             if (errno == EINTR)
                 continue;
             throw SystemError("could not wait for a child's output");
@@ -144,12 +174,13 @@ void drain(const std::array<const FileDescriptor*, count>& sources, const std::a
             targets[index]->append(buffer.data(), static_cast<std::size_t>(got));
         }
     }
+    return true;
 }
 
 /// Waits for a started child however its scope is left.
 class Reaper {
 public:
-    explicit Reaper(pid_t child) : child_(child) {}
+    explicit Reaper(ProcessID child) : child_(child) {}
     Reaper(const Reaper&) = delete;
     Reaper& operator=(const Reaper&) = delete;
     ~Reaper()
@@ -160,7 +191,7 @@ public:
     int wait() { return ChildProcess::wait(std::exchange(child_, -1)); }
 
 private:
-    pid_t child_;
+    ProcessID child_;
 };
 
 } // namespace
@@ -170,7 +201,7 @@ std::string StartFailure::description() const
     return SystemError("could not start " + executable, code).description();
 }
 
-pid_t start(const Command& command)
+ProcessID start(const Command& command)
 {
     SpawnActions actions(command.executable);
     actions.redirect(command.input, STDIN_FILENO);
@@ -192,7 +223,20 @@ pid_t start(const Command& command)
     return actions.spawn(argumentPointers, environmentPointers);
 }
 
-int wait(pid_t child) noexcept
+std::optional<std::filesystem::path> find(const std::string& command, std::string_view path)
+{
+    const auto isProgram = [](const std::filesystem::path& file) {
+        return Files::isExecutable(file) && !Files::isFolder(file);
+    };
+    if (command.contains('/'))
+        return isProgram(command) ? std::optional(std::filesystem::absolute(command)) : std::nullopt;
+    for (const std::string_view folder : text::split(path, ':'))
+        if (const auto file = std::filesystem::path(folder) / command; !folder.empty() && isProgram(file))
+            return std::filesystem::absolute(file);
+    return std::nullopt;
+}
+
+int wait(ProcessID child) noexcept
 {
     int status = 0;
     while (::waitpid(child, &status, 0) < 0)
@@ -201,37 +245,45 @@ int wait(pid_t child) noexcept
     return exitNumber(status);
 }
 
-bool reapIfEnded(pid_t child) noexcept
+bool reapIfEnded(ProcessID child) noexcept
 {
     int status = 0;
     return ::waitpid(child, &status, WNOHANG) != 0; // a failure means that somebody else took it
 }
 
-void terminateGroup(pid_t leader) noexcept
+void terminateGroup(ProcessID leader) noexcept
 {
     ::kill(-leader, SIGTERM);
 }
 
-void killGroup(pid_t leader) noexcept
+void killGroup(ProcessID leader) noexcept
 {
     ::kill(-leader, SIGKILL);
 }
 
-int endGroup(pid_t leader, std::chrono::milliseconds grace) noexcept
+namespace {
+
+/// Waits that many milliseconds for a child's end. False also without the means to wait: then there is no grace.
+bool hasEnded(ProcessID child, int milliseconds) noexcept
+try {
+    const FileDescriptor event = exitEvent(child);
+    pollfd polled{.fd = event.get(), .events = POLLIN, .revents = 0};
+    return ::poll(&polled, 1, milliseconds) == 1;
+} catch (const SystemError&) {
+    return false;
+}
+
+} // namespace
+
+int endGroup(ProcessID leader, std::chrono::milliseconds grace) noexcept
 {
     terminateGroup(leader);
-    try {
-        const FileDescriptor event = exitEvent(leader);
-        pollfd polled{.fd = event.get(), .events = POLLIN, .revents = 0};
-        if (::poll(&polled, 1, static_cast<int>(grace.count())) == 1)
-            return wait(leader);
-    } catch (const SystemError&) { // without the means to wait there is no grace
-    }
-    killGroup(leader);
+    if (!hasEnded(leader, static_cast<int>(grace.count())))
+        killGroup(leader);
     return wait(leader);
 }
 
-FileDescriptor exitEvent(pid_t child)
+FileDescriptor exitEvent(ProcessID child)
 {
     // By number, since glibc 2.36 declares pidfd_open without extern "C".
     FileDescriptor event(static_cast<int>(::syscall(SYS_pidfd_open, child, 0))); // close-on-exec by itself
@@ -252,6 +304,30 @@ Output run(Command command)
 
     Output result;
     drain<2>({&output.reading, &error.reading}, {&result.output, &result.error});
+    result.exitNumber = child.wait();
+    return result;
+}
+
+std::optional<Output> runWithin(std::chrono::milliseconds patience, Command command)
+{
+    const Deadline deadline = std::chrono::steady_clock::now() + patience;
+    Pipe output = Pipe::make();
+    Pipe error = Pipe::make();
+    command.output = Stream::to(output.writing.get());
+    command.error = Stream::to(error.writing.get());
+    command.group = Group::ownSession;
+    const ProcessID leader = start(command);
+    Reaper child(leader);
+    output.writing.reset();
+    error.writing.reset();
+
+    Output result;
+    const bool isWhole = drain<2>({&output.reading, &error.reading}, {&result.output, &result.error}, deadline) &&
+                         hasEnded(leader, timeLeft(deadline)); // it may have closed its ends and go on
+    if (!isWhole) {
+        killGroup(leader);
+        return std::nullopt;
+    }
     result.exitNumber = child.wait();
     return result;
 }

@@ -28,9 +28,9 @@ void FileDescriptor::reset(int fd) noexcept
         ::close(old);
 }
 
-FileDescriptor FileDescriptor::duplicate() const
+FileDescriptor FileDescriptor::duplicateOf(int fd)
 {
-    FileDescriptor copy(::fcntl(fd_, F_DUPFD_CLOEXEC, firstFree));
+    FileDescriptor copy(::fcntl(fd, F_DUPFD_CLOEXEC, firstFree));
     if (!copy)
         throw SystemError("could not duplicate a descriptor");
     return copy;

@@ -1,6 +1,7 @@
 #include "Platform/FileLock.h"
 
 #include "Platform/Files.h"
+#include "Platform/OpenAt.h"
 #include "Platform/SystemError.h"
 
 #include <fcntl.h>
@@ -11,6 +12,8 @@
 namespace veltry {
 
 namespace {
+
+constexpr int lockFlags = O_RDWR | O_CREAT;
 
 /// Takes the lock if nobody holds it. Those who only ask hold it shared for an instant, and are no reason to give up: a
 /// supervisor would never begin its run because another process looked at that moment.
@@ -32,7 +35,7 @@ bool lockUnlessHeld(const FileDescriptor& file) noexcept
 
 std::optional<FileLock> FileLock::tryTake(const std::filesystem::path& path)
 {
-    FileDescriptor file = Files::tryOpen(path, O_RDWR | O_CREAT);
+    FileDescriptor file = openAt(AT_FDCWD, path.c_str(), lockFlags, 0644);
     if (!file || !lockUnlessHeld(file))
         return std::nullopt;
     return FileLock(std::move(file));
@@ -40,7 +43,9 @@ std::optional<FileLock> FileLock::tryTake(const std::filesystem::path& path)
 
 FileLock FileLock::take(const std::filesystem::path& path)
 {
-    FileDescriptor file = Files::open(path, O_RDWR | O_CREAT);
+    FileDescriptor file = openAt(AT_FDCWD, path.c_str(), lockFlags, 0644);
+    if (!file)
+        throw SystemError("could not open " + path.string());
     while (::flock(file.get(), LOCK_EX) != 0)
         if (errno != EINTR)
             throw SystemError("could not lock " + path.string());
@@ -49,7 +54,7 @@ FileLock FileLock::take(const std::filesystem::path& path)
 
 bool FileLock::isHeld(const std::filesystem::path& path) noexcept
 {
-    const FileDescriptor file = Files::tryOpen(path, O_RDONLY);
+    const FileDescriptor file = Files::tryOpen(path, Files::forReadingPlain);
     if (!file)
         return false;
     // Shared, so that two who ask at the same moment don't take each other for the holder.

@@ -2,9 +2,12 @@
 
 #include "Base/Text.h"
 #include "Platform/Files.h"
+#include "Platform/linux/ControlGroup.h"
 
 #include <fmt/format.h>
 
+#include <sched.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -83,7 +86,53 @@ std::set<std::int64_t> efficiencyProcessors(const std::set<std::int64_t>& all)
     return slow;
 }
 
+/// The value of `name` in a file of lines `NAME=value`, as a shell would read it: quoted or not.
+std::optional<std::string> assigned(std::string_view contents, std::string_view name)
+{
+    for (std::string_view line : text::split(contents, '\n')) {
+        const std::size_t equals = line.find('=');
+        if (equals == std::string_view::npos || line.substr(0, equals) != name)
+            continue;
+        std::string_view value = text::trimmed(line.substr(equals + 1));
+        if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') && value.back() == value.front())
+            value = value.substr(1, value.size() - 2);
+        return value.empty() ? std::nullopt : std::optional<std::string>(value);
+    }
+    return std::nullopt;
+}
+
 } // namespace
+
+std::optional<std::string> systemName()
+{
+    for (const char* file : {"/etc/os-release", "/usr/lib/os-release"}) {
+        const std::optional<std::string> contents = Files::readIfPossible(file);
+        if (!contents)
+            continue;
+        const std::optional<std::string> name = assigned(*contents, "NAME");
+        const std::optional<std::string> version = assigned(*contents, "VERSION_ID"); // rolling systems have none
+        if (name)
+            return version ? *name + " " + *version : *name;
+    }
+    return std::nullopt;
+}
+
+std::string kernelName()
+{
+    utsname names{};
+    ::uname(&names); // fails for a bad address alone
+    const std::string_view release = names.release;
+    const std::size_t second = release.find('.', std::min(release.size(), release.find('.') + 1));
+    return fmt::format("{} {}", names.sysname, release.substr(0, second));
+}
+
+std::string architecture()
+{
+    utsname names{};
+    ::uname(&names);
+    const std::string_view machine = names.machine;
+    return std::string(machine == "x86_64" ? "x86-64" : machine == "aarch64" ? "Arm64" : machine);
+}
 
 std::optional<std::string> productName()
 {
@@ -123,6 +172,20 @@ CoreCounts cores()
     return counts;
 }
 
+std::int64_t threads()
+{
+    return std::max<std::int64_t>(1, ::sysconf(_SC_NPROCESSORS_ONLN));
+}
+
+double usableThreads()
+{
+    double usable = static_cast<double>(threads());
+    cpu_set_t set;
+    if (::sched_getaffinity(0, sizeof set, &set) == 0) // fails on machines of over 1,024 processors
+        usable = std::min(usable, static_cast<double>(CPU_COUNT(&set)));
+    return std::min(usable, controlGroupLimits().processors.value_or(usable));
+}
+
 std::optional<std::int64_t> gpuCores()
 {
     return std::nullopt; // no file of the kernel's tells such a number
@@ -133,6 +196,25 @@ std::uint64_t memory()
     const long pages = ::sysconf(_SC_PHYS_PAGES);
     const long pageSize = ::sysconf(_SC_PAGESIZE);
     return pages > 0 && pageSize > 0 ? static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize) : 0;
+}
+
+std::optional<std::uint64_t> availableMemory()
+{
+    const std::string contents = Files::readIfPossible("/proc/meminfo").value_or("");
+    constexpr std::string_view name = "MemAvailable:";
+    for (std::string_view line : text::split(contents, '\n'))
+        if (line.starts_with(name)) {
+            const std::string_view value = text::trimmed(line.substr(name.size()));
+            if (const auto kibibytes = text::integer(value.substr(0, value.find(' '))))
+                return static_cast<std::uint64_t>(*kibibytes) * 1024;
+        }
+    return std::nullopt;
+}
+
+std::optional<std::uint64_t> memoryLimit()
+{
+    const std::optional<std::uint64_t> limit = controlGroupLimits().memory;
+    return limit && *limit < memory() ? limit : std::nullopt;
 }
 
 } // namespace veltry::MachineFacts

@@ -1,8 +1,5 @@
 #include "Platform/ProcessFacts.h"
 
-#include "Base/Text.h"
-#include "Platform/Files.h"
-
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,6 +13,11 @@ std::filesystem::path executable()
     std::error_code error;
     std::filesystem::path path = std::filesystem::read_symlink("/proc/self/exe", error);
     return error ? std::filesystem::absolute(program_invocation_name) : path; // no /proc here
+}
+
+ProcessID id() noexcept
+{
+    return ::getpid();
 }
 
 ChildProcess::Environment environment()
@@ -33,16 +35,6 @@ std::optional<std::string> variable(const std::string& name)
 {
     const char* value = std::getenv(name.c_str());
     return value ? std::optional<std::string>(value) : std::nullopt;
-}
-
-std::optional<std::filesystem::path> program(const std::string& name)
-{
-    const std::string path = variable("PATH").value_or("");
-    for (const std::string_view folder : text::split(path, ':'))
-        if (std::filesystem::path file = std::filesystem::path(folder) / name;
-            file.is_absolute() && Files::isExecutable(file) && !Files::isFolder(file))
-            return file;
-    return std::nullopt;
 }
 
 } // namespace veltry::ProcessFacts

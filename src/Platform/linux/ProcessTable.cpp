@@ -27,15 +27,15 @@ struct CloseFolder {
 };
 
 /// The id that a folder of /proc is named after; 0 for another name.
-pid_t processOf(std::string_view name)
+ProcessID processOf(std::string_view name)
 {
-    pid_t process = 0;
+    ProcessID process = 0;
     const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), process);
     return error == std::errc() && end == name.data() + name.size() ? process : 0;
 }
 
 /// Processor time in nanoseconds, where the kernel's files count ticks of ten milliseconds.
-std::optional<double> cpuSeconds(pid_t process)
+std::optional<double> cpuSeconds(ProcessID process)
 {
     clockid_t clock = 0;
     timespec time{};
@@ -60,17 +60,17 @@ std::uint64_t bytes(std::string_view kibibytes)
 }
 
 template <typename Predicate>
-std::vector<pid_t> processes(Predicate isWanted)
+std::vector<ProcessID> processes(Predicate isWanted)
 {
-    std::vector<pid_t> found;
+    std::vector<ProcessID> found;
     const std::unique_ptr<DIR, CloseFolder> folder(::opendir("/proc"));
     while (const dirent* entry = folder ? ::readdir(folder.get()) : nullptr)
-        if (const pid_t process = processOf(entry->d_name); process > 0 && isWanted(process))
+        if (const ProcessID process = processOf(entry->d_name); process > 0 && isWanted(process))
             found.push_back(process);
     return found;
 }
 
-bool hasInEnvironment(pid_t process, std::string_view assignment)
+bool hasInEnvironment(ProcessID process, std::string_view assignment)
 {
     const std::optional<std::string> variables = Files::readIfPossible(fmt::format("/proc/{}/environ", process));
     if (!variables)
@@ -83,28 +83,28 @@ bool hasInEnvironment(pid_t process, std::string_view assignment)
 
 } // namespace
 
-std::vector<pid_t> group(pid_t group)
+std::vector<ProcessID> group(ProcessID group)
 {
-    return processes([group](pid_t process) { return isInGroup(process, group); });
+    return processes([group](ProcessID process) { return isInGroup(process, group); });
 }
 
-std::vector<pid_t> carriers(const std::string& variable, const std::string& value)
+std::vector<ProcessID> carriers(const std::string& variable, const std::string& value)
 {
     const std::string assignment = fmt::format("{}={}", variable, value);
-    return processes([&](pid_t process) { return hasInEnvironment(process, assignment); });
+    return processes([&](ProcessID process) { return hasInEnvironment(process, assignment); });
 }
 
-bool carries(pid_t process, const std::string& variable, const std::string& value)
+bool carries(ProcessID process, const std::string& variable, const std::string& value)
 {
     return hasInEnvironment(process, fmt::format("{}={}", variable, value));
 }
 
-bool isInGroup(pid_t process, pid_t group)
+bool isInGroup(ProcessID process, ProcessID group)
 {
     return ::getpgid(process) == group;
 }
 
-bool kill(pid_t process, const std::function<bool(pid_t process)>& isMeant)
+bool kill(ProcessID process, const std::function<bool(ProcessID process)>& isMeant)
 {
     try {
         // A hold on the process that has the id now. If that one is still there after the question, the question was
@@ -119,7 +119,7 @@ bool kill(pid_t process, const std::function<bool(pid_t process)>& isMeant)
     }
 }
 
-std::optional<Usage> usage(pid_t process)
+std::optional<Usage> usage(ProcessID process)
 {
     // smaps_rollup tells more, and walks the page tables of all that it measures: 10 milliseconds for each gigabyte.
     const std::optional<std::string> status = Files::readIfPossible(fmt::format("/proc/{}/status", process));

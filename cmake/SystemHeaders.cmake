@@ -1,0 +1,25 @@
+# cmake -P cmake/SystemHeaders.cmake, from the repository's root: what an operating system gives has its one place in
+# src/Platform. Everywhere else an include in angles is a header of C++ (but <csignal>, whose uses are the system's) or
+# of a library in the list below, so that a system header that nobody thought of is found as well.
+set(libraries [[^(asio|CLI|fmt|nlohmann|unicode)/|^(sqlite3|utf8proc|uuid/uuid)\.h$]])
+set(systems [[^asio/posix/|^csignal$]])
+
+set(root ${CMAKE_CURRENT_LIST_DIR}/..)
+file(GLOB_RECURSE sources RELATIVE ${root} ${root}/src/*.h ${root}/src/*.cpp)
+list(FILTER sources EXCLUDE REGEX "^src/Platform/")
+if(NOT sources)
+    message(FATAL_ERROR "no sources below ${root}/src")
+endif()
+set(found "")
+foreach(source IN LISTS sources)
+    file(STRINGS ${root}/${source} lines REGEX "^ *# *include *<")
+    foreach(line IN LISTS lines)
+        string(REGEX REPLACE ".*<([^>]*)>.*" "\\1" header "${line}")
+        if(header MATCHES "${systems}" OR (header MATCHES "[./]" AND NOT header MATCHES "${libraries}"))
+            string(APPEND found "\n${source} includes <${header}>")
+        endif()
+    endforeach()
+endforeach()
+if(found)
+    message(FATAL_ERROR "Only src/Platform may name what a system gives; make it a service there, with a header of its own.${found}")
+endif()

@@ -1,0 +1,82 @@
+#include "Platform/SharedOutput.h"
+
+#include "Platform/StandardStreams.h"
+#include "Platform/SystemError.h"
+
+#include <climits>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+
+namespace veltry {
+
+namespace {
+
+/// A pipe that has room at all has room for this much, so a blocking write of it doesn't block (pipe(7)).
+constexpr std::size_t atomicSize = PIPE_BUF;
+
+} // namespace
+
+SharedOutput::SharedOutput(FileDescriptor file)
+    : file_(std::move(file)), stopEvent_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      isTerminal_(StandardStreams::isTerminal(file_.get()))
+{
+    if (!stopEvent_)
+        throw SystemError("could not make an event");
+}
+
+bool SharedOutput::writeIfPossible(std::string_view bytes) const
+{
+    // A terminal may stop taking bytes in the middle of a write.
+    if (bytes.size() > atomicSize || isTerminal_)
+        return false;
+    pollfd polled{.fd = file_.get(), .events = POLLOUT, .revents = 0};
+    if (::poll(&polled, 1, 0) != 1 || (polled.revents & POLLOUT) == 0)
+        return false;
+    const ssize_t count = ::write(file_.get(), bytes.data(), bytes.size());
+    if (count == static_cast<ssize_t>(bytes.size()))
+        return true;
+    if (count < 0 && (errno == EINTR || errno == EAGAIN))
+        return false;
+    if (count < 0)
+        throw SystemError("could not write to the peer");
+    writeAll(bytes.substr(static_cast<std::size_t>(count))); // a disk that is nearly full; the rest says so
+    return true;
+}
+
+bool SharedOutput::writeAll(std::string_view bytes) const
+{
+    while (!bytes.empty()) {
+        if (!waitForRoom())
+            return false;
+        const ssize_t count = ::write(file_.get(), bytes.data(), std::min(atomicSize, bytes.size()));
+        if (count < 0 && errno != EINTR && errno != EAGAIN)
+            throw SystemError("could not write to the peer");
+        if (count > 0)
+            bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return true;
+}
+
+void SharedOutput::stop() noexcept
+{
+    ::eventfd_write(stopEvent_.get(), 1); // never read, so that it holds for every wait to come
+}
+
+/// Blocks until the peer takes more; false once stop() was called.
+bool SharedOutput::waitForRoom() const
+{
+    std::array<pollfd, 2> polled{
+        pollfd{.fd = stopEvent_.get(), .events = POLLIN, .revents = 0},
+        pollfd{.fd = file_.get(), .events = POLLOUT, .revents = 0}};
+    while (::poll(polled.data(), polled.size(), -1) < 0)
+        if (errno != EINTR)
+            throw SystemError("could not wait for the peer");
+    return polled[0].revents == 0;
+}
+
+} // namespace veltry
