@@ -147,7 +147,7 @@ private:
         ++line_;
     }
 
-    /// Behind the first bracket of `[name]` or `[[name]]`.
+    /// After the first bracket of `[name]` or `[[name]]`.
     void header()
     {
         const bool isList = accept('[');
@@ -253,7 +253,7 @@ private:
         return text_[position_++];
     }
 
-    /// Behind the backslash.
+    /// After the backslash.
     char32_t escape()
     {
         if (atEnd())
@@ -289,7 +289,7 @@ private:
         return *scalar;
     }
 
-    /// Behind the opening bracket.
+    /// After the opening bracket.
     TOML array(std::size_t depth)
     {
         TOML::Array elements;

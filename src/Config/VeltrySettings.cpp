@@ -20,7 +20,6 @@ namespace {
 
 using Key = VeltrySettings::Key;
 using Value = VeltrySettings::Value;
-using Problem = std::optional<std::string>; ///< what is wrong with a value, to be read behind its key
 
 constexpr double runsLimit = 10000; ///< `max_runs` must stay below it
 
@@ -28,11 +27,23 @@ constexpr std::string_view fileHeader =
     "# Harrowick Veltry's settings. Veltry reads this file whenever it changes, and\n"
     "# writes the line for a setting you change in the app. Your comments stay.\n";
 
+/// Why a value is passed over.
+struct Problem {
+    /// What the value must be, to be read after the key: "must be true or false".
+    std::string rule;
+    /// A text that stands there and isn't one of those that may.
+    std::optional<std::string> found{};
+
+    [[nodiscard]] std::string text() const { return found ? fmt::format("{}; it is \"{}\"", rule, *found) : rule; }
+};
+
+using Checked = std::optional<Problem>;
+
 /// A setting, its place and its explanation in the file.
 struct Field {
     Key key;
     std::string_view comment;
-    Problem (*read)(VeltrySettings& settings, const TOML& value);
+    Checked (*read)(VeltrySettings& settings, const TOML& value);
     Value (*value)(const VeltrySettings& settings);
 };
 
@@ -41,9 +52,9 @@ constexpr Field booleanField(Key key, std::string_view comment)
 {
     return {
         key, comment,
-        [](VeltrySettings& settings, const TOML& value) -> Problem {
+        [](VeltrySettings& settings, const TOML& value) -> Checked {
             if (!value.boolean())
-                return "must be true or false";
+                return Problem{"must be true or false"};
             settings.*member = *value.boolean();
             return std::nullopt;
         },
@@ -55,9 +66,9 @@ constexpr Field nameField(Key key, std::string_view comment)
 {
     return {
         key, comment,
-        [](VeltrySettings& settings, const TOML& value) -> Problem {
+        [](VeltrySettings& settings, const TOML& value) -> Checked {
             if (!value.string() || value.string()->empty())
-                return "must be a name in quotes";
+                return Problem{"must be a name in quotes"};
             settings.*member = *value.string();
             return std::nullopt;
         },
@@ -69,10 +80,10 @@ constexpr Field countField(Key key, std::string_view comment)
 {
     return {
         key, comment,
-        [](VeltrySettings& settings, const TOML& value) -> Problem {
+        [](VeltrySettings& settings, const TOML& value) -> Checked {
             const double* number = value.number();
             if (!number || *number != std::trunc(*number) || *number < 0 || *number >= runsLimit)
-                return "must be a whole number, 0 or more";
+                return Problem{"must be a whole number, 0 or more"};
             settings.*member = static_cast<std::int64_t>(*number);
             return std::nullopt;
         },
@@ -99,12 +110,12 @@ constexpr Field choiceField(Key key, std::string_view comment)
     using Choice = std::remove_cvref_t<decltype(std::declval<VeltrySettings>().*member)>;
     return {
         key, comment,
-        [](VeltrySettings& settings, const TOML& value) -> Problem {
+        [](VeltrySettings& settings, const TOML& value) -> Checked {
             if (!value.string())
-                return "must be " + listedWords<Choice>();
+                return Problem{"must be " + listedWords<Choice>()};
             const std::optional<Choice> choice = fromWord<Choice>(*value.string());
             if (!choice)
-                return fmt::format("must be {}; it is \"{}\"", listedWords<Choice>(), *value.string());
+                return Problem{.rule = "must be " + listedWords<Choice>(), .found = *value.string()};
             settings.*member = *choice;
             return std::nullopt;
         },
@@ -166,8 +177,8 @@ void readTable(const std::string& name, const TOML::Table& members, VeltrySettin
             std::ranges::find_if(fields, [&](const Field& f) { return f.key.table == name && f.key.name == key; });
         if (field == std::end(fields))
             reading.warnings.push_back(fmt::format("{}.{} is not a setting", name, key));
-        else if (const Problem problem = field->read(reading.settings, value))
-            reading.warnings.push_back(fmt::format("{}.{} {}", name, key, *problem));
+        else if (const Checked problem = field->read(reading.settings, value))
+            reading.warnings.push_back(fmt::format("{}.{} {}", name, key, problem->text()));
     }
 }
 
@@ -197,7 +208,7 @@ std::optional<std::string_view> tableName(std::string_view header)
     return bareName(header.substr(1, closing - 1));
 }
 
-/// The comment behind a value, from its "#" on; empty if there is none. A "#" inside quotes begins no comment.
+/// The comment after a value, from its "#" on; empty if there is none. A "#" inside quotes begins no comment.
 std::string_view commentBehind(std::string_view value)
 {
     char quote = 0;
@@ -227,8 +238,8 @@ std::string changedLine(std::string_view line, const Value& value)
 
 /// Where a setting stands in a file, or would.
 struct Place {
-    std::optional<std::size_t> line;   ///< the line that holds it
-    std::optional<std::size_t> behind; ///< the line that a new one would follow; nothing if the table is missing
+    std::optional<std::size_t> line;  ///< the line that holds it
+    std::optional<std::size_t> after; ///< the line that a new one would follow; nothing if the table is missing
 };
 
 Place find(Key key, const std::vector<std::string_view>& lines)
@@ -248,10 +259,10 @@ Place find(Key key, const std::vector<std::string_view>& lines)
         if (table != key.table || line.starts_with('#') || equals == std::string_view::npos)
             continue;
         if (bareName(line.substr(0, equals)) == key.name)
-            return {.line = index, .behind = {}};
+            return {.line = index, .after = {}};
         lastKey = index;
     }
-    return {.line = {}, .behind = lastKey ? lastKey : header};
+    return {.line = {}, .after = lastKey ? lastKey : header};
 }
 
 /// The line that keeps the setting from being written, as an index. In the table: where its place is inside a value of
@@ -259,8 +270,8 @@ Place find(Key key, const std::vector<std::string_view>& lines)
 std::optional<std::size_t> obstacle(Key key, const std::vector<std::string_view>& lines)
 {
     const Place place = find(key, lines);
-    if (place.line || place.behind)
-        return place.line ? place.line : place.behind;
+    if (place.line || place.after)
+        return place.line ? place.line : place.after;
     for (std::size_t index = 0; index < lines.size(); ++index) {
         const std::string_view line = trimmedBlanks(lines[index]);
         const std::string_view name = line.starts_with("[[") ? bareName(line.substr(2, line.find(']') - 2))
@@ -365,11 +376,11 @@ std::expected<Value, std::string> VeltrySettings::valueFromWord(Key key, std::st
         number && std::holds_alternative<std::int64_t>(usual))
         given = TOML(*number);
     // The warning of a file doesn't tell the limit, since other programs show it in the same words.
-    if (Problem problem = its.read(settings, given))
+    if (Checked problem = its.read(settings, given))
         return std::unexpected(
             std::holds_alternative<std::int64_t>(usual)
                 ? fmt::format("must be a whole number from 0 to {}", static_cast<std::int64_t>(runsLimit) - 1)
-                : std::move(*problem));
+                : std::move(problem->rule));
     return its.value(settings);
 }
 
@@ -399,14 +410,14 @@ std::string VeltrySettings::setting(Key key, const Value& value, std::string_vie
 {
     const std::vector<std::string_view> lines = text::split(text, '\n');
     const Place place = find(key, lines);
-    if (!place.line && !place.behind)
+    if (!place.line && !place.after)
         return withNewTable(text, key, value);
 
     std::vector<std::string> changed(lines.begin(), lines.end());
     if (place.line)
         changed[*place.line] = changedLine(lines[*place.line], value);
     else
-        changed.insert(changed.begin() + static_cast<std::ptrdiff_t>(*place.behind) + 1, assignment(key, value));
+        changed.insert(changed.begin() + static_cast<std::ptrdiff_t>(*place.after) + 1, assignment(key, value));
     return text::joined(changed, "\n");
 }
 

@@ -69,8 +69,8 @@ struct VeltrySettings {
     /// The comment that explains the setting in a file.
     [[nodiscard]] static std::string_view explanation(Key key);
     [[nodiscard]] Value value(Key key) const;
-    /// What a person's word for the setting stands for, held against the rules of read(); the error tells what it must
-    /// be, as a warning does behind the key.
+    /// What a person's word for the setting stands for, held against the rules of read(). The error is the rule that it
+    /// breaks, to be read after the key: "must be true or false".
     [[nodiscard]] static std::expected<Value, std::string> valueFromWord(Key key, std::string_view word);
 
     /// The environment's VELTRY_SETTINGS_PATH if it isn't empty, else "Harrowick Veltry/settings.toml" in the
@@ -109,7 +109,7 @@ struct VeltrySettings::Refused : Error {
     Refused(std::size_t number, std::string content) : line(number), text(std::move(content)) {}
     [[nodiscard]] std::string description() const override;
     std::size_t line; ///< in the text as it was; the first is 1
-    std::string text; ///< of that line
+    std::string text; ///< the line's own
 };
 
 // As the file has them.

@@ -1,5 +1,6 @@
 #include "Experiments/Computer.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Experiments/Spawn.h"
 #include "Platform/FileSystemFacts.h"
@@ -81,7 +82,7 @@ std::string usage(const std::vector<Card>& cards)
     const auto busy = std::ranges::count_if(cards, [](const Card& card) { return *card.isInUse; });
     if (cards.size() == 1)
         return busy == 1 ? " It is in use." : " It is free.";
-    return busy == 0 ? " None is in use." : fmt::format(" {} {} in use.", busy, busy == 1 ? "is" : "are");
+    return busy == 0 ? " None is in use." : fmt::format(" {} in use.", counted(busy, "is", "are"));
 }
 
 std::string gpuLine(const GPUFacts::Cards& found, std::string_view visible, std::size_t longest)

@@ -1,5 +1,6 @@
 #include "Experiments/Lab.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Experiments/Spawn.h"
 #include "Experiments/Supervisor.h"
@@ -18,6 +19,8 @@
 namespace veltry {
 
 namespace {
+
+using Code = LabError::Code;
 
 /// A run this young counts as live without a look at its lock: its supervisor may still be starting.
 constexpr double startingSeconds = 10.0;
@@ -47,9 +50,10 @@ std::string slug(std::string_view title)
 
 LabError noExperiment(const NodeName& name)
 {
-    return {
-        "experiment_not_found",
-        fmt::format("No experiment {} in this project. Call experiment_tree for the ids.", name.text())};
+    return LabError(
+        Code::experimentNotFound,
+        fmt::format("No experiment {} in this project. Call experiment_tree for the ids.", name.text()),
+        {.name = name.text()});
 }
 
 } // namespace
@@ -87,7 +91,8 @@ Run Lab::run(const RunName& name) const
     else if (name.id())
         found = store->run(*name.id());
     if (!found || found->projectID != project.id)
-        throw LabError("run_not_found", fmt::format("No run {} in this project.", name.text()));
+        throw LabError(
+            Code::runNotFound, fmt::format("No run {} in this project.", name.text()), {.name = name.text()});
     return std::move(*found);
 }
 
@@ -138,13 +143,15 @@ Experiment Lab::create(const NewNode& node) const
 {
     const std::string title(text::trimmed(node.title));
     if (title.empty())
-        throw LabError("title_required", "Give the experiment a title: the idea it tests.");
+        throw LabError(Code::titleRequired, "Give the experiment a title: the idea it tests.");
     const Git git = repository();
-    if (!git.isRepository())
+    if (!git.isRepository()) {
+        const std::string folder = project.folders.front().string();
         throw LabError(
-            "not_a_repository", fmt::format(
-                                    "{} is not a git repository. Run `git init` and commit the code first.",
-                                    project.folders.front().string()));
+            Code::notARepository,
+            fmt::format("{} is not a git repository. Run `git init` and commit the code first.", folder),
+            {.folder = folder});
+    }
 
     std::optional<Experiment> parent;
     std::optional<std::string> base;
@@ -153,24 +160,27 @@ Experiment Lab::create(const NewNode& node) const
         parent = experiment(*node.parent);
         if (node.runCommand && *node.runCommand != parent->runCommand)
             throw LabError(
-                "run_command_inherited",
+                Code::runCommandInherited,
                 fmt::format(
                     "A child runs its parent's command: {}. Leave run_command out, and change the code on the child's "
                     "branch instead.",
-                    parent->runCommand));
+                    parent->runCommand),
+                {.command = parent->runCommand});
         base = git.resolve(Git::branchReference(parent->branch));
         if (!base)
             throw LabError(
-                "branch_missing", fmt::format("The parent's branch {} is gone from the repository.", parent->branch));
+                Code::branchMissing, fmt::format("The parent's branch {} is gone from the repository.", parent->branch),
+                {.branch = parent->branch});
         command = parent->runCommand;
     } else {
         command = text::trimmed(node.runCommand.value_or(""));
         if (command.empty())
             throw LabError(
-                "run_command_required", "A baseline names the run command every node under it runs. Pass run_command.");
+                Code::runCommandRequired,
+                "A baseline names the run command every node under it runs. Pass run_command.");
         base = git.resolve("HEAD");
         if (!base)
-            throw LabError("no_commits", "The repository has no commits. Commit the project's code first.");
+            throw LabError(Code::noCommits, "The repository has no commits. Commit the project's code first.");
     }
 
     const std::string name = freeSlug(title);
@@ -237,7 +247,9 @@ Run Lab::launch(const NodeName& name, std::int64_t maxRuns) const
         reason = describe(error);
     }
     store->finishRun(run.id, Run::Status::failed, std::nullopt, std::nullopt);
-    throw LabError("launch_failed", fmt::format("Run {} could not start: {}", run.number, reason));
+    throw LabError(
+        Code::launchFailed, fmt::format("Run {} could not start: {}", run.number, reason),
+        {.reason = reason, .run = run.number});
 }
 
 /// All that has to hold before a run may exist, and its row. The lock is the kernel's and spans every server of the
@@ -251,27 +263,30 @@ Run Lab::admit(const Experiment& experiment, std::int64_t maxRuns) const
     const ExperimentTree::Node& node = look.nodes().front();
     if (node.isFrozen())
         throw LabError(
-            "frozen",
+            Code::frozen,
             fmt::format(
                 "Run {} answered {}, so its code is fixed. Create a child with create_experiment to try something "
                 "else.",
-                node.answer->number, experiment.title));
+                node.answer->number, experiment.title),
+            {.title = experiment.title, .run = node.answer->number});
     for (const Run* run : node.runs)
         if (!run->isFinished())
             throw LabError(
-                "already_running",
+                Code::alreadyRunning,
                 fmt::format(
                     "Run {} of {} is still running. Wait for it with wait_for_runs, or stop it with cancel_run.",
-                    run->number, experiment.title));
+                    run->number, experiment.title),
+                {.title = experiment.title, .run = run->number});
 
     const std::string commit = commitPending(experiment, node.runs.size());
     try {
         static_cast<void>(TelemetryLayout::read(worktree(experiment)));
     } catch (const TelemetryLayout::Invalid& invalid) {
+        const std::string reason = invalid.description();
         throw LabError(
-            "telemetry_invalid", fmt::format(
-                                     "telemetry.toml {}. Fix it in the node's worktree and call run_experiment again.",
-                                     invalid.description()));
+            Code::telemetryInvalid,
+            fmt::format("telemetry.toml {}. Fix it in the node's worktree and call run_experiment again.", reason),
+            {.reason = reason});
     }
     const UUID runID = UUID::random();
     return store->insertRun(runID, experiment, commit, runsFolder / runID.text());
@@ -284,11 +299,12 @@ void Lab::checkLimit(std::int64_t maxRuns) const
     const std::int64_t live = std::ranges::count_if(store->unfinishedRuns(), isLive);
     if (live >= maxRuns)
         throw LabError(
-            "too_many_runs",
+            Code::tooManyRuns,
             fmt::format(
-                "{} {} going, and settings.toml allows {} at once. Wait for one with wait_for_runs, or raise "
+                "{} going, and settings.toml allows {} at once. Wait for one with wait_for_runs, or raise "
                 "experiments.max_runs.",
-                live, live == 1 ? "run is" : "runs are", maxRuns));
+                counted(live, "run is", "runs are"), maxRuns),
+            {.count = live, .limit = maxRuns});
 }
 
 /// The tip of the node's branch, with what was pending in the worktree committed to it.
@@ -304,7 +320,9 @@ std::string Lab::commitPending(const Experiment& experiment, std::size_t runsSoF
     }
     std::optional<std::string> commit = git.resolve(Git::branchReference(experiment.branch));
     if (!commit)
-        throw LabError("branch_missing", fmt::format("The branch {} is gone.", experiment.branch));
+        throw LabError(
+            Code::branchMissing, fmt::format("The branch {} is gone.", experiment.branch),
+            {.branch = experiment.branch});
     return std::move(*commit);
 }
 

@@ -58,7 +58,7 @@ public:
     /// Compares the node's code with what it grew from: its parent's branch or, for a baseline, what the repository has
     /// checked out. Of a provisional node it shows the worktree as it stands at that moment, with what is neither
     /// committed nor added, and touches neither it nor its index; where the worktree is gone, the branch's last commit.
-    /// Of a frozen node it shows the commit of its last run with a result.
+    /// A frozen node is shown by the commit of its last run with a result.
     ///
     /// The person's git configuration and attributes have no say, the project's own .gitattributes do. LabError:
     /// branch_missing for a side that is gone, git_failed for what git refuses.

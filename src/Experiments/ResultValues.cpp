@@ -1,8 +1,7 @@
 #include "Experiments/ResultValues.h"
 
 #include "Base/JSONEvents.h"
-
-#include <fmt/format.h>
+#include "Base/Numbers.h"
 
 #include <algorithm>
 #include <cmath>
@@ -11,13 +10,6 @@
 namespace veltry {
 
 namespace {
-
-constexpr double exactIntegers = 9007199254740992.0; // 2^53
-
-bool isWhole(double number)
-{
-    return std::abs(number) < exactIntegers && number == std::round(number);
-}
 
 /// Takes the values out of a document as it is read.
 class Flattener final : public JSONEvents {
@@ -69,7 +61,7 @@ public:
         leave();
     }
 
-    /// Of a repeated key the last value, in the place of the first.
+    /// A key that is repeated has its last value, in the place of the first.
     ResultValues take()
     {
         std::unordered_map<std::string_view, std::size_t> places;
@@ -155,23 +147,6 @@ std::optional<double> difference(const ResultValue& value, const ResultValues& r
     if (!other || !value.number() || !std::isfinite(*value.number() - *other))
         return std::nullopt;
     return *value.number() - *other;
-}
-
-std::string shownNumber(double number)
-{
-    return isWhole(number) ? exactNumber(number) : fmt::format("{:.6g}", number);
-}
-
-std::string shownDifference(double difference)
-{
-    if (difference == 0)
-        return "0";
-    return isWhole(difference) ? fmt::format("{:+.0f}", difference) : fmt::format("{:+.6g}", difference);
-}
-
-std::string exactNumber(double number)
-{
-    return isWhole(number) ? fmt::format("{:.0f}", number + 0.0) : fmt::format("{}", number);
 }
 
 } // namespace veltry

@@ -38,11 +38,4 @@ using ResultValues = std::vector<ResultValue>;
 /// a double can't hold.
 [[nodiscard]] std::optional<double> difference(const ResultValue& value, const ResultValues& reference);
 
-/// For eyes: six digits, whole numbers whole ("0.412346", "9120").
-[[nodiscard]] std::string shownNumber(double number);
-/// The same with its sign: "+0.012", "-3", "0".
-[[nodiscard]] std::string shownDifference(double difference);
-/// For programs: whatever reads back equal.
-[[nodiscard]] std::string exactNumber(double number);
-
 } // namespace veltry

@@ -29,7 +29,7 @@ struct Failure : Error {
 
 struct Options {
     std::filesystem::path executable;      ///< absolute
-    std::vector<std::string> arguments;    ///< behind argv[0]
+    std::vector<std::string> arguments;    ///< after argv[0]
     ChildProcess::Environment environment; ///< the whole of it
     std::filesystem::path directory;       ///< the child's working directory
     std::filesystem::path log;             ///< takes the child's output and errors, appended; made with mode 0644

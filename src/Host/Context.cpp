@@ -52,7 +52,7 @@ const Project& projectNamed(const std::vector<Project>& projects, std::string_vi
             fmt::format("There is no project \"{}\".{} veltry projects lists them.", given, didYouMean(given, known)));
     if (found.size() > 1)
         throw Refusal(fmt::format(
-            "{} projects go by \"{}\". Name one by its id, which veltry projects shows.", found.size(), given));
+            "{} projects match \"{}\". Name one by its id, which veltry projects shows.", found.size(), given));
     return *found.front();
 }
 
@@ -76,7 +76,7 @@ const Project& projectAround(const std::vector<Project>& projects, const std::fi
                 " The folder of {}, {}, is gone; if this is it, move it back.", project.name,
                 project.folders.front().string());
     throw Refusal(fmt::format(
-        "No project's folder holds {}.{} Go to one, name it with --project, or register this one: veltry init.",
+        "No project's folder contains {}.{} Change to one, name it with --project, or register this one: veltry init.",
         directory.string(), gone));
 }
 
@@ -177,7 +177,7 @@ Experiment Context::node(std::string_view given)
         return *found.front();
     if (found.size() > 1)
         throw Refusal(fmt::format(
-            "{} nodes go by \"{}\". Name one by the end of its branch: {}, {}.", found.size(), given, found[0]->slug,
+            "{} nodes match \"{}\". Name one by the end of its branch: {}, {}.", found.size(), given, found[0]->slug,
             found[1]->slug));
     throw Refusal(fmt::format("There is no node \"{}\".{} veltry tree lists them.", given, didYouMean(given, known)));
 }
@@ -269,7 +269,7 @@ AgentQuestions Context::round(std::string_view given)
         if (names(given, round.id))
             return std::move(round);
     throw Refusal(
-        open.empty() ? fmt::format("There is no round \"{}\": no agent of the project asks anything.", given)
+        open.empty() ? fmt::format("There is no round \"{}\": no agent of the project is asking anything.", given)
                      : fmt::format("There is no round \"{}\". veltry questions lists the open ones.", given));
 }
 

@@ -18,8 +18,8 @@
 
 namespace veltry {
 
-/// What a command works with: the common options, what they name, and where its words go. Everything is looked up when
-/// it is first asked for. Used by the main thread.
+/// What a command works with: the common options, what they name, and where its output goes. Everything is looked up
+/// when it is first asked for. Used by the main thread.
 class Context {
 public:
     /// The values of --db, --project and --json.
@@ -38,7 +38,7 @@ public:
     void print(std::string_view text) const { out_.write(text); }
     /// For --json: the document on several lines.
     void printJSON(const JSONValue& document) const;
-    /// A line on standard error: what was done, apart from what was asked for.
+    /// A line on standard error: what was done, as opposed to what was asked for.
     void note(std::string_view line) const;
 
     [[nodiscard]] std::filesystem::path storePath() const;
@@ -55,7 +55,7 @@ public:
     /// What to do about a project's folder that is gone.
     static constexpr std::string_view movedFolder =
         "Move it back: veltry init where it is now would begin a project without its experiments.";
-    /// Throws Refusal as project() does, and if the project's repository isn't there any more.
+    /// Throws Refusal as project() does, and if the project's repository is gone.
     [[nodiscard]] const Lab& lab();
 
     /// The node of the project by its id or the start of one, its slug, its branch or its title; by "#3" the node of a

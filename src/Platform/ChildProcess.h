@@ -51,7 +51,7 @@ enum class Group {
 
 struct Command {
     std::filesystem::path executable;   ///< absolute, as find() gives it; PATH is not searched
-    std::vector<std::string> arguments; ///< behind argv[0], which is the executable's path
+    std::vector<std::string> arguments; ///< after argv[0], which is the executable's path
     Environment environment;            ///< the whole of it
     std::filesystem::path directory{};  ///< the child's working directory; empty for the caller's
     Stream input{};

@@ -13,10 +13,9 @@ struct FileSystem {
     /// Other machines may have it too. Locks and shared memory then can't be relied on, and changes aren't told.
     bool isNetwork = false;
     std::uint64_t freeBytes = 0; ///< for us, without what is kept for the administrator
-    std::uint64_t totalBytes = 0;
 };
 
-/// Of `path`, or, where nothing lies there yet, of the first folder above that is there. Nothing if it can't be told.
+/// Where `path` lies, or would lie: nothing need be there yet. Nothing if it can't be told.
 [[nodiscard]] std::optional<FileSystem> of(const std::filesystem::path& path);
 
 /// Whether a type's name is that of a network file system.

@@ -37,7 +37,7 @@ struct Size {
     std::size_t columns, rows;
     friend bool operator==(const Size&, const Size&) = default;
 };
-/// Of the terminal there, as it is now; zeros if it doesn't tell.
+/// The size of the terminal there, as it is now; zeros if it doesn't tell.
 [[nodiscard]] Size terminalSize(int stream) noexcept;
 
 } // namespace veltry::StandardStreams

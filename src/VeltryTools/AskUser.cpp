@@ -17,7 +17,9 @@ void refuseRepeatedLabels(const Question& question)
     for (auto option = question.options.begin(); option != question.options.end(); ++option)
         if (std::ranges::find(option + 1, question.options.end(), option->label, &Question::Option::label) !=
             question.options.end())
-            throw LabError("duplicate_options", fmt::format("\"{}\" offers the same label twice.", question.question));
+            throw LabError(
+                LabError::Code::duplicateOptions, fmt::format("\"{}\" offers the same label twice.", question.question),
+                {.title = question.question});
 }
 
 /// Counts the options only when all have been read, so that one without a label is told of first.
@@ -28,7 +30,7 @@ std::vector<Question::Option> readOptions(const std::string& question, const JSO
         return {};
     const JSONValue::Array* elements = given->array();
     if (!elements)
-        throw LabError("invalid_options", "options is a list of {label, description}.");
+        throw LabError(LabError::Code::invalidOptions, "options is a list of {label, description}.");
     std::vector<Question::Option> options;
     for (const JSONValue& element : *elements)
         options.push_back(
@@ -36,10 +38,11 @@ std::vector<Question::Option> readOptions(const std::string& question, const JSO
              .description = ToolArguments::optionalString("description", element)});
     if (options.size() > mostOptions)
         throw LabError(
-            "too_many_options",
+            LabError::Code::tooManyOptions,
             fmt::format(
                 "\"{}\" has {} options. Offer at most {}; the person can always answer in their own words.", question,
-                options.size(), mostOptions));
+                options.size(), mostOptions),
+            {.title = question, .count = std::ssize(options), .limit = mostOptions});
     return options;
 }
 
@@ -61,10 +64,14 @@ std::vector<Question> questions(const JSONValue& arguments)
     const JSONValue* given = arguments.find("questions");
     const JSONValue::Array* elements = given ? given->array() : nullptr;
     if (!elements || elements->empty())
-        throw LabError("missing_argument", fmt::format("Pass questions: one to {} of them.", mostQuestions));
+        throw LabError(
+            LabError::Code::missingArgument, fmt::format("Pass questions: one to {} of them.", mostQuestions),
+            {.name = "questions", .limit = mostQuestions});
     if (elements->size() > mostQuestions)
         throw LabError(
-            "too_many_questions", fmt::format("Ask at most {} questions at once. Ask the rest after.", mostQuestions));
+            LabError::Code::tooManyQuestions,
+            fmt::format("Ask at most {} questions at once. Ask the rest after.", mostQuestions),
+            {.count = std::ssize(*elements), .limit = mostQuestions});
     std::vector<Question> read;
     for (const JSONValue& element : *elements)
         read.push_back(readQuestion(element));

@@ -123,7 +123,7 @@ std::string logTail(const std::filesystem::path& log, std::int64_t count)
     const std::uint64_t span = std::min(size, bound);
     const std::string tail = text::repaired(Files::readAt(file, size - span, span));
 
-    // The last `count` pieces begin behind the count-th line feed from the end; a final line feed ends an empty piece.
+    // The last `count` pieces begin after the count-th line feed from the end; a final line feed ends an empty piece.
     std::size_t lineFeed = tail.size();
     for (std::int64_t pieces = 0; pieces < count && lineFeed != std::string::npos; ++pieces)
         lineFeed = lineFeed == 0 ? std::string::npos : tail.rfind('\n', lineFeed - 1);

@@ -1,5 +1,6 @@
 #include "VeltryTools/LabTools.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Config/VeltrySettings.h"
 #include "Experiments/RunWatch.h"
@@ -35,7 +36,7 @@ std::string titleOf(const Lab& lab, const Run& run)
 
 std::string runsInFlight(std::size_t count)
 {
-    return fmt::format("{} {} in flight", count, count == 1 ? "run" : "runs");
+    return counted(static_cast<std::int64_t>(count), "run in flight", "runs in flight");
 }
 
 } // namespace
@@ -204,7 +205,8 @@ LabTools::Answer LabTools::askUser(JSONValue arguments, Progress progress) const
 {
     const std::vector<Question> questions = AskUser::questions(arguments);
     if (!conversation)
-        throw LabError("no_conversation", "Nobody is there to answer: this server serves no conversation.");
+        throw LabError(
+            LabError::Code::noConversation, "Nobody is there to answer: this server serves no conversation.");
     const UUID id = lab->store->ask(questions, *conversation).id;
 
     const Clock::time_point deadline = Clock::now() + questionWait;

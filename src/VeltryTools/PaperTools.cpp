@@ -1,5 +1,6 @@
 #include "VeltryTools/PaperTools.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Literature/OpenAlex.h"
 #include "Literature/PaperTexts.h"
@@ -18,15 +19,22 @@ namespace {
 constexpr std::int64_t defaultLimit = 10;
 constexpr std::int64_t highestLimit = OpenAlex::pageSize;
 
+/// How a failure of the service or of a download reaches an agent: its text, with a word in front that says which.
+struct Failed : Error {
+    Failed(std::string_view word, const Error& error) : text(fmt::format("{}: {}", word, error.description())) {}
+    [[nodiscard]] std::string description() const override { return text; }
+    std::string text;
+};
+
 /// Gives failures of the service and of downloads the words by which an agent tells them from those of the lab.
 asio::awaitable<std::string> named(asio::awaitable<std::string> work)
 {
     try {
         co_return co_await std::move(work);
     } catch (const PaperSearchError& error) {
-        throw LabError("search_failed", error.description());
+        throw Failed("search_failed", error);
     } catch (const PaperFileError& error) {
-        throw LabError("download_failed", error.description());
+        throw Failed("download_failed", error);
     }
 }
 
@@ -89,7 +97,8 @@ asio::awaitable<Paper> PaperTools::paper(JSONValue arguments) const
     std::optional<Paper> found = co_await search->paper(id);
     if (!found)
         throw LabError(
-            "paper_not_found", fmt::format("No paper {}. Use an id from search_papers, like W4385245566.", id));
+            LabError::Code::paperNotFound,
+            fmt::format("No paper {}. Use an id from search_papers, like W4385245566.", id), {.name = id});
     co_return std::move(*found);
 }
 
@@ -155,8 +164,7 @@ std::string PaperTools::listLibrary(const JSONValue& /*arguments*/) const
         entries.push_back({.paper = std::move(paper), .saved = true, .citing = std::move(nodes)});
     }
     return fmt::format(
-        "{} saved to this project:\n\n{}", entries.size() == 1 ? "1 paper" : fmt::format("{} papers", entries.size()),
-        PaperTexts::list(entries));
+        "{} saved to this project:\n\n{}", counted(std::ssize(entries), "paper", "papers"), PaperTexts::list(entries));
 }
 
 PaperTools::Answer PaperTools::downloadPaper(JSONValue arguments) const

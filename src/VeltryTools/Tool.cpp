@@ -34,7 +34,8 @@ std::variant<ToolOutcome, asio::awaitable<ToolOutcome>> callTool(
 {
     const auto tool = std::ranges::find(tools, name, &Tool::name);
     if (tool == tools.end())
-        return failed(LabError("unknown_tool", fmt::format("There is no tool {}.", name)));
+        return failed(LabError(
+            LabError::Code::unknownTool, fmt::format("There is no tool {}.", name), {.name = std::string(name)}));
     if (const auto* waiting = std::get_if<Tool::Waiting>(&tool->handler))
         return outcomeOf((*waiting)(arguments, std::move(progress)));
     try {

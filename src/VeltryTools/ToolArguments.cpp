@@ -11,7 +11,7 @@ std::string requiredString(std::string_view key, const JSONValue& arguments)
 {
     if (std::optional<std::string> text = optionalString(key, arguments))
         return std::move(*text);
-    throw LabError("missing_argument", fmt::format("Pass {}.", key));
+    throw LabError(LabError::Code::missingArgument, fmt::format("Pass {}.", key), {.name = std::string(key)});
 }
 
 std::optional<std::string> optionalString(std::string_view key, const JSONValue& arguments)

@@ -47,7 +47,7 @@ std::string requiredOption(const Options& options, const std::string& name)
 {
     if (std::optional<std::string> value = option(options, name); value && !value->empty())
         return std::move(*value);
-    throw LabError("missing_option", fmt::format("Pass {}.", name));
+    throw LabError(LabError::Code::missingOption, fmt::format("Pass {}.", name), {.name = name});
 }
 
 std::shared_ptr<ProjectStore> openStore(const Options& options)
@@ -60,12 +60,13 @@ Project findProject(const ProjectStore& store, const std::string& id)
     std::vector<Project> projects = store.projects();
     const auto found = std::ranges::find(projects, id, [](const Project& project) { return project.id.text(); });
     if (found == projects.end())
-        throw LabError("project_not_found", fmt::format("No project {}.", id));
+        throw LabError(LabError::Code::projectNotFound, fmt::format("No project {}.", id), {.name = id});
     // Every tool of the tree works in the first folder.
     if (found->folders.empty())
         throw LabError(
-            "project_without_folder",
-            fmt::format("The project {} has no folder. Add its repository: veltry project add-folder.", found->name));
+            LabError::Code::projectWithoutFolder,
+            fmt::format("The project {} has no folder. Add its repository: veltry project add-folder.", found->name),
+            {.name = found->name});
     return std::move(*found);
 }
 
@@ -194,7 +195,7 @@ void supervise(const Options& options)
     const std::shared_ptr<ProjectStore> store = openStore(options);
     const std::optional<UUID> run = UUID::parse(requiredOption(options, "--run"));
     if (!run)
-        throw LabError("run_not_found", "--run takes a run's id.");
+        throw LabError(LabError::Code::runNotFound, "--run takes a run's id.");
     Supervisor::supervise(*run, *store);
 }
 

@@ -8,7 +8,7 @@
 /// mode's end into an exit status. It holds nothing of the tools' logic.
 namespace veltry::ToolsCommand {
 
-/// From the option with its two leading dashes to the word behind it. Options that no mode looks up are passed over.
+/// From the option with its two leading dashes to the word after it. Options that no mode looks up are passed over.
 using Options = std::map<std::string, std::string>;
 
 /// Runs the mode that `arguments` name, the program's own name in place 0. Returns the exit status: 0, 1 for a failure,

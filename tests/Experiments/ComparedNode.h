@@ -76,8 +76,7 @@ inline std::string rendered(const std::vector<Changes::File>& files)
     for (const Changes::File& file : files) {
         const std::string origin = file.oldPath ? *file.oldPath + " -> " : "";
         const std::string counts = file.added ? fmt::format(" +{} -{}", *file.added, file.removed.value()) : "";
-        text +=
-            fmt::format("{} {}{}{}{}\n", toWord(file.kind), origin, file.path, counts, shownAs(file.shown));
+        text += fmt::format("{} {}{}{}{}\n", toWord(file.kind), origin, file.path, counts, shownAs(file.shown));
         for (const Changes::Hunk& hunk : file.hunks) {
             text += fmt::format("@@ {} {} {}\n", hunk.oldStart, hunk.newStart, hunk.heading);
             std::int64_t oldNumber = hunk.oldStart;

@@ -36,14 +36,5 @@ TEST(ResultValues, FlattenAResultInItsOwnOrder)
         EXPECT_EQ(flattened(c.result), c.values) << c.result;
 }
 
-TEST(ResultValues, AreShownInSixDigitsWithTheSignOfADifference)
-{
-    EXPECT_EQ(shownNumber(0.41234567), "0.412346");
-    EXPECT_EQ(shownNumber(123456789), "123456789");
-    EXPECT_EQ(shownDifference(0.5), "+0.5");
-    EXPECT_EQ(shownDifference(-3), "-3");
-    EXPECT_EQ(shownDifference(-0.0), "0");
-}
-
 } // namespace
 } // namespace veltry

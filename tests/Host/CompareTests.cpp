@@ -1,4 +1,5 @@
 #include "Host/Terminal/SideBySide.h"
+#include "Host/Terminal/Wrapping.h"
 #include "Support/HostLab.h"
 
 #include <gmock/gmock.h>

@@ -10,15 +10,6 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-TEST(DiskUse, WritesSizes)
-{
-    const std::pair<std::uint64_t, const char*> cases[] = {{0, "0 B"},          {999, "999 B"},
-                                                           {1000, "1.0 kB"},    {999'949, "999.9 kB"},
-                                                           {999'950, "1.0 MB"}, {5'000'000'000'000, "5.0 TB"}};
-    for (const auto& [bytes, text] : cases)
-        EXPECT_EQ(DiskUse::size(bytes), text);
-}
-
 /// What lies below a folder, without folders that hold something.
 std::vector<std::string> below(const fs::path& folder)
 {
@@ -71,7 +62,7 @@ TEST(Disk, GivesBackOnlyWhatGitHasByteForByte)
     EXPECT_TRUE(Files::exists(worktree / "deep/in/a.txt"));
     EXPECT_EQ(Files::read(lab / "outside/x.txt"), "same\n");
     EXPECT_EQ(Files::read(run.log()), log);
-    EXPECT_THAT(lab.veltry({"disk", "--free", "--yes"}).error, HasSubstr("There is nothing to give back."));
+    EXPECT_THAT(lab.veltry({"disk", "--free", "--yes"}).error, HasSubstr("There is nothing to free."));
 }
 
 TEST(Disk, WeighsAndLeavesRunsInFlightAndLostCommitsAlone)
@@ -89,7 +80,7 @@ TEST(Disk, WeighsAndLeavesRunsInFlightAndLostCommitsAlone)
     EXPECT_THAT(*weights.find("records")->number(), testing::AllOf(testing::Ge(400'000), testing::Lt(600'000)));
     EXPECT_GT(*weights.find("worktrees")->number(), 0);
     const std::vector<std::string> before = below(running.source());
-    EXPECT_THAT(lab.veltry({"disk", "--free", "--yes"}).error, HasSubstr("There is nothing to give back."));
+    EXPECT_THAT(lab.veltry({"disk", "--free", "--yes"}).error, HasSubstr("There is nothing to free."));
     EXPECT_EQ(below(running.source()), before);
     const veltry::Run lost = lab.insertFinished(node);
     Files::createFolders(lost.source());

@@ -28,7 +28,7 @@ TEST(Findings, MeasureTheMachine)
         {2, {.cores = 2, .memory = 4 * gibibyte, .gpus = 0}, Level::good, "2 at once, on 2 cores and 4 GiB"},
         {3, {.cores = 2, .memory = 4 * gibibyte, .gpus = 0}, Level::advice, "more than the cores"},
         {2, {.cores = 8, .memory = gibibyte, .gpus = 0}, Level::advice, "less than 1 GiB"},
-        {2, {.cores = 8, .memory = 64 * gibibyte, .gpus = 1}, Level::advice, "share one GPU"},
+        {2, {.cores = 8, .memory = 64 * gibibyte, .gpus = 1}, Level::advice, "share 1 GPU"},
         {2, {.cores = 8, .memory = 64 * gibibyte, .gpus = 2}, Level::good, "2 at once"},
         {0, {.cores = 8, .memory = 64 * gibibyte, .gpus = 2}, Level::advice, "no limit"},
     };
@@ -101,7 +101,7 @@ TEST_F(DoctorTest, TellsWhatIsWrongWithSettingsAndProjects)
     EXPECT_THAT(told({}, "settings"), HasSubstr("isn't UTF-8 text"));
     settings("x = = 1\n");
     EXPECT_THAT(told({}, "settings"), HasSubstr("wrong: "));
-    EXPECT_THAT(said_.error, HasSubstr("veltry: One thing is wrong.\n"));
+    EXPECT_THAT(said_.error, HasSubstr("veltry: 1 thing is wrong.\n"));
     EXPECT_EQ(said_.exitNumber, 1);
     lab_.store->createProject("Moved", {lab_ / "gone"});
     EXPECT_THAT(told({}, "Moved"), HasSubstr("advice: Its folder "));

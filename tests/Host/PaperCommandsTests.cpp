@@ -45,9 +45,10 @@ TEST_F(PaperCommandsTest, FindsSavesCitesAndForgets)
     EXPECT_THAT(found.output, HasSubstr("W1     A title & more  Ada B    2020          7  PDF\n"));
     EXPECT_EQ(found.error, "1 of 31 papers that match, the most relevant first.\n");
     EXPECT_THAT(server_.asked().back().target, HasSubstr("some"));
-    EXPECT_THAT(papers({"show", "https://openalex.org/W1"}).output, HasSubstr("saved      no\n\nWords\n"));
+    EXPECT_THAT(papers({"show", "https://openalex.org/W1"}).output, HasSubstr("  saved      no\n\nWords\n"));
     EXPECT_EQ(papers({"save", "w1"}).error, "A title & more is saved.\n");
     EXPECT_EQ(papers({"cite", "W1", "baseline", "--reason", "The loss."}).exitNumber, 0);
+    EXPECT_THAT(papers({"show", "W1"}).output, HasSubstr("  saved      to P\n"));
     const std::size_t asked = server_.asked().size(); // the library knows it now
     EXPECT_EQ(papers({"save", "W1"}).error, "A title & more is saved to this project already.\n");
     EXPECT_EQ(server_.asked().size(), asked);

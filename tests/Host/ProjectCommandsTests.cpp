@@ -74,7 +74,7 @@ TEST_F(ProjectCommandsTest, RemovesOnlyAfterAYesAndTouchesNoFile)
     const ChildProcess::Output silent = lab_.veltry({"project", "remove"});
     EXPECT_EQ(silent.exitNumber, 1);
     EXPECT_THAT(silent.error, HasSubstr("takes 1 node, 1 run and 0 conversations out of the store"));
-    EXPECT_THAT(silent.error, HasSubstr("Say it with --yes."));
+    EXPECT_THAT(silent.error, HasSubstr("To remove without asking: --yes."));
     for (const auto& [keys, status] : {std::pair("\n", 1), std::pair("\003", 130), std::pair("\004", 1)}) {
         test::PseudoTerminal asked(
             test::hostProgram(), {"project", "remove"}, lab_.environment(), lab_.repository.path());

@@ -35,7 +35,8 @@ TEST(RunCommands, MakeANodeRunItAndWaitForIt)
     Files::writeAtomically(
         std::string(*lab.json({"create", "Child", "--parent", "base"}).find("worktree")->string()) + "/number", "5\n");
     EXPECT_THAT(
-        lab.veltry({"run", "child"}).output, AllOf(HasSubstr("Run #2 of child began, at "), Not(HasSubstr("\033"))));
+        lab.veltry({"run", "child"}).output,
+        AllOf(HasSubstr("Run #2 of child started, on commit "), Not(HasSubstr("\033"))));
     const ChildProcess::Output waited = lab.veltry({"wait", "2"});
     EXPECT_EQ(waited.exitNumber, 0) << waited.error;
     EXPECT_THAT(waited.output, HasSubstr("Run #2 succeeded after "));
@@ -117,7 +118,7 @@ TEST(RunCommands, WaitForAllOrForOneAndGiveUpInTime)
          {std::vector<std::string>{"wait", "--timeout", "0.2"}, {"wait", "1", "--timeout", "0.2"}}) {
         const ChildProcess::Output output = lab.veltry(arguments);
         EXPECT_EQ(output.exitNumber, 1);
-        EXPECT_THAT(output.error, HasSubstr("not waited for any longer"));
+        EXPECT_THAT(output.error, HasSubstr("is over."));
     }
     EXPECT_EQ(lab.json({"cancel", "1", "--wait"}).find("status")->text(), "\"cancelled\"");
     EXPECT_EQ(lab.store->run(first.id)->status, Run::Status::cancelled);

@@ -30,10 +30,6 @@ struct ContentBlock {
     };
 
     [[nodiscard]] static ContentBlock text(std::string text) { return {Text{std::move(text)}}; }
-    [[nodiscard]] static ContentBlock resourceLink(std::string uri, std::string name)
-    {
-        return {ResourceLink{std::move(uri), std::move(name)}};
-    }
 
     std::variant<Text, ResourceLink, Other> value;
 

@@ -82,14 +82,6 @@ SteerParams SteerParams::from(std::string sessionId, std::vector<ContentBlock> p
     };
 }
 
-AvailableCommand AvailableCommand::from(std::string name, std::string description, std::optional<std::string> hint)
-{
-    AvailableCommand command{.name = std::move(name), .description = std::move(description), .input = std::nullopt};
-    if (hint)
-        command.input = Input{std::move(*hint)};
-    return command;
-}
-
 std::optional<ConfigChoice> ConfigOption::currentChoice() const
 {
     const std::string* value = currentValue ? currentValue->string() : nullptr;

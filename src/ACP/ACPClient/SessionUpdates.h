@@ -24,9 +24,6 @@ struct AvailableCommand {
         std::string hint;
     };
 
-    [[nodiscard]] static AvailableCommand from(
-        std::string name, std::string description, std::optional<std::string> hint = std::nullopt);
-
     std::string name;
     std::string description;    ///< empty also where it is missing or no text
     std::optional<Input> input; ///< absent also where it doesn't read

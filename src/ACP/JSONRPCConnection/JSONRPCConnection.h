@@ -48,7 +48,7 @@ public:
 
     /// Asks the peer and resumes with its result (null if the answer held none). Throws the JSONRPCError that it
     /// answered, the ConnectionError that the connection failed with, JSONValue::Failure for params that can't be
-    /// written, or what writing the line met. There is no time limit.
+    /// written, or what made its write fail. There is no time limit.
     [[nodiscard]] asio::awaitable<JSONValue> request(std::string method, JSONValue params);
 
     /// Queues a notification. Throws ConnectionError once the connection has failed, and JSONValue::Failure.

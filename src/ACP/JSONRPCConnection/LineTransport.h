@@ -17,11 +17,12 @@ public:
     LineTransport& operator=(const LineTransport&) = delete;
     virtual ~LineTransport() = default;
 
-    /// Writes one line, given without its terminator, whole; resumes when it is written. Throws what the writing met.
+    /// Writes one line, given without its terminator, whole; resumes when it is written. Throws what made the write
+    /// fail.
     [[nodiscard]] virtual asio::awaitable<void> send(std::string line) = 0;
 
     /// Sends the line at once if that takes no wait and nothing stands before it; false, and nothing done, where it
-    /// must be sent the other way. Throws what the writing met.
+    /// must be sent the other way. Throws what made the write fail.
     [[nodiscard]] virtual bool sendIfPossible(std::string& /*line*/) { return false; }
 
     /// What comes in: the same stream at every call, for one reader. It ends with the input, or with its failure.

@@ -59,7 +59,7 @@ struct Changes {
 
     /// Changed lines, added and removed ones together, of a file whose text is shown: at most this many.
     static constexpr std::int64_t fileLimit = 3000;
-    /// The same of all files of one comparison. A file that doesn't fit doesn't stop those behind it.
+    /// The same of all files of one comparison. A file that doesn't fit doesn't stop those after it.
     static constexpr std::int64_t totalLimit = 20000;
     /// Lines of context around a change.
     static constexpr int contextLines = 3;

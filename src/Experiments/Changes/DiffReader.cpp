@@ -66,7 +66,7 @@ std::vector<DiffReader::Section> DiffReader::read()
     return std::move(sections_);
 }
 
-/// What stands behind the last line feed is a line too, if only an empty one.
+/// What stands after the last line feed is a line too, if only an empty one.
 std::string_view DiffReader::takeLine()
 {
     const std::size_t end = rest_.find('\n');

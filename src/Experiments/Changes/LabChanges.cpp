@@ -170,9 +170,12 @@ try {
     const std::string tip = answer ? answer->commit : Git::branchReference(node.branch);
     const std::optional<std::string> tipCommit = git.resolve(tip);
     if (!tipCommit)
-        throw LabError("branch_missing", fmt::format("The branch {} is gone.", node.branch));
+        throw LabError(
+            LabError::Code::branchMissing, fmt::format("The branch {} is gone.", node.branch), {.branch = node.branch});
     if (!git.resolve(counterpart.reference))
-        throw LabError("branch_missing", fmt::format("{} is gone from the repository.", counterpart.name));
+        throw LabError(
+            LabError::Code::branchMissing, fmt::format("{} is gone from the repository.", counterpart.name),
+            {.branch = counterpart.name});
 
     Changes changes{
         .base = git.run({"merge-base", counterpart.reference, tip}),

@@ -13,7 +13,7 @@ namespace veltry {
 
 namespace {
 
-/// An entry of the configuration: "section.name" or "section.sub.section.name", the value behind a line feed.
+/// An entry of the configuration: "section.name" or "section.sub.section.name", the value after a line feed.
 struct Entry {
     explicit Entry(std::string_view item)
     {

@@ -33,7 +33,7 @@ public:
         friend bool operator==(const Piece&, const Piece&) = default;
     };
 
-    /// What follows, the oldest first; nothing if no further line is whole yet. What stands behind the last line feed
+    /// What follows, the oldest first; nothing if no further line is whole yet. What stands after the last line feed
     /// is held back, until finish(). Throws SystemError.
     [[nodiscard]] std::vector<Piece> next();
 

@@ -24,7 +24,7 @@ struct Line {
     friend bool operator==(const Line&, const Line&) = default;
 };
 
-/// The side file of a log: `.times` behind its name.
+/// The side file of a log: `.times` after its name.
 [[nodiscard]] std::filesystem::path times(const std::filesystem::path& log);
 
 /// Replaces the side file of a finished log whose real times nobody knows: its first line was seen at `start`, each

@@ -39,7 +39,7 @@ struct Stamp {
 class LineScanner {
 public:
     /// Calls `found` with the offset of each line that begins in `piece`, which follows on the pieces before it. A line
-    /// begins with its first byte: behind a last line feed there is none yet.
+    /// begins with its first byte: after a last line feed there is none yet.
     template <std::invocable<std::uint64_t> Found>
     void scan(std::string_view piece, Found found)
     {

@@ -25,7 +25,7 @@ public:
         std::int64_t number; ///< of the line, from 1: a damaged record counts too
     };
 
-    /// The next record that isn't damaged; nothing at the end, behind which a later call may find more.
+    /// The next record that isn't damaged; nothing at the end, after which a later call may find more.
     std::optional<Numbered> next();
 
 private:

@@ -50,7 +50,7 @@ public:
 private:
     static constexpr std::size_t witnessBytes = 64;
 
-    /// Goes on behind the part of a long line that was searched before, if that still stands there.
+    /// Goes on after the part of a long line that was searched before, if that still stands there.
     void resumeLongLine()
     {
         LongLine line = std::exchange(telemetry_.unfinished_, {});
@@ -62,7 +62,7 @@ private:
         long_ = std::move(line);
     }
 
-    /// Puts the next bytes behind those that are unread; false at the end.
+    /// Puts the next bytes after those that are unread; false at the end.
     bool readPiece()
     {
         std::ranges::copy(unread_, buffer_.begin());

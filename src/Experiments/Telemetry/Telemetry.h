@@ -24,7 +24,7 @@ struct TelemetryReading;
 ///
 /// The file grows by a line for each point, an object whose numbers are readings of their keys (docs/telemetry.md). It
 /// is written by code that may be wrong, so nothing in it is a failure: what goes beyond the limits is refused and
-/// counted by reason, and reading goes on behind it. A reader keeps one value for a run and calls read() as often as it
+/// counted by reason, and reading goes on after it. A reader keeps one value for a run and calls read() as often as it
 /// likes. A plain value without locks: one thread at a time.
 class Telemetry {
 public:
@@ -62,13 +62,13 @@ public:
     };
 
     /// Reads what the file has got since the last call, and returns whether that changed the points or what was
-    /// refused. What stands behind the last line feed may be half written and waits for the next call, unless the run
+    /// refused. What stands after the last line feed may be half written and waits for the next call, unless the run
     /// has `finished`. A file that is missing, is no plain file or can't be read changes nothing, and so does one that
     /// became shorter; the next call tries again. Costs the new bytes, and memory of `pieceBytes`. Never fails.
     bool read(const std::filesystem::path& file, bool finished);
 
     /// Takes in the next bytes of a file, as read() does, without a file: all whole lines, and if it is `finished` what
-    /// stands behind them too. Returns how many bytes these were; the caller brings the rest again with more behind it.
+    /// stands after them too. Returns how many bytes these were; the caller brings the rest again with more after it.
     std::size_t take(std::string_view bytes, bool finished);
 
     /// The keys in the order of their first reading.
@@ -117,7 +117,7 @@ private:
     std::vector<Column> columns_;                           // parallel to keys_
     std::map<std::string, std::size_t, std::less<>> known_; // places in keys_
     std::uint64_t offset_ = 0;                              // how many bytes of the file its lines took
-    LongLine unfinished_;                                   // behind them, where it is too long to be read again
+    LongLine unfinished_;                                   // after them, where it is too long to be read again
 };
 
 template <>

@@ -16,7 +16,7 @@ namespace veltry {
 /// How a run's telemetry is to be drawn: what `telemetry.toml` at the root of the code under test asks for.
 ///
 /// The file travels with the branch and is written by agents and people. It is read before a run is made, so that a
-/// mistake in it is told at once, and its messages are meant to stand behind the file's name.
+/// mistake in it is told at once, and its messages are meant to stand after the file's name.
 struct TelemetryLayout {
     static constexpr std::string_view fileName = "telemetry.toml";
     static constexpr std::size_t maximumBytes = 16384;
@@ -55,7 +55,7 @@ struct TelemetryLayout {
 
         [[nodiscard]] std::string description() const override { return message; }
 
-        std::string message; ///< to be read behind the file's name, such as "must be under 16 KiB"
+        std::string message; ///< to be read after the file's name, such as "must be under 16 KiB"
     };
 
     std::optional<std::string> x; ///< the key of the horizontal axis for panels that name none

@@ -1,9 +1,9 @@
 #include "Experiments/Telemetry/TelemetryLineReader.h"
 
 #include "Experiments/Telemetry/TelemetryNumber.h"
+#include "Experiments/Telemetry/TelemetryPath.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <utility>
 
@@ -16,18 +16,6 @@ constexpr std::string_view literals[] = {"true", "false", "null", "NaN", "Infini
 constexpr bool isDigit(char c)
 {
     return c >= '0' && c <= '9';
-}
-
-constexpr auto nameCharacters = [] {
-    std::array<bool, 256> table{};
-    for (const char c : std::string_view("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-"))
-        table[static_cast<unsigned char>(c)] = true;
-    return table;
-}();
-
-bool isNameCharacter(char c)
-{
-    return nameCharacters[static_cast<unsigned char>(c)];
 }
 
 int hexDigit(char c)
@@ -180,7 +168,7 @@ bool TelemetryLineReader::name(Name& name)
 {
     const char* const start = next_;
     const char* at = start == end_ ? start : start + 1;
-    while (at != end_ && isNameCharacter(*at))
+    while (at != end_ && isTelemetryNameCharacter(*at))
         ++at;
     if (peek() == '"' && at != end_ && *at == '"') {
         name.text = std::string_view(start + 1, at);
@@ -200,7 +188,7 @@ bool TelemetryLineReader::name(Name& name)
             unescaped_.push_back(*next_++);
     next_ = behind;
     name.text = unescaped_;
-    name.isGood = !unescaped_.empty() && std::ranges::all_of(unescaped_, isNameCharacter);
+    name.isGood = !unescaped_.empty() && std::ranges::all_of(unescaped_, isTelemetryNameCharacter);
     return true;
 }
 

@@ -77,7 +77,7 @@ private:
     std::string unescaped_; // a name that was written with escapes
     std::size_t badKeys_ = 0;
 
-    std::vector<Reading> readings_; // the first count_ are this line's; behind them stand older ones
+    std::vector<Reading> readings_; // the first count_ are this line's; after them stand older ones
     std::size_t count_ = 0;
     std::size_t earlierCount_ = 0; // of the line before
     bool inStep_ = true;           // all keys so far stand where they stood in the line before

@@ -58,7 +58,7 @@ struct Decimal {
     std::ptrdiff_t exponent = 0;
 };
 
-/// Takes digits, as many as there are, and returns the place behind them.
+/// Takes digits, as many as there are, and returns the place after them.
 const char* readDigits(const char* at, const char* end, Decimal& decimal)
 {
     const char* const start = at;

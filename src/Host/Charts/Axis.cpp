@@ -1,5 +1,7 @@
 #include "Host/Charts/Axis.h"
 
+#include "Base/Numbers.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -13,7 +15,7 @@ namespace {
 
 constexpr double usualTicks = 5;
 constexpr double rounding = 1e-9; // of a step: how far a sum of steps may lie beside a round value
-constexpr int digits = 6;
+constexpr int digits = shortDigits;
 constexpr double largest = std::numeric_limits<double>::max();
 // Below these steps of a scale come out alike: of numbers that share their first 14 digits, and near the least ones.
 constexpr double leastShare = 64 * std::numeric_limits<double>::epsilon();
@@ -50,18 +52,6 @@ double logRatio(double value, double base)
     return std::abs(ratio - 1) < 0.5 ? std::log1p((value - base) / base) : std::log(ratio);
 }
 
-/// "12,500" of "12500".
-std::string grouped(std::string number)
-{
-    const std::size_t first = number.starts_with('-') ? 1 : 0;
-    std::size_t at = std::min(number.find('.'), number.size());
-    while (at > first + 3) {
-        at -= 3;
-        number.insert(at, 1, ',');
-    }
-    return number;
-}
-
 /// The labels of one axis have the same form and tell its ticks apart: the numbers of seconds since 1970 take more than
 /// six digits. `most` is the greatest size on the axis.
 std::string label(double value, double step, double most)
@@ -83,17 +73,6 @@ Axis::Tick decimal(double factor, int power, double place)
 }
 
 } // namespace
-
-std::string shortNumber(double value)
-{
-    std::string text = fmt::format("{:.{}g}", value, digits);
-    return text.contains('e') || text.contains('n') ? text : grouped(std::move(text)); // "inf" has an n as well
-}
-
-std::string grouped(std::int64_t count)
-{
-    return grouped(std::to_string(count));
-}
 
 Axis Axis::around(Range data, std::optional<double> fixedLow, std::optional<double> fixedHigh, bool isLogarithmic)
 {

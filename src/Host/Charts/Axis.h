@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -60,10 +59,5 @@ private:
     bool isLogarithmic_;
     bool isWhole_;
 };
-
-/// A number for eyes, in at most six digits that mean something: "0.031416", "12,500", "3.2e-07".
-[[nodiscard]] std::string shortNumber(double value);
-/// A count for eyes: "12,500".
-[[nodiscard]] std::string grouped(std::int64_t count);
 
 } // namespace veltry

@@ -1,5 +1,6 @@
 #include "Host/Charts/Chart.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 
 #include <fmt/format.h>

@@ -1,6 +1,7 @@
 #include "Host/Charts/HTMLCharts.h"
 
 #include "Base/JSONValue.h"
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/Charts/Chart.h"
 #include "Host/Charts/SVGCharts.h"

@@ -1,5 +1,6 @@
 #include "Host/Charts/SVGCharts.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 
 #include <fmt/format.h>
@@ -28,7 +29,7 @@ constexpr double noteSize = 12;
 constexpr double titleHeight = 20; // of a line
 constexpr double noteHeight = 18;
 constexpr double aboveLegend = 10;
-constexpr double legendSample = 22; // in front of a line's name, and the gap behind it
+constexpr double legendSample = 22; // in front of a line's name, and the gap after it
 constexpr std::size_t mostTitleLines = 3;
 constexpr double roomOfATick = 90;
 constexpr std::size_t ticksUp = 6;

@@ -11,7 +11,7 @@ namespace veltry {
 namespace {
 
 constexpr char32_t emptyBraille = U'\u2800';
-// Of Unicode's braille patterns: the bit of a dot by its row and column in the cell.
+// The bit of a dot in Unicode's braille patterns, by its row and column in the cell.
 constexpr std::array<std::array<unsigned, 2>, 4> dotBits = {{{0x01, 0x08}, {0x02, 0x10}, {0x04, 0x20}, {0x40, 0x80}}};
 
 /// Cuts a line at the sides of the unit square (Liang and Barsky); false if none of it lies within.

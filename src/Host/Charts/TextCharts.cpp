@@ -1,5 +1,6 @@
 #include "Host/Charts/TextCharts.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/Charts/Chart.h"
 #include "Host/Charts/TextCanvas.h"

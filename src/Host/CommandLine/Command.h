@@ -20,7 +20,7 @@ struct Option {
     enum class Completion { none, file, folder, project, node, run, round, conversation, setting, starter };
 
     std::string_view names; ///< "--sort", "-n,--lines", or for an argument by its place "NODE"
-    std::string_view value; ///< what stands behind an option, "KEY"; empty for a flag and for an argument
+    std::string_view value; ///< what follows an option, "KEY"; empty for a flag and for an argument
     std::string_view help;  ///< a line without a full stop
     Count count = Count::optional;
     Completion completion = Completion::none;
@@ -46,19 +46,27 @@ struct Command {
     std::string_view example; ///< a whole command line; several stand on lines of their own
     Scope scope = Scope::project;
     bool hasJSON = false; ///< shows something, and so takes --json
-    bool hidden = false;  ///< for programs alone: no help, manual page or completion names it
+    bool hidden = false;  ///< for programs: no help, manual page or completion names it
     std::span<const Option> options;
     void (*run)(Context& context, const Arguments& arguments);
+
+    /// "project" of "project rename".
+    [[nodiscard]] std::string_view firstWord() const { return name.substr(0, name.find(' ')); }
+    /// "rename" of "project rename"; empty for a command of one word.
+    [[nodiscard]] std::string_view secondWord() const
+    {
+        return firstWord() == name ? std::string_view() : name.substr(firstWord().size() + 1);
+    }
 };
 
-/// What was given on the command line, by the options' names. What the command doesn't declare can't be there.
+/// What was given on the command line, by the names of options and arguments that the command declares.
 class Arguments {
 public:
     void add(std::string_view name, std::vector<std::string> values) { values_[std::string(name)] = std::move(values); }
 
     [[nodiscard]] bool has(std::string_view name) const { return values_.contains(name); }
     [[nodiscard]] std::optional<std::string> text(std::string_view name) const;
-    /// Of an option or argument that is required.
+    /// The value of a required option or argument.
     [[nodiscard]] std::string required(std::string_view name) const;
     [[nodiscard]] std::vector<std::string> all(std::string_view name) const;
     /// Throws UsageError for what isn't a whole number of at least `least`.

@@ -16,7 +16,7 @@ namespace veltry::CommandTable {
 /// The command of that name, or null.
 [[nodiscard]] const Command* find(std::string_view name);
 
-/// What the first words of commands with two words are about: {"project", "Change a registered project"}.
+/// The first word of commands with two words, and what they are about: {"project", "Change a registered project"}.
 struct Group {
     std::string_view name;
     std::string_view summary;

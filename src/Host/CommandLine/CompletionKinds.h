@@ -14,7 +14,7 @@ struct Kind {
     std::string_view word;
 };
 
-/// Those that veltry itself knows; files, folders and choices are the shell's own business.
+/// Those that veltry itself knows; a shell completes files, folders and choices on its own.
 constexpr std::array table = {
     Kind{Option::Completion::project, "project"},
     Kind{Option::Completion::node, "node"},
@@ -25,7 +25,7 @@ constexpr std::array table = {
     Kind{Option::Completion::starter, "template"},
 };
 
-/// Empty for what is no business of veltry's.
+/// Empty for what a shell completes on its own.
 [[nodiscard]] constexpr std::string_view word(Option::Completion completion)
 {
     const auto* const found = std::ranges::find(table, completion, &Kind::completion);

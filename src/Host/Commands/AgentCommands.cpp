@@ -1,3 +1,4 @@
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Experiments/LoginPython.h"
 #include "Experiments/Spawn.h"
@@ -24,7 +25,7 @@ namespace {
 using Count = Option::Count;
 using Completion = Option::Completion;
 
-/// The one to continue. One that is had with another agent from now on forgets its session.
+/// The conversation to continue. One that changes to another agent forgets its session with the agent before.
 std::optional<Conversation> conversationFor(Context& context, const Arguments& arguments, const Harness& harness)
 {
     const std::optional<std::string> named = arguments.text("--conversation");
@@ -53,7 +54,7 @@ std::optional<std::string> promptOf(const Arguments& arguments)
     return prompt;
 }
 
-/// The one that is named; else the one that the conversation was had with, else the usual one.
+/// The agent that is named, or else the one of the conversation, or else the default one.
 Harness harnessOf(Context& context, const Arguments& arguments)
 {
     const std::optional<std::string> name = arguments.text("--harness");
@@ -63,7 +64,7 @@ Harness harnessOf(Context& context, const Arguments& arguments)
         usual = context.conversation(*named).harness;
         if (!name && !command && Harness::named(usual).name != usual)
             throw Refusal(fmt::format(
-                "That conversation was had with {}. Name its program with --command, or another agent with --harness.",
+                "That conversation was with {}. Name its program with --command, or another agent with --harness.",
                 usual));
     }
     return AgentLaunch::harnessFor(name, command, usual);
@@ -104,14 +105,15 @@ void import(Context& context, const Arguments& arguments)
 {
     if (arguments.has("--dismiss")) {
         context.store()->dismissImport(context.project().id);
-        return context.note("Noted: sessions of the past are not offered for this project.");
+        return context.note("Noted: past sessions are no longer offered for this project.");
     }
     const Harness harness = harnessOf(context, arguments);
     const std::vector<PastConversation> past = awaited(PastSessions::found(context, harness));
     if (!arguments.has("--list"))
         context.store()->dismissImport(context.project().id); // the offer is answered
     if (past.empty())
-        return context.note(fmt::format("{} remembers nothing of this folder that isn't here already.", harness.name));
+        return context.note(
+            fmt::format("{} has no past sessions in this folder that aren't here already.", harness.name));
     TextTable table({{.heading = "session", .mayBeCut = true}, {.heading = "last used"}});
     for (const PastConversation& session : past)
         table.add({{session.title}, {Times::ago(session.createdAt), Style::dim}});
@@ -120,24 +122,30 @@ void import(Context& context, const Arguments& arguments)
         return;
     context.store()->importConversations(past, context.project().id, harness.name);
     context.note(fmt::format(
-        "{} session{} of {} can be continued: veltry conversations.", past.size(), past.size() == 1 ? "" : "s",
+        "{} of {} can be continued: veltry conversations lists them.", counted(std::ssize(past), "session", "sessions"),
         harness.name));
 }
 
+constexpr Option harnessOption = {
+    "--harness", "NAME", "The agent: Claude Code, Codex or OpenCode; by default the setting agents.default"};
+constexpr Option commandOption = {
+    "--command", "LINE", "Any program that speaks ACP on its pipes, with its arguments, in place of a harness"};
+
 constexpr std::array agentOptions = {
-    Option{"--harness", "NAME", "The agent: Claude Code, Codex or OpenCode; by default the setting agents.default"},
-    Option{"--command", "LINE", "Any program that speaks ACP on its pipes, with its arguments, in place of a harness"},
+    harnessOption,
+    commandOption,
     Option{
-        "--conversation", "ID", "Continue this one; a new one by default", Count::optional, Completion::conversation},
+        "--conversation", "ID", "Continue this one; by default a new one begins", Count::optional,
+        Completion::conversation},
     Option{"--allow-all", "", "Permit whatever the agent asks for, without asking you"},
     Option{"PROMPT", "", "One turn with this prompt; without it you are asked for prompts", Count::many},
 };
 
 constexpr std::array importOptions = {
-    Option{"--harness", "NAME", "The agent: Claude Code, Codex or OpenCode; by default the setting agents.default"},
-    Option{"--command", "LINE", "Any program that speaks ACP on its pipes, with its arguments, in place of a harness"},
+    harnessOption,
+    commandOption,
     Option{"--list", "", "Show what there is, and import nothing"},
-    Option{"--dismiss", "", "Don't offer this for the project any more"},
+    Option{"--dismiss", "", "Don't offer it for this project again"},
 };
 
 constexpr std::array table = {

@@ -3,6 +3,7 @@
 #include "Host/Charts/SVGCharts.h"
 #include "Host/Charts/TextCharts.h"
 #include "Host/Commands/Commands.h"
+#include "Host/Commands/SharedOptions.h"
 #include "Host/Context.h"
 #include "Host/Terminal/Screen.h"
 #include "Host/Terminal/TextTable.h"
@@ -26,7 +27,7 @@ using Count = Option::Count;
 using Completion = Option::Completion;
 
 constexpr std::size_t columnsOffTerminal = 100;
-constexpr int reloadSeconds = 5; // of a page whose run lives
+constexpr int reloadSeconds = 5; // how often the page of a run in flight loads itself again
 constexpr std::chrono::milliseconds betweenLooks(500);
 
 /// A run's telemetry with the layout of its code.
@@ -80,7 +81,7 @@ private:
     TelemetryCharts charts_;
 };
 
-/// Where the charts go: the terminal, or a file that is made anew each time.
+/// Where the charts go: to the terminal, or to a file that is written anew each time.
 class Target {
 public:
     Target(Context& context, const Arguments& arguments) : context_(&context)
@@ -195,9 +196,9 @@ void charts(Context& context, const Arguments& arguments)
 }
 
 constexpr std::array chartOptions = {
-    Option{"RUN", "", "The run, by its number or id", Count::required, Completion::run},
+    runOption,
     Option{"--svg", "FILE", "Write one drawing, as SVG", Count::optional, Completion::file},
-    Option{"--html", "FILE", "Write a page that stands alone", Count::optional, Completion::file},
+    Option{"--html", "FILE", "Write a page that needs no other file", Count::optional, Completion::file},
     Option{"-f,--follow", "", "Draw again whenever the run reports something, until it ends"},
 };
 

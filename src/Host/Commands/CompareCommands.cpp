@@ -1,3 +1,4 @@
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
@@ -7,6 +8,7 @@
 #include "Host/Views/NodeState.h"
 #include "Host/Views/RecordJSON.h"
 #include "Host/Views/TreeJSON.h"
+#include "Host/Words/LabErrorWords.h"
 #include "Host/Words/RunWords.h"
 
 #include <fmt/format.h>
@@ -33,7 +35,7 @@ std::expected<Changes, std::string> changesOf(const Lab& lab, const Experiment& 
     try {
         return lab.changes(node);
     } catch (const LabError& error) { // a branch that is gone leaves the rest to compare
-        return std::unexpected(error.message);
+        return std::unexpected(LabErrorWords::forPerson(error));
     }
 }
 

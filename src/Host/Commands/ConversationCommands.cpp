@@ -80,8 +80,7 @@ void restore(Context& context, const Arguments& arguments)
     setArchived(context, arguments, false);
 }
 
-/// The text on one line, from a little before the first place where one of the terms stands. The whole text where
-/// nobody's screen is too narrow for it.
+/// The text on one line, beginning a little before the first of the terms; all of it where the output is no terminal.
 std::string excerpt(const std::string& said, std::span<const std::string> terms, const Terminal& terminal)
 {
     constexpr std::size_t before = 24; // bytes
@@ -131,7 +130,7 @@ void said(Context& context, const Arguments& arguments)
     if (context.json())
         return context.printJSON(JSONValue(std::move(documents)));
     if (matches.empty())
-        return context.note("Nothing was said with words that begin so.");
+        return context.note("No conversation contains these words.");
     context.print(table.text(context.out()));
 }
 
@@ -141,7 +140,7 @@ constexpr std::array listOptions = {Option{"--archived", "", "Archived ones too"
 constexpr std::array renameOptions = {conversationOption, Option{"TITLE", "", "The new title", Count::required}};
 constexpr std::array oneOption = {conversationOption};
 constexpr std::array saidOptions = {
-    Option{"WORDS", "", "Beginnings of words, all of which stand in what was said", Count::oneOrMore},
+    Option{"WORDS", "", "Words or their beginnings, all of which occur in one thing that was said", Count::oneOrMore},
     Option{"--all", "", "In all projects"},
 };
 

@@ -32,7 +32,7 @@ constexpr std::array diffOptions = {
     Option{
         "NODE", "", "The node, by the end of its branch, its title or id; by \"#3\" that of a run",
         Option::Count::required, Option::Completion::node},
-    Option{"--stat", "", "Name the files and count their lines alone"},
+    Option{"--stat", "", "Only name the files and count their lines"},
 };
 
 constexpr std::array table = {

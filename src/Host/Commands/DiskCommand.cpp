@@ -1,3 +1,4 @@
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
@@ -17,7 +18,7 @@ namespace veltry::Commands {
 
 namespace {
 
-constexpr std::size_t namedFiles = 5; // of a run's own
+constexpr std::size_t namedFiles = 5; // of those that a run wrote itself
 
 std::vector<Lab> labs(Context& context, bool all)
 {
@@ -32,7 +33,7 @@ std::vector<Lab> labs(Context& context, bool all)
 
 void weigh(Context& context, const std::vector<Lab>& projects)
 {
-    std::optional<Progress> progress(std::in_place, context.notes(), "Weighing");
+    std::optional<Progress> progress(std::in_place, context.notes(), "Adding up sizes");
     const std::uint64_t papers = DiskUse::weight(PaperFiles::beside(context.storePath()).folder);
     JSONValue::Array rows;
     TextTable table(
@@ -50,15 +51,15 @@ void weigh(Context& context, const std::vector<Lab>& projects)
              {"worktrees", use.worktrees}}));
         table.add(
             {{lab.project.name, Style::bold},
-             {DiskUse::size(use.snapshots)},
-             {DiskUse::size(use.records)},
-             {DiskUse::size(use.worktrees)}});
+             {shownBytes(use.snapshots)},
+             {shownBytes(use.records)},
+             {shownBytes(use.worktrees)}});
     }
     progress.reset();
     if (context.json())
         return context.printJSON(JSONValue::object({{"projects", std::move(rows)}, {"papers", papers}}));
     context.print(table.text(context.out()));
-    context.print(fmt::format("PDFs of papers, of all projects: {}\n", DiskUse::size(papers)));
+    context.print(fmt::format("PDFs of papers, of all projects: {}\n", shownBytes(papers)));
 }
 
 std::uint64_t sum(const std::vector<DiskUse::Snapshot::File>& files)
@@ -69,7 +70,7 @@ std::uint64_t sum(const std::vector<DiskUse::Snapshot::File>& files)
     return bytes;
 }
 
-/// One that could be looked through, with what it would give back.
+/// A run whose snapshot could be compared with its commit, and what the comparison found.
 struct Candidate {
     const Lab* lab;
     Run run;
@@ -116,12 +117,13 @@ void list(const Context& context, const std::vector<Candidate>& found)
     }
     for (const Candidate& one : found) {
         context.print(fmt::format(
-            "#{}  {} in {} files of the commit; {} of its own in {} stay\n", one.run.number,
-            DiskUse::size(sum(one.snapshot.committed)), one.snapshot.committed.size(),
-            DiskUse::size(sum(one.snapshot.own)), one.snapshot.own.size()));
+            "#{}  {} in {} of the commit; {} of its own in {}\n", one.run.number,
+            shownBytes(sum(one.snapshot.committed)), counted(std::ssize(one.snapshot.committed), "file", "files"),
+            shownBytes(sum(one.snapshot.own)),
+            counted(std::ssize(one.snapshot.own), "file that stays", "files that stay")));
         for (std::size_t index = 0; index < std::min(namedFiles, one.snapshot.own.size()); ++index)
             context.print(fmt::format(
-                "    {:>10}  {}\n", DiskUse::size(one.snapshot.own[index].bytes),
+                "    {:>10}  {}\n", shownBytes(one.snapshot.own[index].bytes),
                 text::oneLine(one.snapshot.own[index].path.string())));
         if (one.snapshot.own.size() > namedFiles)
             context.print(fmt::format("    and {} more\n", one.snapshot.own.size() - namedFiles));
@@ -139,27 +141,27 @@ void disk(Context& context, const Arguments& arguments)
     for (const Candidate& one : found)
         committed += sum(one.snapshot.committed);
     if (committed == 0)
-        return context.note("There is nothing to give back.");
+        return context.note("There is nothing to free.");
     const std::string question =
-        fmt::format("Remove {} of files that git has as well? Everything else stays.", DiskUse::size(committed));
+        fmt::format("Remove {} of files that git has as well? Everything else stays.", shownBytes(committed));
     if (!arguments.has("--yes") && !Prompt::confirms(context.notes(), question))
         return context.note("Nothing was removed. --yes removes without asking.");
     std::uint64_t released = 0;
     for (const Candidate& one : found)
         released += DiskUse::release(*one.lab, one.run);
-    context.note(fmt::format("Gave {} back.", DiskUse::size(released)));
+    context.note(fmt::format("Freed {}.", shownBytes(released)));
 }
 
 constexpr std::array options = {
-    Option{"--free", "", "List, and after a yes remove, the files of ended runs' snapshots that git has as well"},
+    Option{"--free", "", "List the files of ended runs' snapshots that git has as well, and remove them after asking"},
     Option{"--yes", "", "With --free: remove without asking"},
-    Option{"--all", "", "Of all projects"},
+    Option{"--all", "", "For all projects"},
 };
 
 constexpr std::array table = {
     Command{
         .name = "disk",
-        .summary = "Tell what snapshots, logs, worktrees and PDFs weigh, and give back what git has as well",
+        .summary = "Show how much room snapshots, logs, worktrees and PDFs take, and free what git has as well",
         .example = "veltry disk --all\nveltry disk --free",
         .hasJSON = true,
         .options = options,

@@ -1,6 +1,8 @@
+#include "Base/Numbers.h"
 #include "Experiments/Computer.h"
 #include "Experiments/Spawn.h"
 #include "Host/Commands/Commands.h"
+#include "Host/Commands/SharedOptions.h"
 #include "Host/Context.h"
 #include "Host/Doctor/MachineFindings.h"
 #include "Host/Doctor/StoreFindings.h"
@@ -41,7 +43,7 @@ std::vector<Finding> examined(const std::filesystem::path& path, const StoreFind
     return findings;
 }
 
-/// Of the project here, if there is one that a client may be attached to.
+/// How a client attaches to the project here, if there is one and `init` has made it ready.
 std::optional<ClientConfiguration> clientHere(Context& context, std::string_view kind)
 try {
     const ProjectStore& store = *context.store();
@@ -60,7 +62,7 @@ std::string computerHere()
     return Computer::current(Lab::defaultRuns(), Context::settings().maxRuns, python).description();
 }
 
-/// A store that can't be read, after a yes. The new one is empty.
+/// Moves a store that can't be read out of the way, after a yes, and makes an empty one.
 bool setAside(const Context& context, bool isWanted)
 {
     if (!isWanted && !Prompt::confirms(context.notes(), "Set the damaged store aside and begin with an empty one?"))
@@ -104,20 +106,18 @@ void doctor(Context& context, const Arguments& arguments)
     if (store.state == State::damaged && setAside(context, arguments.has("--set-aside")))
         --wrong;
     if (wrong > 0)
-        throw Refusal(wrong == 1 ? "One thing is wrong." : fmt::format("{} things are wrong.", wrong));
+        throw Refusal(counted(wrong, "thing is wrong.", "things are wrong."));
 }
 
 constexpr std::array options = {
     Option{"--set-aside", "", "Move a store that can't be read aside and make an empty one, without asking"},
-    Option{
-        "--client", "CLIENT", "The MCP client in whose form the block is written", Option::Count::optional,
-        Option::Completion::none, ClientConfiguration::kinds},
+    clientOption,
 };
 
 constexpr std::array table = {
     Command{
         .name = "doctor",
-        .summary = "Look whether all that is needed works, and say what to do where it doesn't",
+        .summary = "Check whether all that is needed works, and say what to do where it doesn't",
         .example = "veltry doctor",
         .hasJSON = true,
         .options = options,

@@ -3,8 +3,8 @@
 #include "Experiments/Lab.h"
 #include "Host/CommandLine/Nearest.h"
 #include "Host/Commands/Commands.h"
+#include "Host/Commands/SharedOptions.h"
 #include "Host/Context.h"
-#include "Host/Registration/ClientConfiguration.h"
 #include "Host/Registration/Init.h"
 #include "Host/Terminal/Progress.h"
 #include "Platform/Async/Awaited.h"
@@ -28,7 +28,7 @@ using Scope = Command::Scope;
 
 constexpr const char* plainTemplate = "empty";
 
-/// Where the project's folder is to lie. A node's worktree is no place: what lies there is an experiment's.
+/// Where the project's folder goes. Not into a worktree, whose files belong to an experiment.
 std::filesystem::path parentFolder(const Arguments& arguments)
 {
     const std::optional<std::string> given = arguments.text("--in");
@@ -41,7 +41,7 @@ std::filesystem::path parentFolder(const Arguments& arguments)
     return parent;
 }
 
-/// Takes an empty folder away again. What tar wrote before it failed stays.
+/// Removes the folder that was made, if it is empty. What tar wrote before it failed stays.
 void giveUp(const Context& context, const std::filesystem::path& folder)
 {
     std::error_code notEmpty;
@@ -78,7 +78,7 @@ void makeFirstCommit(const std::filesystem::path& folder, const std::string& sta
     }
 }
 
-/// The store is opened first: a project that could not be registered is not begun.
+/// The store is opened first, so that no folder is made for a project that can't be registered.
 void makeProject(Context& context, const Arguments& arguments)
 {
     const std::string given = arguments.required("TITLE");
@@ -107,7 +107,7 @@ std::string lineOf(const FolderEntry& entry, const Terminal& terminal)
     return entry.isDirectory ? terminal.styled(Style::blue, name + '/') + '\n' : name + '\n';
 }
 
-/// Without PATH the project's own folders, of which most projects have one.
+/// Without PATH it lists the project's own folders; most projects have one.
 void listFiles(Context& context, const Arguments& arguments)
 {
     std::vector<std::filesystem::path> folders;
@@ -136,14 +136,12 @@ void listFiles(Context& context, const Arguments& arguments)
 constexpr std::array newOptions = {
     Option{"TITLE", "", "What the project is called; its folder is named after it", Count::required},
     Option{
-        "--template", "NAME", "What the folder begins with; \"empty\" by default", Count::optional,
+        "--template", "NAME", "What the folder starts with; \"empty\" by default", Count::optional,
         Completion::starter},
     Option{
         "--in", "FOLDER", "Where the project's folder is made; HarrowickVeltry in your home by default",
         Count::optional, Completion::folder},
-    Option{
-        "--client", "CLIENT", "The client in whose form the block is written", Count::optional, Completion::none,
-        ClientConfiguration::kinds},
+    clientOption,
 };
 constexpr std::array filesOptions = {
     Option{"PATH", "", "The folder to list; by default the project's own", Count::optional, Completion::folder},

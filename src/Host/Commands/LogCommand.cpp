@@ -1,5 +1,6 @@
 #include "Experiments/RunLog/Follower.h"
 #include "Host/Commands/Commands.h"
+#include "Host/Commands/SharedOptions.h"
 #include "Host/Context.h"
 #include "Host/Views/LiveRun.h"
 #include "Host/Words/LogText.h"
@@ -17,9 +18,6 @@
 namespace veltry::Commands {
 
 namespace {
-
-using Count = Option::Count;
-using Completion = Option::Completion;
 
 constexpr std::int64_t standardLines = 50;
 constexpr std::int64_t mostForATail = 10'000; // what one read may hold; more goes through a follower
@@ -59,7 +57,7 @@ private:
     bool isFirst_ = true;
 };
 
-/// The lines that are new while we look have no other time yet than now.
+/// A line that comes while we look has no stamp yet, and its time is now.
 void stamp(std::vector<RunLog::Follower::Piece>& pieces)
 {
     for (RunLog::Follower::Piece& piece : pieces)
@@ -129,9 +127,9 @@ void log(Context& context, const Arguments& arguments)
 }
 
 constexpr std::array logOptions = {
-    Option{"RUN", "", "The run, by its number or id", Count::required, Completion::run},
+    runOption,
     Option{"-n,--lines", "N", "How many of the last lines; 50 by default"},
-    Option{"-f,--follow", "", "Go on with what the run prints until it ends"},
+    Option{"-f,--follow", "", "Keep printing what the run writes, until it ends"},
     Option{"--no-times", "", "Don't tell when each line was printed"},
 };
 

@@ -68,7 +68,7 @@ void notes(Context& context, const Arguments& arguments)
 void archive(Context& context, const Arguments& arguments)
 {
     const bool restores = arguments.has("--restore");
-    std::vector<Experiment> nodes; // all of them are known before one is changed
+    std::vector<Experiment> nodes; // all names are looked up before the first node is changed
     for (const std::string& given : arguments.all("NODE"))
         nodes.push_back(context.node(given));
     for (const Experiment& node : nodes) {

@@ -1,8 +1,10 @@
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
+#include "Host/Terminal/Fields.h"
 #include "Host/Terminal/Progress.h"
 #include "Host/Terminal/TextTable.h"
+#include "Host/Terminal/Wrapping.h"
 #include "Literature/BibTeX.h"
 #include "Literature/OpenAlex.h"
 #include "Literature/PaperFiles.h"
@@ -14,6 +16,7 @@
 
 #include <algorithm>
 #include <array>
+#include <unordered_map>
 
 namespace veltry::Commands {
 
@@ -181,59 +184,57 @@ void search(Context& context, const Arguments& arguments)
     context.note(fmt::format("{} of {} papers that match, the most relevant first.", page.papers.size(), page.total));
 }
 
-/// The words in lines of at most that many columns.
-std::string wrapped(std::string_view given, std::size_t columns)
+/// The projects that hold the paper, the oldest first.
+std::vector<Project> projectsWith(const Paper& paper, const ProjectStore& store)
 {
-    std::string text;
-    std::size_t taken = 0;
-    for (const std::string_view word : text::split(given, ' ')) {
-        const std::size_t width = text::columns(word);
-        if (taken > 0 && taken + 1 + width > columns) {
-            text += '\n';
-            taken = 0;
-        } else if (taken > 0) {
-            text += ' ';
-            ++taken;
-        }
-        text += word;
-        taken += width;
-    }
-    return text;
+    const std::unordered_map<UUID, std::vector<std::string>> held = store.projectPapers();
+    std::vector<Project> projects = store.projects();
+    std::erase_if(projects, [&](const Project& project) {
+        const auto papers = held.find(project.id);
+        return papers == held.end() || std::ranges::find(papers->second, paper.id) == papers->second.end();
+    });
+    return projects;
 }
 
 std::string paperText(
-    const Paper& paper, bool isSaved, const std::optional<std::filesystem::path>& file, const Terminal& terminal)
+    const Paper& paper, const std::vector<Project>& projects, const std::optional<std::filesystem::path>& file,
+    const Terminal& terminal)
 {
     constexpr std::size_t widest = 100;
-    TextTable fields({{}, {}});
-    const auto field = [&](const char* name, const std::string& value) {
-        if (!value.empty())
-            fields.add({{name, Style::dim}, {value}});
-    };
-    field("id", paper.id);
-    field("authors", PaperTexts::authors(paper, 20));
-    field("year", yearOf(paper));
-    field("venue", paper.venue.value_or(""));
-    field("citations", fmt::format("{}", paper.citations));
-    field("doi", paper.doi.value_or(""));
-    field("link", paper.url);
-    field("pdf", paper.pdfURL.value_or(""));
-    field("downloaded", file ? file->string() : "");
-    field("saved", isSaved ? "to this project" : "no");
+    Fields fields;
+    fields.add("id", paper.id);
+    fields.add("authors", PaperTexts::authors(paper, 20));
+    fields.add("year", yearOf(paper));
+    fields.add("venue", paper.venue.value_or(""));
+    fields.add("citations", fmt::format("{}", paper.citations));
+    fields.add("doi", paper.doi.value_or(""));
+    fields.add("link", paper.url);
+    fields.add("pdf", paper.pdfURL.value_or(""));
+    fields.add("downloaded", file ? file->string() : "");
+    std::vector<std::string> names;
+    for (const Project& project : projects)
+        names.push_back(project.name);
+    fields.add("saved", names.empty() ? "no" : "to " + text::joined(names, ", "));
+    const std::string abstract = paper.abstract.value_or("OpenAlex has no abstract for this paper.");
     const std::size_t width = terminal.size() ? std::min(terminal.size()->columns, widest) : widest;
     return fmt::format(
         "{}\n{}\n{}\n", terminal.styled(Style::bold, text::oneLine(paper.title)), fields.text(terminal),
-        wrapped(text::oneLine(paper.abstract.value_or("OpenAlex has no abstract for this paper.")), width));
+        text::joined(wrapped(text::oneLine(abstract), width, LongWords::whole), "\n"));
 }
 
 void show(Context& context, const Arguments& arguments)
 {
     const Paper paper = paperNamed(context, Service(), arguments.required("PAPER"));
-    const bool isSaved = context.store()->libraryPaper(paper.id, context.project().id).has_value();
+    const std::vector<Project> projects = projectsWith(paper, *context.store());
     if (!context.json())
-        return context.print(paperText(paper, isSaved, filesOf(context).cached(paper), context.out()));
+        return context.print(paperText(paper, projects, filesOf(context).cached(paper), context.out()));
+    JSONValue::Array ids;
+    for (const Project& project : projects)
+        ids.emplace_back(project.id.text());
+    const bool isSaved = std::ranges::find(projects, context.project().id, &Project::id) != projects.end();
     JSONValue document = toJSON(paper);
     document.object()->insert_or_assign("saved", isSaved);
+    document.object()->insert_or_assign("projectIDs", std::move(ids));
     context.printJSON(document);
 }
 
@@ -354,7 +355,7 @@ constexpr std::array table = {
         .run = &search},
     Command{
         .name = "papers show",
-        .summary = "Show a paper with its abstract",
+        .summary = "Show a paper with its abstract, and the projects to which it is saved",
         .example = "veltry papers show W4385245566",
         .hasJSON = true,
         .options = showOptions,

@@ -1,7 +1,8 @@
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
+#include "Host/Commands/SharedOptions.h"
 #include "Host/Context.h"
-#include "Host/Registration/ClientConfiguration.h"
 #include "Host/Registration/Init.h"
 #include "Host/Terminal/Prompt.h"
 #include "Host/Terminal/TextTable.h"
@@ -30,7 +31,7 @@ void init(Context& context, const Arguments& arguments)
                   .client = arguments.text("--client").value_or("common")});
 }
 
-/// The newest below their project.
+/// A project's newest conversations, below its own row.
 void addConversations(TextTable& table, std::vector<Conversation> all, const Terminal& terminal)
 {
     constexpr std::size_t most = 3;
@@ -95,24 +96,19 @@ void addFolder(Context& context, const Arguments& arguments)
     if (error || !Files::isFolder(folder))
         throw Refusal(fmt::format("There is no folder {}.", given.string()));
     if (std::ranges::find(project.folders, folder) != project.folders.end())
-        return context.note(fmt::format("{} has the folder {} already.", project.name, folder.string()));
+        return context.note(fmt::format("{} already has the folder {}.", project.name, folder.string()));
     context.store()->addFolder(folder, project.id);
-    context.note(fmt::format("{} has the folder {} too.", project.name, folder.string()));
+    context.note(fmt::format("{} now has the folder {} too.", project.name, folder.string()));
 }
 
-std::string counted(std::size_t count, std::string_view one, std::string_view many)
-{
-    return fmt::format("{} {}", count, count == 1 ? one : many);
-}
-
-/// What a removal takes and what it leaves, which nothing removes by itself.
+/// What a removal takes out of the store, and what it leaves on the disk.
 std::string removalText(const ProjectStore& store, const Project& project)
 {
     const std::vector<Run> runs = store.runs(project.id);
     std::string text = fmt::format(
         "Removing {} takes {}, {} and {} out of the store, for good.\nWhat stays:", project.name,
-        counted(store.experiments(project.id).size(), "node", "nodes"), counted(runs.size(), "run", "runs"),
-        counted(store.conversations(project.id).size(), "conversation", "conversations"));
+        counted(std::ssize(store.experiments(project.id)), "node", "nodes"), counted(std::ssize(runs), "run", "runs"),
+        counted(std::ssize(store.conversations(project.id)), "conversation", "conversations"));
     for (const std::filesystem::path& folder : project.folders)
         text += fmt::format("\n  {}", folder.string());
     if (!project.folders.empty())
@@ -121,7 +117,7 @@ std::string removalText(const ProjectStore& store, const Project& project)
             (project.folders.front() / Lab::worktrees).string());
     if (!runs.empty())
         text += fmt::format(
-            "\n  {} with what the runs made, below {}", counted(runs.size(), "folder", "folders"),
+            "\n  {} with what the runs made, below {}", counted(std::ssize(runs), "folder", "folders"),
             runs.front().directory.parent_path().string());
     return text;
 }
@@ -130,16 +126,17 @@ void removeProject(Context& context, const Arguments& arguments)
 {
     const Project project = context.project();
     ProjectStore& store = *context.store();
-    if (!project.folders.empty()) // also if it has moved: a dead supervisor's run must not be in the way
+    // A dead supervisor's run must not be in the way, even if the project's folder has moved.
+    if (!project.folders.empty())
         Lab(context.store(), project, Lab::defaultRuns(), Context::tools()).reconcile();
-    if (const std::size_t inFlight = store.runsInFlight(project.id).runs.size(); inFlight > 0)
+    if (const std::int64_t inFlight = std::ssize(store.runsInFlight(project.id).runs); inFlight > 0)
         throw Refusal(fmt::format(
-            "{} of {} {} still going. Wait for the end, or cancel first.", counted(inFlight, "run", "runs"),
-            project.name, inFlight == 1 ? "is" : "are"));
+            "{} of {} {} still going. Wait with veltry wait, or cancel first.", counted(inFlight, "run", "runs"),
+            project.name, plural(inFlight, "is", "are")));
     context.note(removalText(store, project));
     if (!arguments.has("--yes")) {
         if (!canAsk())
-            throw Refusal("Nothing was removed: nobody is there to be asked. Say it with --yes.");
+            throw Refusal("Nothing was removed, since there is nobody to ask. To remove without asking: --yes.");
         if (!Prompt::confirms(context.notes(), fmt::format("Remove {}?", project.name)))
             throw Refusal("Nothing was removed.");
     }
@@ -170,9 +167,7 @@ constexpr std::array initOptions = {
         "FOLDER", "", "A folder of the repository; the project is the repository's top", Count::optional,
         Completion::folder},
     Option{"--name", "NAME", "The project's name; the folder's own by default"},
-    Option{
-        "--client", "CLIENT", "The client in whose form the block is written", Count::optional, Completion::none,
-        ClientConfiguration::kinds},
+    clientOption,
 };
 constexpr std::array renameOptions = {
     Option{"NAME", "", "The new name", Count::required},
@@ -209,13 +204,13 @@ constexpr std::array table = {
         .run = &renameProject},
     Command{
         .name = "project add-folder",
-        .summary = "Add a folder to a project, behind the others",
+        .summary = "Add a folder to a project, after the others",
         .example = "veltry project add-folder ~/data/digits",
         .options = addFolderOptions,
         .run = &addFolder},
     Command{
         .name = "project remove",
-        .summary = "Take a project out of the store, after a yes; nothing on the disk is touched",
+        .summary = "Remove a project from the store, after asking; nothing on the disk is touched",
         .example = "veltry project remove --project Digits",
         .options = removeOptions,
         .run = &removeProject},

@@ -23,12 +23,12 @@ using Completion = Option::Completion;
 
 constexpr std::chrono::milliseconds pause(250); // between two looks at the store
 
-/// The titles of conversations as they are needed, the projects' names with them.
+/// The titles of conversations and the names of their projects, read when one is first needed.
 class Askers {
 public:
     explicit Askers(ProjectStore& store) : store_(store) {}
 
-    /// "Attached clients", and where rounds of all projects are shown " of digits".
+    /// "Attached clients", or with the project "Attached clients of digits".
     std::string name(const UUID& conversation, bool withProject)
     {
         if (!conversations_.contains(conversation))
@@ -91,7 +91,7 @@ public:
         for (const AgentQuestions& round : look())
             show(round);
         if (shown_.empty())
-            context_.note("No agent asks anything yet. Ctrl-C ends the watch.");
+            context_.note("No agent is asking anything yet. Ctrl-C ends the watch.");
         // The version first: what is committed between the two is seen at the next look.
         for (std::int64_t seen = store_.dataVersion();;) {
             for (const AgentQuestions& round : look())
@@ -107,7 +107,7 @@ public:
     }
 
 private:
-    /// The open rounds; tells of those that were open before and aren't.
+    /// The open rounds. Tells of those that were open before and no longer are.
     std::vector<AgentQuestions> look()
     {
         std::vector<AgentQuestions> open = store_.openRounds(project_);
@@ -172,7 +172,7 @@ void questions(Context& context, const Arguments& arguments)
         return context.printJSON(JSONValue(std::move(list)));
     }
     if (open.empty())
-        return context.note("No agent asks anything.");
+        return context.note("No agent is asking anything.");
     Askers askers(*context.store());
     std::string text;
     for (std::size_t index = 0; index < open.size(); ++index) {
@@ -187,7 +187,7 @@ void questions(Context& context, const Arguments& arguments)
     context.note(fmt::format("\nTo answer: veltry answer {}", isAll ? shortID(open.front().id) : "1"));
 }
 
-/// Asks until the line means something. Nothing at the end of the input.
+/// Asks again until the line means something. Returns nothing at the end of the input.
 std::optional<Answer> askedAnswer(const Context& context, const Question& question)
 {
     const std::string prompt = context.notes().styled(Style::dim, RoundAnswers::prompt(question)) + "> ";
@@ -218,9 +218,8 @@ std::vector<Answer> askedAnswers(const Context& context, const AgentQuestions& r
         answers.push_back(std::move(*answer));
     }
     if (std::ranges::all_of(answers, &Answer::isEmpty))
-        throw Refusal(fmt::format(
-            "Nothing was answered. To tell the agent that it is to decide itself: veltry dismiss {}.",
-            shortID(round.id)));
+        throw Refusal(
+            fmt::format("Nothing was answered. To let the agent decide: veltry dismiss {}.", shortID(round.id)));
     return answers;
 }
 
@@ -233,8 +232,7 @@ void checkClosed(
     if (!round)
         throw Refusal(fmt::format("The round {} is gone: its conversation was removed meanwhile.", shortID(id)));
     if (round->status != wanted || round->answers != answers)
-        throw Refusal(fmt::format(
-            "Too late: the round {} was {} meanwhile.", shortID(id), toWord(round->status)));
+        throw Refusal(fmt::format("Too late: the round {} was {} meanwhile.", shortID(id), toWord(round->status)));
     context.note(done);
 }
 
@@ -260,16 +258,16 @@ void dismiss(Context& context, const Arguments& arguments)
     store.dismissQuestions(round.id);
     checkClosed(
         context, store, round.id, AgentQuestions::Status::dismissed, {},
-        "Dismissed. The agent is told to decide itself, and to say what it assumed.");
+        "Dismissed. The agent is told to decide by itself, and to say what it assumed.");
 }
 
 constexpr std::array questionOptions = {
-    Option{"--watch", "", "Go on, and call for each new round: by the bell, and by a notice on the desktop"},
-    Option{"--all", "", "Of all projects"},
+    Option{"--watch", "", "Keep watching, and call for each new round with the bell and a notice on the desktop"},
+    Option{"--all", "", "For all projects"},
 };
 
 constexpr Option roundOption = {
-    "ROUND", "", "Its place in veltry questions, or its id or the start of one", Count::required, Completion::round};
+    "ROUND", "", "Its number in veltry questions, or its id or the start of it", Count::required, Completion::round};
 
 constexpr std::array answerOptions = {
     roundOption,
@@ -289,13 +287,13 @@ constexpr std::array table = {
         .run = &questions},
     Command{
         .name = "answer",
-        .summary = "Answer a round of questions, asked one after the other; the end of the input answers nothing",
+        .summary = "Answer a round of questions, one after the other",
         .example = "veltry answer 1\nveltry answer 1 --choose 2 --other \"with weight decay\"",
         .options = answerOptions,
         .run = &answer},
     Command{
         .name = "dismiss",
-        .summary = "Close a round without answers: the agent decides itself",
+        .summary = "Close a round without answers: the agent decides by itself",
         .example = "veltry dismiss 1",
         .options = dismissOptions,
         .run = &dismiss},

@@ -1,6 +1,8 @@
+#include "Base/Numbers.h"
 #include "Experiments/RunProcesses.h"
 #include "Experiments/RunWatch.h"
 #include "Host/Commands/Commands.h"
+#include "Host/Commands/SharedOptions.h"
 #include "Host/Context.h"
 #include "Host/Terminal/Notices.h"
 #include "Host/Terminal/Progress.h"
@@ -29,7 +31,7 @@ void tell(const Context& context, const Run& run)
     context.json() ? context.printJSON(RecordJSON::of(run)) : context.print(RunWords::state(run) + "\n");
 }
 
-/// For the exit status and what to do about it.
+/// So that the exit status tells of a run that didn't succeed, and the message what to do about it.
 void refuseUnlessSucceeded(const Run& run)
 {
     if (run.status != Run::Status::succeeded)
@@ -38,11 +40,18 @@ void refuseUnlessSucceeded(const Run& run)
             run.status == Run::Status::failed ? "failed" : "was cancelled", run.number));
 }
 
+/// A length of time in seconds.
+std::optional<double> secondsOf(const Arguments& arguments, std::string_view option)
+{
+    const std::optional<double> seconds = arguments.number(option);
+    if (seconds && !(*seconds >= 0 && *seconds < 1e9))
+        throw UsageError(fmt::format("{} takes seconds, 0 or more; it is {}.", option, *seconds));
+    return seconds;
+}
+
 Clock::time_point deadlineOf(const Arguments& arguments)
 {
-    const std::optional<double> seconds = arguments.number("--timeout");
-    if (seconds && !(*seconds >= 0 && *seconds < 1e9))
-        throw UsageError(fmt::format("--timeout {} is no length of time. Give seconds.", *seconds));
+    const std::optional<double> seconds = secondsOf(arguments, "--timeout");
     return seconds ? Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*seconds))
                    : Clock::time_point::max();
 }
@@ -74,9 +83,9 @@ void start(Context& context, const Arguments& arguments)
     if (!waits)
         return context.json() ? context.printJSON(RecordJSON::of(run))
                               : context.print(fmt::format(
-                                    "Run #{} of {} began, at {}. veltry log {} -f follows it.\n", run.number, node.slug,
-                                    RunWords::commit(run), run.number));
-    context.note(fmt::format("Run #{} of {} began, at {}.", run.number, node.slug, RunWords::commit(run)));
+                                    "Run #{} of {} started, on commit {}. veltry log {} -f follows it.\n", run.number,
+                                    node.slug, RunWords::commit(run), run.number));
+    context.note(fmt::format("Run #{} of {} started, on commit {}.", run.number, node.slug, RunWords::commit(run)));
     const Run last = ended(context, run, [&](const Run&) {
         if (supervisor > 0 && ChildProcess::reapIfEnded(supervisor))
             supervisor = 0;
@@ -85,7 +94,7 @@ void start(Context& context, const Arguments& arguments)
     refuseUnlessSucceeded(last);
 }
 
-/// To a person who looks elsewhere while a terminal waits.
+/// Calls a person who looks elsewhere while the command waits.
 void notify(const Context& context, const Run& run)
 {
     if (context.notes().isTerminal())
@@ -97,7 +106,7 @@ void waitForOne(Context& context, const Run& run, Clock::time_point deadline)
 {
     const Run last = ended(context, run, [&](const Run& now) {
         if (Clock::now() >= deadline)
-            throw Refusal(RunWords::state(now) + " It was not waited for any longer.");
+            throw Refusal(RunWords::state(now) + " The time to wait for it is over.");
     });
     notify(context, last);
     tell(context, last);
@@ -132,7 +141,9 @@ void waitForAll(Context& context, bool forAnyOne, Clock::time_point deadline)
     if (context.json())
         context.printJSON(std::move(records));
     if (isLate)
-        throw Refusal(fmt::format("{} still in flight. They were not waited for any longer.", watch.waiting()));
+        throw Refusal(fmt::format(
+            "{} still in flight. The time to wait is over.",
+            counted(static_cast<std::int64_t>(watch.waiting()), "run is", "runs are")));
     if (!unsuccessful.empty())
         throw Refusal(fmt::format("These runs did not succeed: {}.", unsuccessful));
 }
@@ -145,16 +156,16 @@ void wait(Context& context, const Arguments& arguments)
     waitForAll(context, arguments.has("--any"), deadline);
 }
 
-/// Asks it to stop, and waits until it has; and with a grace, until none of its processes is left.
+/// Asks it to stop and waits until it has; with a grace, also until none of its processes is left.
 void stopAndWait(Context& context, const Run& given, std::optional<double> grace)
 {
     const Lab& lab = context.lab();
     RunProcesses processes(given);
     Run run = lab.cancel(given.id);
-    bool wasAsked = run.pid.has_value(); // one that is still queued has nobody who could be told
+    bool wasAsked = run.pid.has_value(); // a queued run has no process yet that could be told
     const Clock::time_point begin = Clock::now();
     LiveRun live(context, run);
-    std::size_t killed = 0;
+    std::int64_t killed = 0;
     const auto isOver = [&] {
         run = live.look();
         return run.isFinished() && (!grace || processes.look(run).empty());
@@ -167,20 +178,18 @@ void stopAndWait(Context& context, const Run& given, std::optional<double> grace
                 wasAsked = true;
             }
             if (grace && std::chrono::duration<double>(Clock::now() - begin).count() >= *grace)
-                killed += processes.kill(run);
+                killed += static_cast<std::int64_t>(processes.kill(run));
             std::this_thread::sleep_for(betweenLooks);
         }
     }
     if (killed > 0)
-        context.note(fmt::format("{} {} ended by force.", killed, killed == 1 ? "process was" : "processes were"));
+        context.note(counted(killed, "process was ended by force.", "processes were ended by force."));
     tell(context, run);
 }
 
 void cancel(Context& context, const Arguments& arguments)
 {
-    const std::optional<double> grace = arguments.number("--kill-after");
-    if (grace && !(*grace >= 0 && *grace < 1e9))
-        throw UsageError(fmt::format("--kill-after {} is no length of time. Give seconds.", *grace));
+    const std::optional<double> grace = secondsOf(arguments, "--kill-after");
     const Run run = context.run(arguments.required("RUN"));
     if (arguments.has("--wait") || grace)
         return stopAndWait(context, run, grace);
@@ -197,15 +206,15 @@ constexpr std::array startOptions = {
     Option{"--wait", "", "Wait until it has ended; the exit status is 1 if it did not succeed"},
 };
 constexpr std::array cancelOptions = {
-    Option{"RUN", "", "The run's number or id", Count::required, Completion::run},
+    runOption,
     Option{"--wait", "", "Wait until it has ended"},
     Option{
         "--kill-after", "SECONDS",
-        "Wait, and after this time end by force whatever is left of it, daemons that it started too"},
+        "Wait, and after this time end by force whatever is left of it, also daemons that it started"},
 };
 constexpr std::array waitOptions = {
-    Option{"RUN", "", "This run alone; all runs in flight where none is given", Count::optional, Completion::run},
-    Option{"--any", "", "Of several, only until the first has ended"},
+    Option{"RUN", "", "The run to wait for; by default all runs in flight", Count::optional, Completion::run},
+    Option{"--any", "", "Wait only until the first of them has ended"},
     Option{"--timeout", "SECONDS", "Give up after this time, with exit status 1"},
 };
 

@@ -1,3 +1,4 @@
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/CommandLine/Nearest.h"
 #include "Host/Commands/Commands.h"
@@ -19,7 +20,7 @@ using Scope = Command::Scope;
 using Key = VeltrySettings::Key;
 using Value = VeltrySettings::Value;
 
-/// Of a file that may not be there.
+/// The settings file, which may not be there.
 struct SettingsFile {
     std::filesystem::path path = Context::settingsPath();
     std::optional<std::string> text;
@@ -49,7 +50,7 @@ std::string unreadable(const SettingsFile& file, const TOML::Failure& failure)
         text::oneLine(failure.message));
 }
 
-/// By "table.name", or by the name alone.
+/// Finds it by "table.name", or by the name alone.
 Key keyNamed(const std::string& given)
 {
     std::vector<std::string> known;
@@ -149,9 +150,8 @@ void set(Context& context, const Arguments& arguments)
     const Key key = keyNamed(arguments.required("KEY"));
     const std::string word = arguments.required("VALUE");
     const std::expected<Value, std::string> value = VeltrySettings::valueFromWord(key, word);
-    if (!value) // a warning of a file ends with the text that stands there
-        throw UsageError(fmt::format(
-            "{} {}, not {}.", key.text(), value.error().substr(0, value.error().find("; it is ")), text::quoted(word)));
+    if (!value)
+        throw UsageError(fmt::format("{} {}, not {}.", key.text(), value.error(), text::quoted(word)));
     if (text::oneLine(word) != word)
         throw UsageError(fmt::format("{} must be on one line, without control characters.", key.text()));
     const SettingsFile file;
@@ -189,8 +189,7 @@ void check(Context& context, const Arguments& /*arguments*/)
     }
     if (!warnings.empty())
         throw Refusal(fmt::format(
-            "{} passed over in {}.",
-            warnings.size() == 1 ? "1 thing is" : fmt::format("{} things are", warnings.size()), file.path.string()));
+            "{} passed over in {}.", counted(std::ssize(warnings), "thing is", "things are"), file.path.string()));
     context.note(
         file.text ? fmt::format("Nothing is wrong with {}.", file.path.string())
                   : fmt::format("There is no {}: every setting has its default.", file.path.string()));
@@ -238,7 +237,7 @@ constexpr std::array table = {
         .run = &path},
     Command{
         .name = "settings check",
-        .summary = "Print what the settings' file says that means nothing; exit status 1 if there is any",
+        .summary = "Print what in the settings' file is passed over, and why; exit status 1 if there is anything",
         .example = "veltry settings check",
         .scope = Scope::nothing,
         .hasJSON = true,

@@ -1,7 +1,9 @@
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Experiments/RunLog/RunLog.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
+#include "Host/Terminal/Fields.h"
 #include "Host/Terminal/Harmless.h"
 #include "Host/Terminal/Times.h"
 #include "Host/Views/NodeState.h"
@@ -18,30 +20,6 @@ namespace veltry::Commands {
 namespace {
 
 constexpr std::int64_t shownLogLines = 10;
-
-/// Names with a value each, one below the other. No value is cut: paths and ids are there to be copied.
-class Fields {
-public:
-    void add(std::string_view name, std::string_view value)
-    {
-        if (!value.empty())
-            fields_.emplace_back(name, text::oneLine(value));
-    }
-
-    [[nodiscard]] std::string text(const Terminal& terminal) const
-    {
-        std::size_t widest = 0;
-        for (const auto& [name, value] : fields_)
-            widest = std::max(widest, name.size());
-        std::string text;
-        for (const auto& [name, value] : fields_)
-            text += fmt::format("{}  {}\n", terminal.styled(Style::dim, fmt::format("  {:<{}}", name, widest)), value);
-        return text;
-    }
-
-private:
-    std::vector<std::pair<std::string_view, std::string>> fields_;
-};
 
 std::string heading(const Terminal& terminal, std::string_view words)
 {
@@ -151,7 +129,7 @@ void showNode(const Context& context, const Lab& lab, const ExperimentTree::Node
     context.print(text);
 }
 
-/// The end of the log, where it tells why: of a run that still goes or didn't succeed.
+/// The end of the log of a run that is still going or didn't succeed, since it may tell why.
 std::string logEnd(const Terminal& terminal, const Run& run)
 {
     std::string text;
@@ -180,7 +158,7 @@ void showRun(const Context& context, const Run& run, const ExperimentTree::Node&
     if (run.endedAt)
         fields.add("ended", fmt::format("{}, after {}", when(*run.endedAt), Times::length(RunWords::seconds(run))));
     else
-        fields.add("goes for", Times::length(RunWords::seconds(run)));
+        fields.add("so far", Times::length(RunWords::seconds(run)));
     fields.add("command", run.command);
     fields.add("commit", RunWords::commit(run));
     fields.add("folder", run.directory.string());

@@ -1,3 +1,4 @@
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Experiments/Resources.h"
 #include "Host/Commands/Commands.h"
@@ -6,7 +7,6 @@
 #include "Host/Terminal/Sparkline.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/Times.h"
-#include "Host/Views/DiskUse.h"
 #include "Host/Words/RunWords.h"
 
 #include <fmt/format.h>
@@ -134,13 +134,14 @@ std::string tableOf(const Watched& watched, const Terminal& terminal)
          {.heading = "cores", .toTheRight = true},
          {.heading = "memory", .toTheRight = true}});
     for (const Usage& usage : watched.usages()) {
-        const double seconds = Date::now().secondsSince2001 - usage.run.createdAt.secondsSince2001;
         std::vector<TextTable::Cell> row = {
-            {fmt::format("#{}", usage.run.number), Style::bold}, {usage.title}, {Times::length(seconds)}};
+            {fmt::format("#{}", usage.run.number), Style::bold},
+            {usage.title},
+            {Times::length(RunWords::seconds(usage.run))}};
         if (usage.reading) {
             row.push_back({std::to_string(usage.reading->processes)});
             row.push_back({fmt::format("{:.2f}", usage.cores), Style::cyan});
-            row.push_back({DiskUse::size(usage.reading->memory), Style::magenta});
+            row.push_back({shownBytes(usage.reading->memory), Style::magenta});
         } else {
             row.push_back({usage.run.status == Run::Status::queued ? "queued" : "starting", Style::dim});
             row.insert(row.end(), 2, {});
@@ -153,18 +154,18 @@ std::string tableOf(const Watched& watched, const Terminal& terminal)
     return text;
 }
 
-/// A line of bars behind its name, as wide as the terminal.
+/// A name and a line of bars after it, as wide as the terminal.
 std::string history(
     std::string_view name, const std::vector<double>& values, double most, Style style, std::string_view largest,
     const Terminal& terminal)
 {
     const std::size_t columns = terminal.size() ? terminal.size()->columns : 80;
     const std::string before = fmt::format("  {:<7}", name);
-    const std::string behind = fmt::format(" {}", largest);
-    const std::size_t taken = before.size() + behind.size();
+    const std::string after = fmt::format(" {}", largest);
+    const std::size_t taken = before.size() + after.size();
     const std::size_t width = std::min<std::size_t>(keptReadings, columns > taken ? columns - taken : 0);
     return terminal.styled(Style::dim, before) + terminal.styled(style, sparkline(values, width, most, terminal)) +
-           terminal.styled(Style::dim, behind) + "\n";
+           terminal.styled(Style::dim, after) + "\n";
 }
 
 double largestOf(const std::vector<double>& values)
@@ -185,7 +186,7 @@ std::string screenOf(const Watched& watched, const Terminal& terminal)
         const double memory = largestOf(usage.memoryBefore);
         text += history(
             "memory", usage.memoryBefore, memory, Style::magenta,
-            fmt::format("of {}", DiskUse::size(static_cast<std::uint64_t>(memory))), terminal);
+            fmt::format("of {}", shownBytes(static_cast<std::uint64_t>(memory))), terminal);
     }
     if (!watched.gpuBefore().empty())
         text += history("GPU", watched.gpuBefore(), 1, Style::green, "of 100 %", terminal);
@@ -212,7 +213,8 @@ void top(Context& context, const Arguments& arguments)
         only = context.run(*given);
     Watched watched(context, only ? std::optional(only->id) : std::nullopt);
     watched.read();
-    if (!watched.usages().empty()) { // what they use is told by the difference of two readings
+    // How many cores they use shows in the difference of two readings.
+    if (!watched.usages().empty()) {
         std::this_thread::sleep_for(firstPause);
         watched.read();
     }

@@ -2,6 +2,7 @@
 
 #include "Base/Text.h"
 #include "Base/Words.h"
+#include "Host/Terminal/Wrapping.h"
 
 namespace veltry {
 
@@ -29,25 +30,11 @@ constexpr auto wordsOf<Finding::Level> = std::to_array<Mark>({
 
 namespace {
 
-/// The words on lines of at most `width` columns, all but the first indented. A longer word gets a line of its own.
-std::string wrapped(std::string_view words, std::size_t width, std::size_t indent)
+/// On lines of at most `width` columns, all but the first indented. Paths stay whole.
+std::string block(std::string_view words, std::size_t width, std::size_t indent)
 {
-    std::string result;
-    std::size_t used = 0;
-    const std::string line = text::oneLine(words);
-    for (const std::string_view word : text::split(line, ' ')) {
-        const std::size_t columns = text::columns(word);
-        if (used > 0 && used + 1 + columns > width) {
-            result.append("\n").append(indent, ' ');
-            used = 0;
-        } else if (used > 0) {
-            result += ' ';
-            ++used;
-        }
-        result += word;
-        used += columns;
-    }
-    return result;
+    const std::vector<std::string> lines = wrapped(text::oneLine(words), width, LongWords::whole);
+    return text::joined(lines, "\n" + std::string(indent, ' '));
 }
 
 } // namespace
@@ -67,10 +54,10 @@ std::string drawn(std::span<const Finding> findings, const Terminal& terminal)
         const Mark& mark = rowOf(finding.level);
         const std::string blanks(widest - text::columns(finding.subject) + 2, ' ');
         result += terminal.styled(mark.style, terminal.isUTF8() ? mark.sign : mark.plain) + " " +
-                  terminal.styled(Style::bold, finding.subject) + blanks + wrapped(finding.text, width, indent) + "\n";
+                  terminal.styled(Style::bold, finding.subject) + blanks + block(finding.text, width, indent) + "\n";
         if (!finding.advice.empty())
             result.append(indent, ' ')
-                .append(terminal.styled(Style::cyan, wrapped(finding.advice, width, indent)))
+                .append(terminal.styled(Style::cyan, block(finding.advice, width, indent)))
                 .append("\n");
     }
     return result;

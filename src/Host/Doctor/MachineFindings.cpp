@@ -1,7 +1,7 @@
 #include "Host/Doctor/MachineFindings.h"
 
 #include "ACP/ACPClient/Harness.h"
-#include "Base/Text.h"
+#include "Base/Numbers.h"
 #include "Experiments/Git.h"
 #include "Experiments/Spawn.h"
 #include "Platform/ChildProcess.h"
@@ -37,7 +37,7 @@ Finding identity(const std::filesystem::path& folder)
     if (Git(folder).hasIdentity(folder))
         return {"identity", Level::good, "Commits bear your name."};
     return {
-        "identity", Level::advice, "git knows no name of yours, so commits bear Harrowick Veltry <veltry@localhost>.",
+        "identity", Level::advice, "git doesn't know your name, so commits bear Harrowick Veltry <veltry@localhost>.",
         "Tell it: git config --global user.name NAME, git config --global user.email ADDRESS."};
 }
 
@@ -72,7 +72,7 @@ Finding node(const std::string& path)
     const std::optional<std::filesystem::path> program = ChildProcess::find("node", path);
     if (!program || !ChildProcess::find("npx", path))
         return {
-            "Node", Level::advice, "There is no Node with its npx, by which veltry agent starts agents.",
+            "Node", Level::advice, "There is no Node with npx, with which veltry agent starts agents.",
             fmt::format("Install it ({}), or attach agents as MCP clients, which need none of it.", Harness::nodePage)};
     return {"Node", Level::good, program->string()};
 }
@@ -160,7 +160,7 @@ std::vector<Finding> fit(const Capacity& capacity, std::int64_t maxRuns)
             "max_runs", Level::advice,
             fmt::format(
                 "{} runs at once share {}, and nothing divides the memory of a GPU among them.", maxRuns,
-                capacity.gpus == 1 ? "one GPU" : fmt::format("{} GPUs", capacity.gpus)),
+                counted(capacity.gpus, "GPU", "GPUs")),
             "Where that is too much: veltry settings set experiments.max_runs " + std::to_string(capacity.gpus) + "."};
     findings.push_back(std::move(runs));
     return findings;
@@ -172,7 +172,7 @@ Finding logins()
     if (!facts)
         return {
             "lingering", Level::good,
-            "Nothing here ends the processes of who has logged out, so runs outlive the login."};
+            "Nothing here ends the processes of a user who logs out, so runs outlive the login."};
     if (facts->lingers)
         return {"lingering", Level::good, "It is on for you, so runs outlive the login."};
     if (facts->endsProcesses || facts->isInService)

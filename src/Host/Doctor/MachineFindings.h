@@ -13,7 +13,7 @@ namespace veltry::MachineFindings {
 /// git and whose name commits bear in `folder`, tar, the shell of runs, and `veltry-tools`.
 [[nodiscard]] std::vector<Finding> programs(const std::filesystem::path& folder, const std::filesystem::path& tools);
 
-/// Node and the command of each known agent; what only an agent lacks that isn't the default one is advice at most.
+/// Node and the command of each known agent; nothing of it is wrong, since no run needs them.
 [[nodiscard]] std::vector<Finding> agents(const std::string& defaultAgent);
 
 /// The machine, as far as it bounds how many runs go at once.

@@ -1,5 +1,6 @@
 #include "Host/Doctor/StoreFindings.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Config/VeltrySettings.h"
 #include "Host/Context.h"
@@ -16,7 +17,7 @@ namespace {
 using Level = Finding::Level;
 using State = Store::State;
 
-constexpr std::uint64_t gibibyte = std::uint64_t{1} << 30U;
+constexpr std::uint64_t gigabyte = 1'000'000'000;
 constexpr std::size_t problemsTold = 3;
 
 Store ill(const std::filesystem::path& path, const std::string& problems, std::shared_ptr<ProjectStore> store)
@@ -91,8 +92,7 @@ Store store(const std::filesystem::path& path)
             return wrong(
                 State::damaged, fmt::format("is damaged: {}.", error.message),
                 "Take what can be read out of a copy: sqlite3 COPY .recover | sqlite3 NEWFILE. Or set it aside and "
-                "begin "
-                "anew: veltry doctor --set-aside.");
+                "begin anew: veltry doctor --set-aside.");
         if (error.isBusy())
             return wrong(
                 State::busy, "is busy: another program has been writing to it for ten seconds.",
@@ -109,12 +109,11 @@ Store store(const std::filesystem::path& path)
 
 Finding freeDisk(std::uint64_t freeBytes)
 {
-    const double free = static_cast<double>(freeBytes) / static_cast<double>(gibibyte);
-    Finding finding{"free disk", Level::good, fmt::format("{:.1f} GiB", free)};
-    if (freeBytes < 10 * gibibyte) {
-        finding.level = freeBytes < gibibyte ? Level::wrong : Level::advice;
-        finding.text = fmt::format("Only {:.1f} GiB are free where runs write.", free);
-        finding.advice = "See what weighs: veltry disk --all; give back what git has: veltry disk --free.";
+    Finding finding{"free disk", Level::good, shownBytes(freeBytes)};
+    if (freeBytes < 10 * gigabyte) {
+        finding.level = freeBytes < gigabyte ? Level::wrong : Level::advice;
+        finding.text = fmt::format("Only {} are free where runs write.", shownBytes(freeBytes));
+        finding.advice = "See what takes the room: veltry disk --all. Free what git has as well: veltry disk --free.";
     }
     return finding;
 }

@@ -21,7 +21,7 @@ struct Store {
         sound,
         ill,     ///< it opens, but not all of it is whole
         damaged, ///< it can't be read; it may be set aside
-        newer,   ///< a newer version's
+        newer,   ///< a newer version made it
         busy,
         refused, ///< may not be opened
     };
@@ -35,13 +35,13 @@ struct Store {
 
 /// The file systems of the store and of the runs, and what is free there.
 [[nodiscard]] std::vector<Finding> places(const std::filesystem::path& store, const std::filesystem::path& runs);
-/// Pure: of what is free there. Nothing where there is enough.
+/// Whether that is enough. Pure.
 [[nodiscard]] Finding freeDisk(std::uint64_t freeBytes);
 
 /// Projects whose folder is gone.
 [[nodiscard]] std::vector<Finding> projects(const ProjectStore& store);
 
-/// The settings file's warnings, a finding each; or that all is well.
+/// A finding for each warning about the settings file, or one that says that all is well.
 [[nodiscard]] std::vector<Finding> settings(const std::filesystem::path& file);
 
 } // namespace StoreFindings

@@ -140,7 +140,7 @@ std::string bashCompletion()
            function("The commands, or the second words of one.", "_veltry_words", words) +
            function("The options of a command.", "_veltry_options", options()) +
            function(
-               "What is offered behind an option, or at a place: \"tree --best\", \"show 1\". Nothing behind a flag.",
+               "What is offered after an option, or at a place: \"tree --best\", \"show 1\". Nothing after a flag.",
                "_veltry_offer", offers()) +
            std::string(body);
 }

@@ -24,7 +24,7 @@ constexpr std::array environment = {
     Entry{
         "OPENALEX_API_KEY", "The key of the literature service. veltry init and veltry doctor put it into the block "
                             "for an MCP client, which passes only a handful of variables on by itself."},
-    Entry{"OPENALEX_BASE_URL", "The address that takes the place of the literature service's own."},
+    Entry{"OPENALEX_BASE_URL", "An address in place of the literature service's own."},
     Entry{"https_proxy, no_proxy", "The proxy for requests, and what goes past it."},
 };
 
@@ -37,9 +37,9 @@ constexpr std::array files = {
 };
 
 constexpr std::array statuses = {
-    Entry{"0", "It was done."},
+    Entry{"0", "Success."},
     Entry{"1", "It failed; standard error tells in one line what, and what to do."},
-    Entry{"2", "The command line was not understood."},
+    Entry{"2", "The command line could not be understood."},
     Entry{"130", "It was interrupted."},
 };
 
@@ -127,7 +127,7 @@ std::string sentence(const Option& option)
     if (option.count == Option::Count::required && !option.isArgument())
         text += " Required.";
     if (mayRepeat(option) && !option.isArgument())
-        text += " May stand often.";
+        text += " May be given several times.";
     return text;
 }
 
@@ -184,7 +184,7 @@ std::string commonSection()
         .hasJSON = true,
         .options = {},
         .run = nullptr};
-    std::string text = ".SH COMMON OPTIONS\nA command takes those that suit it.\n";
+    std::string text = ".SH COMMON OPTIONS\nEach command says which of these it takes.\n";
     for (const Option& option : optionsOf(all))
         text += itemOf(option);
     return text + itemOf({"--version", "", "Tell the version, and end; without a command"});

@@ -12,11 +12,6 @@ namespace {
 
 constexpr Option helpOption = {"-h,--help", "", "Say what the command does, and end"};
 
-std::string_view firstOf(std::string_view name)
-{
-    return name.substr(0, name.find(' '));
-}
-
 } // namespace
 
 std::vector<const Command*> shownCommands()
@@ -32,7 +27,7 @@ std::vector<Word> firstWords()
 {
     std::vector<Word> words;
     for (const Command* command : shownCommands()) {
-        const std::string_view first = firstOf(command->name);
+        const std::string_view first = command->firstWord();
         if (std::ranges::find(words, first, &Word::word) != words.end())
             continue;
         std::string_view summary = command->summary;
@@ -48,8 +43,8 @@ std::vector<Word> secondWords(std::string_view first)
 {
     std::vector<Word> words;
     for (const Command* command : shownCommands())
-        if (firstOf(command->name) == first && command->name != first)
-            words.push_back({std::string(command->name.substr(first.size() + 1)), command->summary});
+        if (command->firstWord() == first && !command->secondWord().empty())
+            words.push_back({std::string(command->secondWord()), command->summary});
     return words;
 }
 

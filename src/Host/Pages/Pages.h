@@ -24,7 +24,7 @@ struct Word {
     std::string word;
     std::string_view summary;
 };
-/// The first words, each once; or the second ones behind `first`.
+/// The first words, each once; or the second ones after `first`.
 [[nodiscard]] std::vector<Word> firstWords();
 [[nodiscard]] std::vector<Word> secondWords(std::string_view first);
 /// Those with which commands of two words begin.

@@ -16,7 +16,7 @@ namespace veltry {
 
 namespace {
 
-/// What `veltry-tools` reads, and clients keep from it: most pass on little more than HOME and PATH.
+/// What `veltry-tools` reads and clients don't pass on: most give it little more than HOME and PATH.
 constexpr std::array passedOn = {
     OpenAlex::keyVariable, OpenAlex::baseVariable, "https_proxy", "HTTPS_PROXY", "no_proxy", "NO_PROXY",
 };
@@ -133,8 +133,9 @@ std::vector<std::string> ClientConfiguration::notes() const
             OpenAlex::keyVariable, formOf(kind).environment));
     if (formOf(kind).kind == commonForm.kind)
         lines.push_back(fmt::format(
-            "A wait for runs may take half an hour. \"timeout\" says so in milliseconds; a client that reads seconds "
-            "there takes {}, and one that has its limit elsewhere needs it set there.",
+            "A wait for runs may take half an hour. \"timeout\" says so in milliseconds; write {} there for a client "
+            "that "
+            "reads seconds, and set the limit of one that keeps it elsewhere.",
             patience));
     return lines;
 }

@@ -31,7 +31,7 @@ struct ClientConfiguration {
 
     /// The block, with its line feed. As JSON or TOML, since the default paths hold a blank.
     [[nodiscard]] std::string text() const;
-    /// What a person has to know beside it, a line each.
+    /// What else a person has to know, a line each.
     [[nodiscard]] std::vector<std::string> notes() const;
 
     std::string kind;

@@ -35,7 +35,7 @@ std::filesystem::path existingFolder(const std::filesystem::path& folder)
     return real;
 }
 
-/// The worktrees of the nodes lie below the repository's top, so that is the project's folder.
+/// The project's folder is the repository's top, below which the worktrees of the nodes lie.
 std::filesystem::path repositoryTop(const std::filesystem::path& folder, const Context& context)
 {
     const std::optional<std::filesystem::path> top = Git(folder).topLevel();

@@ -28,7 +28,7 @@ struct Options {
 /// Registers the repository's top, unless it is there, writes `settings.toml` where there is none, and finds or makes
 /// the conversation that attached clients share, and asks the login shell which Python it finds. Prints the
 /// configuration block of an MCP client and notes what it did. Throws Refusal for a folder that can't become a project,
-/// and what the store and the file system meet.
+/// and what the store and the file system throw.
 void run(Context& context, const Options& options);
 
 /// The conversation that run() made for that project, if it did.

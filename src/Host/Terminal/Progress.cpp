@@ -2,6 +2,7 @@
 
 #include "Base/Text.h"
 #include "Host/Terminal/TextTable.h"
+#include "Host/Terminal/Times.h"
 
 #include <fmt/format.h>
 
@@ -32,8 +33,9 @@ void Progress::draw(const std::stop_token& stop)
     try {
         std::unique_lock lock(mutex_);
         while (!ended_.wait_for(lock, stop, patience, [&] { return stop.stop_requested(); })) {
-            const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-            const std::string line = fmt::format("{}, {:.0f} s so far", text::oneLine(words_), std::max(1.0, seconds));
+            const auto passed = std::chrono::round<std::chrono::seconds>(std::chrono::steady_clock::now() - begin);
+            const std::string length = Times::length(std::max(passed, patience));
+            const std::string line = fmt::format("{}, {} so far", text::oneLine(words_), length);
             const std::size_t width = notes_.size().value_or(Terminal::Size{.columns = 80, .rows = 24}).columns;
             notes_.write(std::string(clearLine) + fitted(line, width - 1, notes_));
             isDrawn = true;

@@ -9,9 +9,9 @@
 
 namespace veltry {
 
-/// Tells on a line of a terminal's own what is being done and for how long, while it lives and once it has taken a
-/// second. The line goes with it. Nothing is shown where the notes don't go to a terminal. It draws on a thread of its
-/// own, so whoever writes meanwhile writes into the line.
+/// Shows what is being done, and for how long, on a line of its own that appears once it has taken a second and goes
+/// when this is destroyed. Nothing is shown where the notes don't go to a terminal. It draws on a thread of its own, so
+/// whatever is written meanwhile lands in the line.
 class Progress {
 public:
     Progress(const Terminal& notes, std::string words);

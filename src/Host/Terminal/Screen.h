@@ -15,7 +15,7 @@ class Screen {
 public:
     explicit Screen(const Terminal& terminal);
 
-    /// Lines, each with its line feed, no wider than the terminal. Of more than it has rows the rest is counted.
+    /// Lines, each with its line feed, no wider than the terminal. Those that it has no rows for are counted.
     void show(std::string_view view);
 
 private:

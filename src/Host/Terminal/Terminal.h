@@ -37,7 +37,7 @@ public:
     /// As it is now; nothing if this isn't a terminal.
     [[nodiscard]] std::optional<Size> size() const;
 
-    /// The text as it stands, or in the style's colours. Takes no further column.
+    /// The text as it is, or in the style's colours. It takes the same columns.
     [[nodiscard]] std::string styled(Style style, std::string_view text) const;
 
     /// Writes all of it at once. Throws Closed if nobody reads any more (`veltry … | head`), SystemError for any other

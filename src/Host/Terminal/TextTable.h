@@ -36,7 +36,7 @@ public:
     [[nodiscard]] std::string text(const Terminal& terminal, std::vector<std::string>* leftOut = nullptr) const;
 
 private:
-    /// Of each column; nothing for one that is left out.
+    /// The width of each column; nothing for one that is left out.
     [[nodiscard]] std::vector<std::optional<std::size_t>> widths(const Terminal& terminal) const;
 
     std::vector<Column> columns_;

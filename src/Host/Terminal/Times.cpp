@@ -1,5 +1,7 @@
 #include "Host/Terminal/Times.h"
 
+#include "Base/Numbers.h"
+
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
@@ -23,11 +25,6 @@ std::tm localTime(Date moment)
     return parts;
 }
 
-std::string counted(std::int64_t count, std::string_view unit)
-{
-    return fmt::format("{} {}{} ago", count, unit, count == 1 ? "" : "s");
-}
-
 /// The larger unit, and the smaller one if there is any of it.
 std::string inUnits(
     std::int64_t seconds, std::int64_t large, const char* largeName, std::int64_t small, const char* smallName)
@@ -45,13 +42,13 @@ std::string ago(Date moment, Date now)
     if (seconds < minute)
         return "just now";
     if (seconds < hour)
-        return counted(seconds / minute, "minute");
+        return counted(seconds / minute, "minute ago", "minutes ago");
     if (seconds < day)
-        return counted(seconds / hour, "hour");
+        return counted(seconds / hour, "hour ago", "hours ago");
     if (seconds < 2 * day)
         return "yesterday";
     if (seconds < 14 * day)
-        return counted(seconds / day, "day");
+        return counted(seconds / day, "day ago", "days ago");
     return fmt::format("{:%Y-%m-%d}", localTime(moment));
 }
 
@@ -65,7 +62,12 @@ std::string length(double seconds)
     seconds = std::max(0.0, seconds);
     if (seconds < 10)
         return fmt::format("{:.1f} s", seconds);
-    const auto whole = static_cast<std::int64_t>(std::round(seconds));
+    return length(std::chrono::seconds(std::llround(seconds)));
+}
+
+std::string length(std::chrono::seconds time)
+{
+    const std::int64_t whole = time.count();
     if (whole < minute)
         return fmt::format("{} s", whole);
     if (whole < hour)

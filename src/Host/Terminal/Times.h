@@ -2,6 +2,7 @@
 
 #include "Base/Date.h"
 
+#include <chrono>
 #include <string>
 
 /// Times as a person reads them, in the local zone.
@@ -16,5 +17,7 @@ namespace veltry::Times {
 
 /// "0.4 s", "12 s", "3 min 20 s", "2 h 5 min", "4 d 3 h". Below 0 counts as 0.
 [[nodiscard]] std::string length(double seconds);
+/// The same without tenths: "4 s".
+[[nodiscard]] std::string length(std::chrono::seconds time);
 
 } // namespace veltry::Times

@@ -15,7 +15,7 @@ enum class Manner {
 /// A forest by numbers, children in the order in which they are drawn.
 struct Forest {
     std::vector<std::size_t> roots;
-    std::vector<std::vector<std::size_t>> children; ///< of each number
+    std::vector<std::vector<std::size_t>> children; ///< by their parent's number
 };
 
 struct Line {

@@ -4,8 +4,6 @@
 #include "Platform/Files.h"
 #include "Platform/FolderWalk.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <array>
 #include <set>
@@ -17,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Adds up what lies on the disk, of what has several names once.
+/// Adds up what lies on the disk; a file with several names counts once.
 class Weights {
 public:
     /// 0 for what was there already.
@@ -44,18 +42,6 @@ std::uint64_t weight(const fs::path& path)
     Weights weights;
     FolderWalk::visit(path, [&](const FolderWalk::Entry& entry) { bytes += weights.of(entry); });
     return bytes;
-}
-
-std::string size(std::uint64_t bytes)
-{
-    constexpr std::array units = {"kB", "MB", "GB", "TB"};
-    if (bytes < 1000)
-        return fmt::format("{} B", bytes);
-    double number = static_cast<double>(bytes) / 1000;
-    std::size_t unit = 0;
-    for (; number >= 999.95 && unit + 1 < units.size(); ++unit)
-        number /= 1000;
-    return fmt::format("{:.1f} {}", number, units.at(unit));
 }
 
 Project project(const Lab& lab)
@@ -104,7 +90,8 @@ std::uint64_t release(const Lab& lab, const Run& run)
         for (fs::path folder = file.path.parent_path(); !folder.empty(); folder = folder.parent_path())
             folders.insert(folder);
     }
-    for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) { // the inner ones first
+    // The inner ones first.
+    for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
         std::error_code notEmpty;
         if (fs::is_directory(fs::symlink_status(run.source() / *folder, notEmpty)))
             fs::remove(run.source() / *folder, notEmpty);

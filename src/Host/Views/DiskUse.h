@@ -8,14 +8,11 @@
 #include <string>
 #include <vector>
 
-/// What projects weigh on the disk, and what of it git could give back.
+/// How much room projects take on the disk, and what of it can be freed because git has it.
 namespace veltry::DiskUse {
 
 /// In bytes as the disk has them, links not followed. 0 for what isn't there; what may not be read doesn't count.
 [[nodiscard]] std::uint64_t weight(const std::filesystem::path& path);
-
-/// "412 B", "3.4 MB", "1.2 GB".
-[[nodiscard]] std::string size(std::uint64_t bytes);
 
 struct Project {
     std::uint64_t snapshots = 0; ///< the runs' `src` folders
@@ -37,8 +34,8 @@ struct Snapshot {
 /// Empty for a run in flight. Throws Git::Failure where the commit is gone.
 [[nodiscard]] Snapshot snapshot(const Lab& lab, const Run& run);
 
-/// Looks again and removes what is `committed` then, and folders of the commit that this leaves empty. Returns the
-/// bytes that this gave back.
+/// Looks again and removes what is `committed` then, and folders of the commit that this leaves empty. Returns
+/// how many bytes this freed.
 std::uint64_t release(const Lab& lab, const Run& run);
 
 } // namespace veltry::DiskUse

@@ -1,5 +1,6 @@
 #include "Host/Views/RunTable.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/CommandLine/Nearest.h"
 #include "Host/Refusal.h"

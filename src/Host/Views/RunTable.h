@@ -11,7 +11,7 @@
 
 namespace veltry {
 
-/// All runs of a project as rows, with a column for each value of their results, and behind each number its difference
+/// All runs of a project as rows, with a column for each value of their results, and after each number its difference
 /// to the parent's and to the baseline's (the result of the run that speaks for that node): "loss", "loss:parent",
 /// "loss:baseline". A value that is called like one of the run's own columns is "result.<key>".
 class RunTable {

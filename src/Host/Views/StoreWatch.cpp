@@ -24,7 +24,8 @@ StoreWatch::Event StoreWatch::wait(std::chrono::milliseconds longest)
     const auto deadline = std::chrono::steady_clock::now() + longest;
     while (true) {
         if (const std::int64_t version = lab_->store->dataVersion(); version != dataVersion_) {
-            dataVersion_ = version; // before the rows are read, so that what comes meanwhile counts again
+            // Before the rows are read, so that what is committed meanwhile counts again.
+            dataVersion_ = version;
             inFlight_ = lab_->store->runsInFlight(lab_->project.id).runs;
             return Event::changed;
         }
@@ -40,16 +41,16 @@ StoreWatch::Event StoreWatch::wait(std::chrono::milliseconds longest)
         }
         if (now >= deadline)
             return Event::timedOut;
-        std::this_thread::sleep_for(
-            std::min<std::chrono::steady_clock::duration>(pause, deadline - now)); // no commit wakes anybody
+        // No commit wakes anybody.
+        std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(pause, deadline - now));
     }
 }
 
 bool StoreWatch::closeTheDead()
 {
     lab_->reconcile(inFlight_);
-    return std::erase_if(inFlight_, [](const Run& run) { return run.isFinished(); }) >
-           0; // our own commit doesn't show in the store's version
+    // What we have just committed ourselves doesn't show in the store's version.
+    return std::erase_if(inFlight_, [](const Run& run) { return run.isFinished(); }) > 0;
 }
 
 } // namespace veltry

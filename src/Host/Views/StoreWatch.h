@@ -17,7 +17,7 @@ namespace veltry {
 class StoreWatch {
 public:
     enum class Event {
-        changed,  ///< another process has written, or a run was closed whose supervisor is gone
+        changed,  ///< another process has written, or a run whose supervisor is gone was closed
         resized,  ///< the terminal has another size
         timedOut, ///< none of these
     };
@@ -25,7 +25,7 @@ public:
     /// What is written from here on counts as a change, so it is made before the first view is drawn.
     StoreWatch(const Lab& lab, const Terminal& terminal);
 
-    /// Blocks until one of these is so. Throws what the store throws.
+    /// Blocks until one of these happens. Throws what the store throws.
     [[nodiscard]] Event wait(std::chrono::milliseconds longest = std::chrono::hours(24));
 
 private:

@@ -1,7 +1,7 @@
 #include "Host/Words/DiffText.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
-#include "Host/Charts/Axis.h"
 #include "Host/Terminal/TextTable.h"
 
 #include <fmt/format.h>
@@ -17,11 +17,6 @@ constexpr std::size_t leastTextColumns = 20;
 constexpr std::size_t mostRowsOfALine = 6; // on a terminal
 constexpr std::size_t barColumns = 30;
 constexpr std::string_view tab = "    ";
-
-std::string counted(std::int64_t count, std::string_view what)
-{
-    return fmt::format("{} {}{}", grouped(count), what, count == 1 ? "" : "s");
-}
 
 std::string counts(std::int64_t added, std::int64_t removed, const Terminal& terminal)
 {
@@ -106,7 +101,9 @@ private:
             if (row < mostRowsOfALine && !piece.empty())
                 continue;
             const auto left = static_cast<std::int64_t>(text::columns(rest));
-            result_ += front + terminal_.styled(Style::dim, fmt::format("({} more)", counted(left, "column"))) + "\n";
+            result_ += front +
+                       terminal_.styled(Style::dim, fmt::format("({} more)", groupedCount(left, "column", "columns"))) +
+                       "\n";
             return;
         }
     }
@@ -130,7 +127,7 @@ private:
 std::string summary(const Changes& changes, const Terminal& terminal)
 {
     return fmt::format(
-        "{}, {}, against {}{}\n", counted(std::ssize(changes.files), "file"),
+        "{}, {}, against {}{}\n", groupedCount(std::ssize(changes.files), "file", "files"),
         counts(changes.added(), changes.removed(), terminal), text::oneLine(changes.against),
         changes.frozen ? ", as a run's commit has it" : "");
 }

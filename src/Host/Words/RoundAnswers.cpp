@@ -12,7 +12,7 @@ namespace veltry::RoundAnswers {
 
 namespace {
 
-/// A text of an agent, whose own lines are kept, behind `first` and then as far to the right; each ends in a line feed.
+/// An agent's text with its own lines, the first after `first` and the others set in as far.
 std::string lines(std::string_view given, std::string_view first, const Terminal& terminal, Style style = Style::plain)
 {
     const std::string others(first.size(), ' ');
@@ -110,7 +110,7 @@ struct Value {
     std::string_view text;
 };
 
-/// "2:words" in a round of several questions, or of one with "1:words".
+/// "2:words" in a round of several questions; "1:words" may stand in a round of one too.
 Value split(std::span<const Question> questions, std::string_view given)
 {
     const std::size_t colon = given.find(':');
@@ -139,9 +139,9 @@ void applyChoice(std::span<const Question> questions, std::vector<Answer>& answe
             return add(*value.question, *index);
     throw UsageError(
         questions.size() == 1
-            ? fmt::format("\"{}\" is no choice of the question. veltry questions shows them.", given)
+            ? fmt::format("\"{}\" isn't a choice of the question. veltry questions shows them.", given)
             : fmt::format(
-                  "\"{}\" is no choice. In a round of {} questions write the question's number in front: 2:1 or "
+                  "\"{}\" isn't a choice. In a round of {} questions write the question's number in front: 2:1 or "
                   "2:LABEL.",
                   given, questions.size()));
 }

@@ -21,7 +21,7 @@ namespace veltry::RoundAnswers {
 /// What may be typed, for a prompt: "1 to 3, or words".
 [[nodiscard]] std::string prompt(const Question& question);
 
-/// The answer that a typed line means, or what is wrong with the line, to be said to who typed it. Numbers, parted by
+/// The answer that a typed line means, or what to tell the person who typed it is wrong. Numbers, parted by
 /// commas or blanks, choose; "2 + words" chooses and adds words; a whole label chooses; "-" gives an empty answer;
 /// anything else is an answer in words, also a number in quotes. A blank line means nothing.
 [[nodiscard]] std::expected<Answer, std::string> fromLine(const Question& question, std::string_view line);

@@ -143,7 +143,8 @@ public:
         if (scheme == "file" && request.mayBeFile) {
             transfer->complete(transfer->readFile());
         } else if (scheme != "http" && scheme != "https") {
-            transfer->complete(std::unexpected(Failure(Failure::Kind::transfer, "That kind of address isn't asked.")));
+            transfer->complete(std::unexpected(Failure(
+                Failure::Kind::transfer, "Only addresses that begin with http:// or https:// can be fetched.")));
         } else if (CURL* handle = curl_.easyInit(); handle && setUp(handle, *transfer)) {
             open_.emplace(handle, std::move(transfer));
             curl_.multiAddHandle(multi_, handle);

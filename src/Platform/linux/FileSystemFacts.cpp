@@ -72,7 +72,6 @@ std::optional<FileSystem> of(const std::filesystem::path& path)
     FileSystem system{.type = typeOf(std::filesystem::weakly_canonical(there, unknown), status.st_dev)};
     system.isNetwork = isNetworkType(system.type);
     system.freeBytes = std::uint64_t{space.f_bavail} * space.f_frsize;
-    system.totalBytes = std::uint64_t{space.f_blocks} * space.f_frsize;
     return system;
 }
 

@@ -56,7 +56,7 @@ bool link(const FileDescriptor& file, const FileDescriptor& folder, const std::s
     return ::linkat(AT_FDCWD, open.c_str(), folder.get(), name.c_str(), AT_SYMLINK_FOLLOW) == 0;
 }
 
-/// Of a plain file in that folder. A set-user bit isn't for new contents, as write(2) has it.
+/// The mode of a plain file in that folder. A set-user bit isn't for new contents, as write(2) has it.
 std::optional<mode_t> permissionsOf(const FileDescriptor& folder, const std::string& name) noexcept
 {
     struct stat status{};

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "Host/CommandLine/Command.h"
+#include "Host/Registration/ClientConfiguration.h"
+
+/// Options and arguments that several families have in the same words.
+namespace veltry::Commands {
+
+inline constexpr Option clientOption = {
+    "--client",
+    "CLIENT",
+    "The MCP client in whose form the block is written",
+    Option::Count::optional,
+    Option::Completion::none,
+    ClientConfiguration::kinds};
+
+inline constexpr Option runOption = {
+    "RUN", "", "The run, by its number or id", Option::Count::required, Option::Completion::run};
+
+} // namespace veltry::Commands
