@@ -83,6 +83,7 @@ asio::awaitable<Paper> PaperTools::paper(JSONValue arguments) const
 {
     const std::string given = ToolArguments::requiredString("paper_id", arguments);
     const std::string id = text::replacingAll(text::trimmedBlanks(given), OpenAlex::site, "");
+    // Of any project: what somebody saved once costs no search, of which there are only so many a day.
     if (std::optional<Paper> known = lab->store->libraryPaper(id))
         co_return std::move(*known);
     std::optional<Paper> found = co_await search->paper(id);
@@ -132,6 +133,7 @@ PaperTools::Answer PaperTools::savePaper(JSONValue arguments) const
 
 PaperTools::Answer PaperTools::citePaper(JSONValue arguments) const
 {
+    // The node before the paper: one that isn't there must not cost a search.
     const Experiment experiment = lab->experiment(ToolArguments::node(arguments));
     const Paper found = co_await paper(arguments);
     const std::string reason = ToolArguments::requiredString("reason", arguments);
@@ -144,6 +146,7 @@ std::string PaperTools::listLibrary(const JSONValue& /*arguments*/) const
     std::vector<Paper> papers = lab->store->libraryPapers(lab->project.id);
     if (papers.empty())
         return "No papers are saved to this project.";
+    // Papers are shared by all projects, and so are their citations; those of other projects are left out below.
     std::map<std::string, std::vector<CitingExperiment>> citing = lab->store->citingExperiments();
     std::vector<PaperTexts::Entry> entries;
     for (Paper& paper : papers) {
