@@ -203,10 +203,10 @@ TEST_F(Conversations, TheLoginShellGoesWithACommandThatIsEndedWhileItStarts)
         fake, "#!/bin/sh\n[ \"$1\" = -ilc ] || exit 0\nsleep 77 & echo $$ $! > \"$STARTED\"\nwait\n");
     std::filesystem::permissions(fake, std::filesystem::perms::owner_all);
     const std::string started = lab / "started";
-    for (const std::string command : {"$agent hello", "${agent/ agent / import } --list"}) {
+    for (const char* const command : {"$agent hello", "${agent/ agent / import } --list"}) {
         SCOPED_TRACE(command);
         const ChildProcess::Output output = shell(
-            "eval \"exec " + command + R"(" & until [ -s "$STARTED" ]; do sleep 0.05; done
+            std::string("eval \"exec ") + command + R"(" & until [ -s "$STARTED" ]; do sleep 0.05; done
 kill $!; wait $!; status=$?; sleep 0.2
 for pid in $(cat "$STARTED"); do grep -q '^State:.[^Z]' "/proc/$pid/status" 2>/dev/null && exit 1; done
 rm "$STARTED"; exit $status)",
