@@ -5,6 +5,7 @@
 #include "Support/RunOnExecutor.h"
 #include "Support/TemporaryFolder.h"
 
+#include <asio/detached.hpp>
 #include <asio/post.hpp>
 #include <fmt/format.h>
 #include <gmock/gmock.h>

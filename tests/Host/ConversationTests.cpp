@@ -218,7 +218,8 @@ rm "$STARTED"; exit $status)",
 TEST_F(Conversations, WhatTheAgentGetsOfTheEnvironment)
 {
     Files::writeAtomically(lab / ".profile", "BIG=$(head -c 140000 /dev/zero | tr '\\0' x)\nexport BIG\n");
-    const ChildProcess::Output output = shell(R"(eval "$agent hello")", {{"HOME", lab.path().string()}});
+    const std::string home = std::filesystem::path(lab / ".profile").parent_path().string();
+    const ChildProcess::Output output = shell(R"(eval "$agent hello")", {{"HOME", home}});
     EXPECT_EQ(output.exitNumber, 0) << output.error;
     EXPECT_THAT(output.error, HasSubstr("longer than the system hands to a program"));
 

@@ -1,3 +1,4 @@
+#include "Host/Refusal.h"
 #include "Host/Views/RunTable.h"
 #include "Support/TreeRecords.h"
 
