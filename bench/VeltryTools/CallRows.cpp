@@ -45,7 +45,7 @@ Measured pipelined(const Workplace& place, std::string_view tool)
     const auto timed = [&](LineProcess& process) {
         return [&] { return secondsOf([&] { process.exchange(requests, calls); }) / calls; };
     };
-    return interleaved(25, timed(server), timed(loop));
+    return interleaved(25, timed(server), timed(loop), least);
 }
 
 } // namespace

@@ -21,7 +21,7 @@ ExperimentTree::References ExperimentTree::Node::references() const
 ExperimentTree::ExperimentTree(std::vector<Experiment> nodes, std::vector<Run> runs, std::vector<Citation> citations)
     : runs_(std::move(runs)), citations_(std::move(citations))
 {
-    nodes_.reserve(nodes.size());
+    nodes_.reserve(nodes.size()); // each is pointed at as soon as it stands there
     byID_.reserve(nodes.size());
     for (Experiment& record : nodes) {
         Node& node = nodes_.emplace_back();

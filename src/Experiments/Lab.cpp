@@ -124,7 +124,7 @@ ExperimentTree Lab::treeAround(const std::vector<UUID>& nodes) const
     for (const ExperimentTree::Node* node : asked)
         std::ranges::move(store->runsOfExperiment(node->record.id), std::back_inserter(runs));
     reconcile(runs);
-    std::ranges::sort(runs, {}, &Run::number);
+    std::ranges::sort(runs, {}, &Run::number); // they came node by node
     const std::vector<const ExperimentTree::Node*> read(asked.begin(), asked.end());
     return std::move(tree).withRunsOf(read, std::move(runs), store->citations(project.id));
 }

@@ -50,7 +50,7 @@ public:
     /// The whole project. Reads each of its tables once, and closes runs whose supervisor is gone as reconcile() does.
     [[nodiscard]] ExperimentTree tree() const;
     /// All nodes and citations of the project, but only the runs of the named nodes, of their parents and of their
-    /// baselines: what it costs doesn't grow with the runs of the others. Throws if one of the nodes isn't there.
+    /// baselines: what it costs doesn't grow with the runs of the others. Throws LabError experiment_not_found.
     [[nodiscard]] ExperimentTree treeAround(const std::vector<UUID>& nodes) const;
     /// True if a run of the node has a result, whatever its status.
     [[nodiscard]] bool isFrozen(const Experiment& experiment) const;

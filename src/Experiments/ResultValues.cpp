@@ -113,7 +113,7 @@ private:
 
 std::string ResultValue::text() const
 {
-    return number() ? exactNumber(*number()) : std::get<std::string>(value);
+    return number() ? JSONValue(*number() + 0.0).text() : std::get<std::string>(value); // no "-0"
 }
 
 ResultValues resultValues(const Run& run)

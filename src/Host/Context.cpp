@@ -215,7 +215,7 @@ Context::Look Context::look(const std::vector<std::string>& given)
     std::vector<UUID> nodes;
     for (const std::string& name : given) {
         const std::optional<Run>& named = runs.emplace_back(namesRun(name) ? std::optional(run(name)) : std::nullopt);
-        nodes.push_back(named ? named->experimentID : node(name).id);
+        nodes.push_back(named ? nodeOf(*named).id : node(name).id);
     }
     Look look{.tree = lab.treeAround(nodes), .named = {}};
     for (std::size_t index = 0; index < given.size(); ++index) {
@@ -231,9 +231,7 @@ Experiment Context::nodeOf(const Run& run)
 {
     std::optional<Experiment> node = store()->experiment(run.experimentID);
     if (!node)
-        throw Refusal(fmt::format(
-            "The node of run #{} can't be read from the store. veltry doctor tells what is wrong with it.",
-            run.number));
+        throw Refusal(fmt::format("The node of run #{} is gone from the store, or its row can't be read.", run.number));
     return std::move(*node);
 }
 

@@ -17,7 +17,6 @@ namespace {
 
 constexpr int failure = 1;
 constexpr int usageError = 2;
-constexpr int interrupted = 130;
 
 /// In one line, as every error is told.
 int told(const Terminal& notes, const std::string& what, int status)
@@ -55,8 +54,8 @@ int main(const std::vector<std::string>& arguments)
         return 0;
     } catch (const Terminal::Closed&) {
         return 0;
-    } catch (const Interruption::Interrupted&) {
-        return interrupted;
+    } catch (const ProcessEnd::Requested& by) {
+        ProcessEnd::leaveBy(by.signal);
     } catch (const UsageError& error) {
         return told(notes, error.description(), usageError);
     } catch (const LabError& error) {

@@ -88,8 +88,7 @@ asio::awaitable<PaperPage> OpenAlex::search(std::string query) const
     std::string address = fmt::format(
         "{}?filter={}&per_page={}&select={}", endpoint_, Address::queryValue("title_and_abstract.search:" + query),
         pageSize, fields);
-    asio::awaitable<std::optional<std::string>> asked = answer(std::move(address));
-    const std::optional<std::string> body = co_await std::move(asked);
+    const std::optional<std::string> body = co_await answer(std::move(address));
     if (!body)
         throw PaperSearchError(PaperSearchError::Kind::unreachable);
     co_return OpenAlexAnswer::page(*body);
@@ -100,8 +99,7 @@ asio::awaitable<std::optional<Paper>> OpenAlex::paper(std::string id) const
     if (!isWorkID(id))
         co_return std::nullopt;
     std::string address = fmt::format("{}/{}?select={}", endpoint_, id, fields);
-    asio::awaitable<std::optional<std::string>> asked = answer(std::move(address));
-    const std::optional<std::string> body = co_await std::move(asked);
+    const std::optional<std::string> body = co_await answer(std::move(address));
     if (!body)
         co_return std::nullopt;
     co_return OpenAlexAnswer::work(*body);
@@ -115,8 +113,7 @@ asio::awaitable<std::optional<std::string>> OpenAlex::answer(std::string address
     if (keyed)
         request.address += "&api_key=" + Address::queryValue(*key);
     const asio::any_io_executor executor = co_await asio::this_coro::executor;
-    asio::awaitable<HTTPSession::Outcome> transfer = fetch(executor, session_, std::move(request));
-    HTTPSession::Outcome outcome = co_await std::move(transfer);
+    HTTPSession::Outcome outcome = co_await fetch(executor, session_, std::move(request));
     if (outcome)
         co_return bodyOf(std::move(*outcome), keyed);
     // The library itself is missing, and advice about the connection would mislead.

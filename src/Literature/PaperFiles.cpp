@@ -96,8 +96,7 @@ asio::awaitable<std::filesystem::path> PaperFiles::pdf(Paper paper) const
         .file = download.file().duplicate(),
         .patience = patience};
     const asio::any_io_executor executor = co_await asio::this_coro::executor;
-    asio::awaitable<HTTPSession::Outcome> transfer = fetch(executor, session, std::move(request));
-    const HTTPSession::Outcome outcome = co_await std::move(transfer);
+    const HTTPSession::Outcome outcome = co_await fetch(executor, session, std::move(request));
     check(outcome, folder);
     // Many an "open-access PDF" answers 200 with a page that asks for a login.
     if (Files::readAt(download.file(), 0, signature.size()) != signature)

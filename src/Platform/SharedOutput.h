@@ -23,12 +23,13 @@ public:
     /// Ends a writeAll() that goes on, and every one to come. May be called from any thread.
     void stop() noexcept;
     /// Not while another thread writes.
-    void close() noexcept { file_.reset(); }
+    void close() noexcept;
 
 private:
     [[nodiscard]] bool waitForRoom() const;
 
     FileDescriptor file_;
+    FileDescriptor unblocking_; // the same pipe without waiting; none for anything else
     FileDescriptor stopEvent_;
     bool isTerminal_;
 };

@@ -9,7 +9,8 @@ namespace veltry {
 
 namespace {
 
-/// A store has about forty statements; what comes beyond is prepared each time.
+/// A store has about forty statements; what comes beyond is prepared each time. Those that nobody
+/// used take no memory: a supervisor, which lives as long as its run, keeps a handful.
 constexpr std::size_t maximumPrepared = 64;
 
 constexpr auto shortestPause = std::chrono::milliseconds(1);
@@ -30,6 +31,7 @@ void Connection::Closer::operator()(sqlite3* handle) const noexcept
 Connection::Connection(const std::filesystem::path& path, std::chrono::milliseconds busyTimeout)
 {
     sqlite3* opened = nullptr;
+    // Without SQLite's own mutex: Database lets one thread at a time come here.
     const int code = sqlite3_open_v2(
         path.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
     handle_.reset(opened); // there is one even where opening fails
@@ -37,6 +39,7 @@ Connection::Connection(const std::filesystem::path& path, std::chrono::milliseco
         throw opened ? error({}) : DatabaseError(code, sqlite3_errstr(code));
 
     sqlite3_extended_result_codes(opened, 1);
+    // Or a column that is misspelt in double quotes would be read as a text.
     sqlite3_db_config(opened, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
     sqlite3_db_config(opened, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
     sqlite3_busy_timeout(opened, static_cast<int>(busyTimeout.count()));
@@ -82,6 +85,7 @@ Statement::Handle Connection::prepare(std::string_view sql, std::string_view& re
 
 Statement Connection::start(std::string_view sql, std::span<const Argument> arguments)
 {
+    // Taken out while it is in use: the same text inside the rows of itself gets a statement of its own.
     const auto found = prepared_.find(sql);
     Statement::Handle handle;
     if (found != prepared_.end())
@@ -106,6 +110,7 @@ void Connection::run(std::string_view sql, std::span<const Argument> arguments)
             continue;
         return;
     }
+    // One after the other, since a statement may need the table that the one before it makes.
     for (bool whole = true; !isEmpty(sql); whole = false) {
         std::string_view rest;
         Statement::Handle handle = prepare(sql, rest);
@@ -144,6 +149,7 @@ void Connection::makePlace(const Statement::Handle& handle)
 
 void Connection::giveBack(Statement::Handle handle) noexcept
 {
+    // No place: it was one too many, a pragma, or the second of the same text. It goes with the handle.
     const auto place = prepared_.find(std::string_view(sqlite3_sql(handle.get())));
     if (place != prepared_.end() && !place->second)
         place->second = std::move(handle);
@@ -161,6 +167,8 @@ bool Connection::isInTransaction() const noexcept
 
 Transaction::Transaction(Connection& connection, Kind kind) : connection_(connection)
 {
+    // A writer takes the lock here, where the busy time-out applies. SQLite doesn't wait when a reader becomes a
+    // writer.
     connection.execute(kind == Kind::writing ? "BEGIN IMMEDIATE TRANSACTION" : "BEGIN DEFERRED TRANSACTION");
     connection.onlyReads_ = kind == Kind::reading;
 }

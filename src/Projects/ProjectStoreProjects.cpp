@@ -58,7 +58,7 @@ std::vector<Project> ProjectStore::projects() const
         std::vector<Project> projects;
         Statement rows = connection.query("SELECT * FROM project ORDER BY created_at, rowid");
         while (rows.step()) {
-            std::optional<Project> project = RowDecoder<Project>(rows)(rows);
+            std::optional<Project> project = decodeRow<Project>(rows);
             if (!project)
                 continue;
             if (const auto own = folders.find(rows.string(rows.column("id"))); own != folders.end())

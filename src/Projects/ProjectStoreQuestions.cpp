@@ -11,7 +11,7 @@ namespace {
 template <typename Record>
 std::string stored(const std::vector<Record>& list)
 {
-    return records::Codec<std::vector<Record>>::write(list).text(JSONValue::Slashes::escaped);
+    return toJSON(list).text(JSONValue::Slashes::escaped);
 }
 
 /// Only an open round: the first to close it wins.

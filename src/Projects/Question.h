@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Base/Date.h"
+#include "Base/JSONValue.h"
 #include "Base/UUID.h"
 #include "Base/Words.h"
 
@@ -68,5 +69,9 @@ inline constexpr auto wordsOf<AgentQuestions::Status> = std::to_array<Word<Agent
     {AgentQuestions::Status::dismissed, "dismissed"},
     {AgentQuestions::Status::withdrawn, "withdrawn"},
 });
+
+/// The forms that the store keeps: lists of objects with the names of the fields as keys, absent ones left out.
+[[nodiscard]] JSONValue toJSON(const std::vector<Question>& questions);
+[[nodiscard]] JSONValue toJSON(const std::vector<Answer>& answers);
 
 } // namespace veltry

@@ -35,4 +35,14 @@ JSONValue toJSON(const Paper& paper)
     return records::writeRecord(paper);
 }
 
+JSONValue toJSON(const std::vector<Question>& questions)
+{
+    return records::Codec<std::vector<Question>>::write(questions);
+}
+
+JSONValue toJSON(const std::vector<Answer>& answers)
+{
+    return records::Codec<std::vector<Answer>>::write(answers);
+}
+
 } // namespace veltry

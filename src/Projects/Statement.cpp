@@ -74,8 +74,10 @@ Statement::~Statement()
 {
     if (!handle_)
         return;
-    sqlite3_reset(handle_.get()); // repeats the failure of step(), which has been thrown already
-    sqlite3_clear_bindings(handle_.get());
+    // Or the snapshot would outlive its transaction, and no checkpoint could pass it. The result repeats the failure of
+    // step(), which has been thrown already.
+    sqlite3_reset(handle_.get());
+    sqlite3_clear_bindings(handle_.get()); // bound texts go with this object
     connection_->giveBack(std::move(handle_));
 }
 
@@ -98,6 +100,7 @@ bool Statement::step()
     }
 }
 
+// Once for each list of rows and not for each row: a decoder keeps what it found.
 int Statement::column(std::string_view name) const
 {
     const int count = sqlite3_column_count(handle_.get());
@@ -117,6 +120,7 @@ bool Statement::isNull(int column) const
 
 std::string_view Statement::text(int column) const
 {
+    // The text first, then its length: only after it has become a text does SQLite know how long that is.
     const auto* start = reinterpret_cast<const char*>(sqlite3_column_text(handle_.get(), column));
     return start ? std::string_view(start, static_cast<std::size_t>(sqlite3_column_bytes(handle_.get(), column)))
                  : std::string_view();

@@ -74,8 +74,7 @@ asio::awaitable<std::unique_ptr<Download>> download(WebAddress from, std::shared
     TemporaryFile file(std::filesystem::temp_directory_path());
     HTTPSession::Request request{.address = std::move(from.text), .file = file.file().duplicate()};
     const asio::any_io_executor executor = co_await asio::this_coro::executor;
-    asio::awaitable<HTTPSession::Outcome> transfer = veltry::fetch(executor, std::move(session), std::move(request));
-    const HTTPSession::Outcome outcome = co_await std::move(transfer);
+    const HTTPSession::Outcome outcome = co_await veltry::fetch(executor, std::move(session), std::move(request));
     if (!outcome)
         throw HTTPSession::Failure(outcome.error());
     const bool isHTTP = outcome->status != 0;
@@ -88,12 +87,10 @@ asio::awaitable<std::unique_ptr<Download>> download(WebAddress from, std::shared
 asio::awaitable<LocalArchive> local(Archive from, std::shared_ptr<HTTPSession> session)
 {
     LocalArchive archive;
-    if (WebAddress* address = std::get_if<WebAddress>(&from)) {
-        asio::awaitable<std::unique_ptr<Download>> transfer = download(std::move(*address), std::move(session));
-        archive.downloaded = co_await std::move(transfer);
-    } else {
+    if (WebAddress* address = std::get_if<WebAddress>(&from))
+        archive.downloaded = co_await download(std::move(*address), std::move(session));
+    else
         archive.file = std::get<std::filesystem::path>(std::move(from));
-    }
     const asio::cancellation_state cancellation = co_await asio::this_coro::cancellation_state;
     if (cancellation.cancelled() != asio::cancellation_type::none)
         throw asio::system_error(asio::error::operation_aborted);
@@ -186,15 +183,13 @@ asio::awaitable<void> fetch(
 {
     if (!isName(name))
         throw noTemplate(name);
-    asio::awaitable<LocalArchive> atHand = local(std::move(from), std::move(session));
-    const LocalArchive archive = co_await std::move(atHand);
+    const LocalArchive archive = co_await local(std::move(from), std::move(session));
     unpack(name, folder, archive.path());
 }
 
 asio::awaitable<std::vector<std::string>> names(Archive from, std::shared_ptr<HTTPSession> session)
 {
-    asio::awaitable<LocalArchive> atHand = local(std::move(from), std::move(session));
-    const LocalArchive archive = co_await std::move(atHand);
+    const LocalArchive archive = co_await local(std::move(from), std::move(session));
     co_return namesIn(archive.path());
 }
 

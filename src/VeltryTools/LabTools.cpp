@@ -143,6 +143,7 @@ std::string LabTools::setExperimentNotes(const JSONValue& arguments) const
 
 std::string LabTools::runExperiment(const JSONValue& arguments) const
 {
+    // Afresh at each call, so that an edit counts from the next run on.
     const std::int64_t maxRuns = settings ? VeltrySettings::load(*settings).maxRuns : 0;
     const Run run = lab->launch(ToolArguments::node(arguments), maxRuns);
     return fmt::format(
@@ -154,18 +155,19 @@ LabTools::Answer LabTools::waitForRuns(JSONValue arguments, Progress progress) c
 {
     const std::int64_t timeout = std::clamp<std::int64_t>(
         ToolArguments::optionalInt("timeout_seconds", arguments).value_or(defaultTimeout), 1, longestTimeout);
-    RunWatch watch(*lab);
+    RunWatch watch(*lab); // what is in flight now; runs that start later aren't waited for
     if (watch.waiting() == 0)
         co_return "Nothing is in flight.";
 
     const Clock::time_point deadline = Clock::now() + std::chrono::seconds(timeout);
     ProgressNotices notices(std::move(progress), progressInterval);
-    asio::steady_timer pause(co_await asio::this_coro::executor);
+    const asio::any_io_executor executor = co_await asio::this_coro::executor;
+    asio::steady_timer pause(executor);
     while (Clock::now() < deadline) {
         pause.expires_after(poll);
         co_await pause.async_wait(asio::use_awaitable);
         const std::vector<Run> finished = watch.finishedSince();
-        if (!finished.empty()) {
+        if (!finished.empty()) { // all that one look found, since a run that ended is never listed again
             std::string text;
             for (const Run& run : finished)
                 text += LabTexts::runLine(run, titleOf(*lab, run)) + "\n";
@@ -179,7 +181,7 @@ LabTools::Answer LabTools::waitForRuns(JSONValue arguments, Progress progress) c
 
 std::string LabTools::getRun(const JSONValue& arguments) const
 {
-    lab->reconcile();
+    lab->reconcile(); // first, or a run whose supervisor was killed would be shown as running
     const Run run = lab->run(ToolArguments::run(arguments));
     const std::int64_t logLines = ToolArguments::optionalInt("log_lines", arguments).value_or(defaultLogLines);
     const Experiment node = lab->experiment(run.experimentID);
@@ -209,10 +211,12 @@ LabTools::Answer LabTools::askUser(JSONValue arguments, Progress progress) const
 
     const Clock::time_point deadline = Clock::now() + questionWait;
     ProgressNotices notices(std::move(progress), progressInterval);
-    asio::steady_timer pause(co_await asio::this_coro::executor);
+    const asio::any_io_executor executor = co_await asio::this_coro::executor;
+    asio::steady_timer pause(executor);
     while (Clock::now() < deadline) {
+        // The look comes before the pause: the round may be one that was answered while nobody waited.
         const std::optional<AgentQuestions> round = lab->store->questions(id);
-        if (!round)
+        if (!round) // its project was removed; nobody will answer
             break;
         if (std::optional<std::string> text = AskUser::outcome(questions, *round))
             co_return std::move(*text);

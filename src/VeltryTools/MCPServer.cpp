@@ -10,6 +10,7 @@ constexpr const char* serverName = "harrowick-veltry";
 constexpr const char* serverVersion = "0.1.0";
 constexpr const char* defaultProtocol = "2025-06-18";
 
+/// Whatever version the client names is echoed: the four methods are the same in all of them.
 JSONValue initializeResult(const JSONValue& params, std::string instructions)
 {
     const JSONValue* version = params.find("protocolVersion");
@@ -23,8 +24,14 @@ JSONValue initializeResult(const JSONValue& params, std::string instructions)
 
 JSONValue callResult(ToolOutcome outcome)
 {
-    JSONValue block = JSONValue::object({{"type", "text"}, {"text", std::move(outcome.text)}});
-    return JSONValue::object({{"content", JSONValue::array({std::move(block)})}, {"isError", outcome.isError}});
+    // Member by member, since a list of initial values is copied: a tree's text may have megabytes.
+    JSONValue::Object block{{"type", "text"}};
+    block.emplace("text", std::move(outcome.text));
+    JSONValue::Array content;
+    content.emplace_back(std::move(block));
+    JSONValue::Object result{{"isError", outcome.isError}};
+    result.emplace("content", std::move(content));
+    return result;
 }
 
 asio::awaitable<JSONValue> callResultOf(asio::awaitable<ToolOutcome> call)
@@ -72,6 +79,7 @@ std::shared_ptr<JSONRPCConnection> MCPServer::serve(
     const auto shared = std::make_shared<const MCPServer>(std::move(server));
     const auto connection = JSONRPCConnection::make(executor, std::move(transport), false);
     const auto ignore = [](std::string /*method*/, JSONValue /*params*/) -> asio::awaitable<void> { co_return; };
+    // Weakly, since the connection holds the handler. Whoever calls it holds the connection.
     const auto answer = [shared, weak = std::weak_ptr(connection)](const std::string& method, const JSONValue& params) {
         return shared->handle(method, params, weak);
     };

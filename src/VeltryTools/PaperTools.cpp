@@ -91,10 +91,10 @@ asio::awaitable<Paper> PaperTools::paper(JSONValue arguments) const
 {
     const std::string given = ToolArguments::requiredString("paper_id", arguments);
     const std::string id = text::replacingAll(text::trimmedBlanks(given), OpenAlex::site, "");
+    // Of any project: what somebody saved once costs no search, of which there are only so many a day.
     if (std::optional<Paper> known = lab->store->libraryPaper(id))
         co_return std::move(*known);
-    asio::awaitable<std::optional<Paper>> asked = search->paper(id);
-    std::optional<Paper> found = co_await std::move(asked);
+    std::optional<Paper> found = co_await search->paper(id);
     if (!found)
         throw LabError(
             LabError::Code::paperNotFound,
@@ -112,8 +112,7 @@ PaperTools::Answer PaperTools::searchPapers(JSONValue arguments) const
     const std::string query = ToolArguments::requiredString("query", arguments);
     const std::int64_t limit = ToolArguments::optionalInt("limit", arguments).value_or(defaultLimit);
     const auto shown = static_cast<std::size_t>(std::clamp<std::int64_t>(limit, 1, highestLimit));
-    asio::awaitable<PaperPage> asked = search->search(query);
-    PaperPage page = co_await std::move(asked);
+    PaperPage page = co_await search->search(query);
     if (page.papers.empty())
         co_return fmt::format("No papers match \"{}\".", query);
     page.papers.resize(std::min(shown, page.papers.size()));
@@ -128,15 +127,13 @@ PaperTools::Answer PaperTools::searchPapers(JSONValue arguments) const
 
 PaperTools::Answer PaperTools::getPaper(JSONValue arguments) const
 {
-    asio::awaitable<Paper> look = paper(std::move(arguments));
-    const Paper found = co_await std::move(look);
+    const Paper found = co_await paper(std::move(arguments));
     co_return PaperTexts::paper(found, isSaved(found), files.cached(found));
 }
 
 PaperTools::Answer PaperTools::savePaper(JSONValue arguments) const
 {
-    asio::awaitable<Paper> look = paper(std::move(arguments));
-    const Paper found = co_await std::move(look);
+    const Paper found = co_await paper(std::move(arguments));
     if (isSaved(found))
         co_return fmt::format("{} is already saved to this project.", found.title);
     lab->store->savePaper(found, lab->project.id);
@@ -145,9 +142,9 @@ PaperTools::Answer PaperTools::savePaper(JSONValue arguments) const
 
 PaperTools::Answer PaperTools::citePaper(JSONValue arguments) const
 {
+    // The node before the paper: one that isn't there must not cost a search.
     const Experiment experiment = lab->experiment(ToolArguments::node(arguments));
-    asio::awaitable<Paper> look = paper(arguments);
-    const Paper found = co_await std::move(look);
+    const Paper found = co_await paper(arguments);
     const std::string reason = ToolArguments::requiredString("reason", arguments);
     lab->store->cite(found, experiment.id, text::trimmed(reason));
     co_return fmt::format("{} cites {}.", experiment.title, found.title);
@@ -158,6 +155,7 @@ std::string PaperTools::listLibrary(const JSONValue& /*arguments*/) const
     std::vector<Paper> papers = lab->store->libraryPapers(lab->project.id);
     if (papers.empty())
         return "No papers are saved to this project.";
+    // Papers are shared by all projects, and so are their citations; those of other projects are left out below.
     std::map<std::string, std::vector<CitingExperiment>> citing = lab->store->citingExperiments();
     std::vector<PaperTexts::Entry> entries;
     for (Paper& paper : papers) {
@@ -171,10 +169,8 @@ std::string PaperTools::listLibrary(const JSONValue& /*arguments*/) const
 
 PaperTools::Answer PaperTools::downloadPaper(JSONValue arguments) const
 {
-    asio::awaitable<Paper> look = paper(std::move(arguments));
-    const Paper found = co_await std::move(look);
-    asio::awaitable<std::filesystem::path> download = files.pdf(found);
-    const std::filesystem::path path = co_await std::move(download);
+    const Paper found = co_await paper(std::move(arguments));
+    const std::filesystem::path path = co_await files.pdf(found);
     co_return fmt::format("Downloaded {} to {}", found.title, path.string());
 }
 

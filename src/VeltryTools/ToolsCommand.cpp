@@ -119,8 +119,10 @@ std::vector<Tool> makeTools(Lab served, const Options& options)
 asio::awaitable<void> bidFarewell(std::shared_ptr<JSONRPCConnection> connection)
 {
     const asio::any_io_executor executor = co_await asio::this_coro::executor;
-    co_await asio::post(executor, asio::use_awaitable);     // after the handlers of every request that was read
-    asio::steady_timer patience(executor, longestFarewell); // only from here on: handlers may have taken longer
+    // After what handlers of requests that were read have posted; and only from then on is there a limit, since a
+    // handler may take longer than that.
+    co_await asio::post(executor, asio::use_awaitable);
+    asio::steady_timer patience(executor, longestFarewell);
     patience.async_wait([](const asio::error_code&) { leave(); });
     co_await connection->flush();
     leave();
@@ -162,6 +164,7 @@ Options parseOptions(const std::vector<std::string>& words)
 
 void serve(const Options& options)
 {
+    // The store comes before the mode's own options: what is wrong with it is told first.
     std::shared_ptr<ProjectStore> store = openStore(options);
     Project project = findProject(*store, requiredOption(options, "--project"));
     const std::optional<std::string> runs = option(options, "--runs");
@@ -179,6 +182,7 @@ void serve(const Options& options)
 
     const auto transport = PipeTransport::make(
         executor.get_executor(), FileDescriptor(StandardStreams::input), FileDescriptor(StandardStreams::output));
+    // The end of input needs the connection, which is made with what runs at that end.
     const auto connection = std::make_shared<std::weak_ptr<JSONRPCConnection>>();
     const auto onEnd = [connection] { return bidFarewell(connection->lock()); };
     *connection = MCPServer::serve(std::move(server), executor.get_executor(), transport, onEnd);

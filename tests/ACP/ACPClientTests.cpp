@@ -152,8 +152,7 @@ void withScene(Body body)
     runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
         Scene scene(executor);
         co_await scene.handshake();
-        asio::awaitable<void> work = body(scene);
-        co_await std::move(work);
+        co_await body(scene);
     });
 }
 
@@ -194,6 +193,10 @@ TEST(ACPClient, EachOperationAsksTheAgentAndReadsItsAnswer)
           {"session/list", R"({"cursor":"2","cwd":"/p"})",
            R"("result":{"sessions":[{"sessionId":"c","cwd":"/"}],"nextCursor":null})"}},
          "abc"},
+        {"list",
+         {{"session/list", "", R"("result":{"sessions":[{"sessionId":"a","cwd":"/"}],"nextCursor":"1"})"},
+          {"session/list", "", R"("result":{"sessions":[{"sessionId":"b","cwd":"/"}],"nextCursor":"1"})"}},
+         "ab"},
         {"list",
          {{"session/list", "", R"("result":{"sessions":[],"nextCursor":"1"})"},
           {"session/list", "", R"("result":{"sessions":[{}]})"}},
@@ -310,7 +313,8 @@ TEST(ACPClient, UpdatesArriveInOrderBeforeTheTurnEndsAndAfter)
             scene.delegate->updates,
             ElementsAre(R"({"sessionUpdate":"usage_update","used":1})", R"({"entries":[],"sessionUpdate":"plan"})"));
         co_await update("x", R"({"sessionUpdate":"session_info_update","title":null})");
-        co_await scene.until([&] { return scene.delegate->updates.size() == 3; });
+        const auto came = [&] { return scene.delegate->updates.size() == 3; };
+        co_await scene.until(came);
     });
     EXPECT_THAT(log.lines, ElementsAre("skipped a session/update this build cannot read: update.entries is missing"));
 }
@@ -321,7 +325,8 @@ TEST(ACPClient, ACancelAnswersTheAsksOfItsSessionFirst)
         co_await scene.ask(10, "session/request_permission", permission("s"));
         co_await scene.ask(11, "session/request_permission", permission("t"));
         co_await scene.ask(12, "session/request_permission", permission("s"));
-        co_await scene.until([&] { return scene.delegate->asked.size() == 3; });
+        const auto asked = [&] { return scene.delegate->asked.size() == 3; };
+        co_await scene.until(asked);
         scene.begin("cancel");
         const std::string cancelled = R"("jsonrpc":"2.0","result":{"outcome":{"outcome":"cancelled"}}})";
         const std::string first = co_await scene.agent->receive();
@@ -366,8 +371,10 @@ TEST(ACPClient, AClientThatGoesCancelsItsAsksAndClosesTheAgentsInput)
 {
     withScene([](Scene& scene) -> asio::awaitable<void> {
         co_await scene.ask(10, "session/request_permission", permission("s"));
-        co_await scene.until([&] { return !scene.delegate->asked.empty(); });
+        const auto asked = [&] { return !scene.delegate->asked.empty(); };
+        co_await scene.until(asked);
         const std::weak_ptr<ACPClient> watched = scene.client;
+        asio::co_spawn(scene.executor, scene.client->cancel("s"), asio::detached);
         scene.client.reset();
         EXPECT_TRUE(watched.expired());
         std::string line;

@@ -125,7 +125,8 @@ TEST_F(AgentProcessTest, KeepsTheTailOfItsErrors)
 
 asio::awaitable<void> tellExit(std::shared_ptr<AgentProcess> agent, std::vector<std::int32_t>& statuses)
 {
-    statuses.push_back(co_await agent->waitForExit());
+    const std::int32_t status = co_await agent->waitForExit();
+    statuses.push_back(status);
 }
 
 TEST_F(AgentProcessTest, TellsEverybodyHowItEnded)

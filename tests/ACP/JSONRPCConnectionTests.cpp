@@ -94,8 +94,7 @@ void withPeer(Body body)
     runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
         Peer peer(executor);
         peer.start();
-        asio::awaitable<void> work = body(peer);
-        co_await std::move(work);
+        co_await body(peer);
         co_await peer.far->close();
     });
 }
@@ -111,6 +110,9 @@ TEST(JSONRPCConnection, AnswersEveryRequestUnderItsOwnId)
          R"({"id":{"x":[]},"jsonrpc":"2.0","result":null})"},
         {"carriage return", "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"echo\"}\r",
          R"({"id":1,"jsonrpc":"2.0","result":null})"},
+        {"halves of surrogate pairs",
+         R"({"jsonrpc":"2.0","id":1,"method":"echo","params":["\ud83d\ude00\uD83dx\ude00","\\ud800"]})",
+         R"({"id":1,"jsonrpc":"2.0","result":["😀�x�","\\ud800"]})"},
         {"error with data", R"({"jsonrpc":"2.0","id":1,"method":"fail"})",
          R"({"error":{"code":-32000,"data":"why","message":"no"},"id":1,"jsonrpc":"2.0"})"},
         {"another failure", R"({"jsonrpc":"2.0","id":1,"method":"break"})",

@@ -59,8 +59,7 @@ protected:
         runOnExecutor([&](const asio::any_io_executor& executor) -> asio::awaitable<void> {
             const asio::steady_timer first(executor); // brings the executor's own descriptors
             const ProcessResources before = ProcessResources::now();
-            asio::awaitable<void> work = body(executor);
-            co_await std::move(work);
+            co_await body(executor);
             const std::function<bool()> allGone = [&] { return ProcessResources::now() == before; };
             const bool gone = co_await eventuallyOnExecutor(allGone);
             EXPECT_TRUE(gone) << ProcessResources::now() << ", before " << before;

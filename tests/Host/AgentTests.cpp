@@ -54,7 +54,7 @@ TEST_F(AgentCommand, ATurnIsShownAndKeptAndFoundAgain)
     ASSERT_EQ(said.size(), 1u);
     EXPECT_EQ(said[0].conversationID, conversation.id);
 
-    // The agent can't go on with a session; the conversation does all the same.
+    // The agent can't continue a session; the conversation does all the same.
     const ChildProcess::Output again =
         lab.veltry(arguments({"--conversation", conversation.id.text().substr(0, 6), "Once more"}));
     EXPECT_EQ(again.exitNumber, 0) << again.error;

@@ -61,8 +61,11 @@ TEST_F(RunTables, KeepAndOrderRuns)
     } cases[] = {
         {"run > 0", "loss", false, "3 4 1 5 2 "},     {"run > 0", "loss", true, "5 1 4 3 2 "},
         {"run > 0", "node", true, "3 5 2 4 1 "},      {"loss < 2", "run", false, "3 4 "},
+        {"loss >= 1", "run", false, "1 4 5 "}, // a text comes after all numbers
         {"loss:baseline <= -1", "run", true, "4 3 "}, {"loss != 1", "run", false, "1 3 5 "},
-        {"result.status ~ OD", "run", false, "1 "},
+        {"status=failed", "run", false, "2 "},        {"result.status ~ OD", "run", false, "1 "},
+        {"title ~ LEA", "run", false, "3 5 "},        {"began > 2001", "run", false, "1 2 3 4 5 "},
+        {"ended > 2001", "run", false, ""},
     };
     for (const auto& c : cases) {
         RunTable table(*tree_);
@@ -70,6 +73,8 @@ TEST_F(RunTables, KeepAndOrderRuns)
         table.sort(table.column(c.column), c.descending);
         EXPECT_EQ(cells(table, "run"), c.runs) << c.condition << " by " << c.column;
     }
+    for (const char* condition : {"loss is 3", "< 3", "", "los < 3"})
+        EXPECT_THROW(RunTable(*tree_).keepWhere(condition), UsageError) << condition;
 }
 
 } // namespace

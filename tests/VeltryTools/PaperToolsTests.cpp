@@ -193,16 +193,6 @@ TEST_F(PaperToolsTest, TellsFailuresOfTheServiceAndOfDownloads)
     EXPECT_THAT(test.store->libraryPapers(), IsEmpty());
 }
 
-TEST(PaperTexts, CutsAtTheLastWholeWord)
-{
-    EXPECT_EQ(PaperTexts::cut("one two", 7), "one two");
-    EXPECT_EQ(PaperTexts::cut("one two three", 8), "one two…");
-    EXPECT_EQ(PaperTexts::cut("one two", 6), "one…");
-    EXPECT_EQ(PaperTexts::cut("onetwo three", 4), "onet…");
-    EXPECT_EQ(PaperTexts::cut("e\u0301e\u0301e\u0301", 3), "e\u0301e\u0301e\u0301");
-    EXPECT_EQ(PaperTexts::cut("", 3), "");
-}
-
 /// What a real server does while a download trickles.
 TEST_F(PaperToolsTest, ATricklingDownloadHoldsUpNobody)
 {
@@ -239,11 +229,13 @@ TEST_F(PaperToolsTest, TheEndOfInputDropsADownloadAndLeavesNothingOfIt)
     EXPECT_TRUE(std::filesystem::is_empty(test / "Papers"));
 }
 
-TEST_F(PaperToolsTest, AnAgentOfAConversationAsksItsPersonAndCites)
+TEST_F(PaperToolsTest, AServerOfAConversationAsksItsPersonAndCitesWithTheKeyOfItsStart)
 {
     offerFile({});
     const UUID conversation = test.store->createConversation(test.lab.project.id, "chat", "agent").id;
+    ::setenv(OpenAlex::keyVariable, "secret", 1);
     McpProcess client = test.serve({"--conversation", conversation.text()});
+    ::unsetenv(OpenAlex::keyVariable);
     const std::int64_t asked = client.sendCall(
         "ask_user", JSONValue::parse(R"({"questions":[{"question":"Which loss?","options":[{"label":"DPO"}]}]})"));
     ASSERT_TRUE(test::eventually([&] { return !test.store->openQuestions(conversation).empty(); }));
@@ -254,19 +246,8 @@ TEST_F(PaperToolsTest, AnAgentOfAConversationAsksItsPersonAndCites)
     const JSONValue citation =
         JSONValue::object({{"paper_id", "W5"}, {"experiment_id", node.id.text()}, {"reason", "its loss"}});
     EXPECT_EQ(client.call("cite_paper", citation), "Baseline cites On Loss.");
-    EXPECT_THAT(client.call("experiment_tree"), testing::EndsWith("\n  cites W5 On Loss: its loss"));
-}
-
-TEST_F(PaperToolsTest, TheServerReadsTheKeyWhenItStarts)
-{
-    ::setenv(OpenAlex::keyVariable, "secret", 1);
-    McpProcess client = test.serve();
-    ::unsetenv(OpenAlex::keyVariable);
-    server.reply("/works", {.status = 401});
-    EXPECT_EQ(
-        client.call("search_papers", query("x")),
-        "search_failed: OpenAlex refused the key. Check it in Settings › Literature.");
     EXPECT_EQ(server.asked().back().query.at("api_key"), "secret");
+    EXPECT_THAT(client.call("experiment_tree"), testing::EndsWith("\n  cites W5 On Loss: its loss"));
 }
 
 } // namespace

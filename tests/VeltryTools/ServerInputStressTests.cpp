@@ -49,13 +49,6 @@ TEST(ServerInputStress, ForeignBytesEndNoServer)
         {"a request of 50 MB", request("\"huge\"", "\"" + std::string(huge, 'x') + "\"")},
         {"an array of 50 MB", request("\"array\"", "[0" + std::string(huge / 2, ',') + "0]")},
         {"open brackets in a request", request("\"deep\"", brackets + std::string(100'000, ']'))},
-        {"open objects", std::string(100'000, '{')},
-        {"numbers beyond any range",
-         request("1e999", "null") + "\n" + request("-1e308", "1" + std::string(100'000, '0'))},
-        {"an id that fits no integer", request("123456789012345678901234567890", "{}")},
-        {"an answer to nothing", R"({"jsonrpc":"2.0","id":1e300,"result":7})"},
-        {"half characters",
-         request("\"\xe2\x82\"", "\"\xf0\x9f\"") + "\n" + request(R"("\ud83d")", R"("\udc00\ud800")")},
         {"NUL bytes", std::string(1000, '\0') + "\n" + request("\"nul\"", "{}") + std::string(1, '\0')},
         {"many empty lines", std::string(stressed<std::size_t>(1'000'000), '\n') + "\r\r\n\r\n"},
     };

@@ -76,6 +76,7 @@ TEST(ToolsCommand, TheEndOfInputEndsTheServerAndDropsWhatWaits)
     test.lab.launch(node.id, 0);
     test::McpProcess server = test.serve();
     const std::int64_t wait = server.sendCall("wait_for_runs");
+    EXPECT_EQ(server.request("ping").text(), "{}") << "the wait holds up nobody";
     const std::int64_t ping = server.send("ping");
     server.closeInput();
     EXPECT_TRUE(server.answer(ping).find("result"));

@@ -5,9 +5,11 @@
 #include <asio/co_spawn.hpp>
 #include <asio/detached.hpp>
 #include <asio/post.hpp>
+#include <asio/this_coro.hpp>
 
 #include <algorithm>
 #include <iterator>
+#include <set>
 #include <utility>
 
 namespace veltry {
@@ -39,6 +41,26 @@ std::optional<SystemPrompt> systemPrompt(const SessionSetup& setup)
     return setup.systemPrompt ? std::optional(SystemPrompt::appending(*setup.systemPrompt)) : std::nullopt;
 }
 
+/// Holds the connection, not the client, which may go before the answer comes.
+template <typename Result>
+asio::awaitable<Result> request(std::shared_ptr<JSONRPCConnection> connection, std::string method, JSONValue params)
+{
+    const JSONValue result = co_await connection->request(std::move(method), std::move(params));
+    co_return decoded<Result>(result);
+}
+
+asio::awaitable<void> sendCancel(std::shared_ptr<JSONRPCConnection> connection, std::string sessionId)
+{
+    // The answers to its asks go out first: their tasks stand before this turn in the executor's queue.
+    const asio::any_io_executor executor = co_await asio::this_coro::executor;
+    co_await asio::post(executor, asio::use_awaitable);
+    try {
+        connection->notify("session/cancel", encoded(CancelParams{std::move(sessionId)}));
+    } catch (const std::exception& error) {
+        logFailure("could not send session/cancel: " + describe(error));
+    }
+}
+
 } // namespace
 
 std::shared_ptr<ACPClient> ACPClient::make(
@@ -67,8 +89,8 @@ asio::awaitable<InitializeResult> ACPClient::initialize()
     if (!std::exchange(started_, true))
         start();
     JSONValue params = encoded(InitializeParams::from({.name = clientName, .version = clientVersion}));
-    InitializeResult result = co_await request<InitializeResult>("initialize", std::move(params));
-    co_return result;
+    std::string method = "initialize";
+    co_return co_await request<InitializeResult>(connection_, std::move(method), std::move(params));
 }
 
 void ACPClient::start()
@@ -101,15 +123,7 @@ asio::awaitable<void> ACPClient::failOnExit(
     if (const auto open = connection.lock())
         open->fail(ConnectionError::agentExited(status));
     if (const auto self = client.lock())
-        self->cancelAsks(std::nullopt);
-}
-
-template <typename Result>
-asio::awaitable<Result> ACPClient::request(const char* method, JSONValue params)
-{
-    std::string name = method;
-    const JSONValue result = co_await connection_->request(std::move(name), std::move(params));
-    co_return decoded<Result>(result);
+        self->cancelAsks(std::nullopt); // nobody is there to be told
 }
 
 asio::awaitable<void> ACPClient::authenticate(std::string methodId)
@@ -121,15 +135,18 @@ asio::awaitable<void> ACPClient::authenticate(std::string methodId)
 
 asio::awaitable<std::string> ACPClient::newSession(SessionSetup setup)
 {
+    const std::weak_ptr<ACPClient> client = weak_from_this();
     JSONValue params = encoded(NewSessionParams{
         .cwd = setup.cwd,
         .mcpServers = setup.mcpServers,
         .additionalDirectories = directories(setup),
         .systemPrompt = systemPrompt(setup),
     });
-    NewSessionResult result = co_await request<NewSessionResult>("session/new", std::move(params));
+    std::string method = "session/new";
+    NewSessionResult result = co_await request<NewSessionResult>(connection_, std::move(method), std::move(params));
     // From here on the agent may ask for files of the session, whose roots have to be known.
-    remember(result.sessionId, std::move(setup), std::move(result.configOptions));
+    if (const auto self = client.lock())
+        self->remember(result.sessionId, std::move(setup), std::move(result.configOptions));
     co_return result.sessionId;
 }
 
@@ -145,6 +162,7 @@ asio::awaitable<void> ACPClient::loadSession(std::string sessionId, SessionSetup
 
 asio::awaitable<void> ACPClient::continueSession(const char* method, std::string sessionId, SessionSetup setup)
 {
+    const std::weak_ptr<ACPClient> client = weak_from_this();
     JSONValue params = encoded(ResumeSessionParams{
         .sessionId = sessionId,
         .cwd = setup.cwd,
@@ -152,8 +170,10 @@ asio::awaitable<void> ACPClient::continueSession(const char* method, std::string
         .additionalDirectories = directories(setup),
         .systemPrompt = systemPrompt(setup),
     });
-    ResumeSessionResult result = co_await request<ResumeSessionResult>(method, std::move(params));
-    remember(sessionId, std::move(setup), std::move(result.configOptions));
+    std::string name = method;
+    ResumeSessionResult result = co_await request<ResumeSessionResult>(connection_, std::move(name), std::move(params));
+    if (const auto self = client.lock())
+        self->remember(sessionId, std::move(setup), std::move(result.configOptions));
 }
 
 void ACPClient::remember(const std::string& sessionId, SessionSetup setup, std::vector<ConfigOption> configOptions)
@@ -166,14 +186,20 @@ void ACPClient::remember(const std::string& sessionId, SessionSetup setup, std::
 
 asio::awaitable<std::vector<SessionInfo>> ACPClient::listSessions(std::filesystem::path cwd)
 {
+    const std::shared_ptr<JSONRPCConnection> connection = connection_;
     std::vector<SessionInfo> sessions;
+    std::set<std::string> seen; // an agent that names a page again would be asked for ever
     ListSessionsParams page{.cwd = std::move(cwd), .cursor = std::nullopt};
     do {
+        std::string method = "session/list";
         JSONValue params = encoded(page);
-        ListSessionsResult result = co_await request<ListSessionsResult>("session/list", std::move(params));
+        ListSessionsResult result =
+            co_await request<ListSessionsResult>(connection, std::move(method), std::move(params));
         std::ranges::move(result.sessions, std::back_inserter(sessions));
         page.cursor = std::move(result.nextCursor);
-    } while (page.cursor);
+    } while (page.cursor && seen.insert(*page.cursor).second);
+    if (page.cursor)
+        logFailure("session/list names the page " + *page.cursor + " for the second time");
     co_return sessions;
 }
 
@@ -186,11 +212,14 @@ std::vector<ConfigOption> ACPClient::configOptions(const std::string& sessionId)
 asio::awaitable<std::vector<ConfigOption>> ACPClient::setConfigOption(
     std::string sessionId, std::string id, std::string value)
 {
+    const std::weak_ptr<ACPClient> client = weak_from_this();
     JSONValue params =
         encoded(SetConfigOptionParams{.sessionId = sessionId, .configId = std::move(id), .value = std::move(value)});
+    std::string method = "session/set_config_option";
     SetConfigOptionResult result =
-        co_await request<SetConfigOptionResult>("session/set_config_option", std::move(params));
-    options_.insert_or_assign(sessionId, result.configOptions);
+        co_await request<SetConfigOptionResult>(connection_, std::move(method), std::move(params));
+    if (const auto self = client.lock())
+        self->options_.insert_or_assign(sessionId, result.configOptions);
     co_return result.configOptions;
 }
 
@@ -202,14 +231,16 @@ asio::awaitable<StopReason> ACPClient::prompt(std::string sessionId, std::string
 asio::awaitable<StopReason> ACPClient::prompt(std::string sessionId, std::vector<ContentBlock> content)
 {
     JSONValue params = encoded(PromptParams{.sessionId = std::move(sessionId), .prompt = std::move(content)});
-    PromptResult result = co_await request<PromptResult>("session/prompt", std::move(params));
+    std::string method = "session/prompt";
+    PromptResult result = co_await request<PromptResult>(connection_, std::move(method), std::move(params));
     co_return result.stopReason;
 }
 
 asio::awaitable<SteerOutcome> ACPClient::steer(std::string sessionId, std::vector<ContentBlock> content)
 {
     JSONValue params = encoded(SteerParams::from(std::move(sessionId), std::move(content)));
-    const SteerResult result = co_await request<SteerResult>("_session/steering", std::move(params));
+    std::string method = "_session/steering";
+    const SteerResult result = co_await request<SteerResult>(connection_, std::move(method), std::move(params));
     // An agent that answers with a word of its own has taken the message.
     co_return result.outcome == "promptRequired" ? SteerOutcome::promptRequired : SteerOutcome::injected;
 }
@@ -217,13 +248,7 @@ asio::awaitable<SteerOutcome> ACPClient::steer(std::string sessionId, std::vecto
 asio::awaitable<void> ACPClient::cancel(std::string sessionId)
 {
     cancelAsks(sessionId);
-    // The answers go out before the notice: their tasks stand before this turn in the executor's queue.
-    co_await asio::post(executor_, asio::use_awaitable);
-    try {
-        connection_->notify("session/cancel", encoded(CancelParams{std::move(sessionId)}));
-    } catch (const std::exception& error) {
-        logFailure("could not send session/cancel: " + describe(error));
-    }
+    return sendCancel(connection_, std::move(sessionId));
 }
 
 } // namespace veltry

@@ -46,7 +46,7 @@ struct SessionSetup {
 /// The client's side of the Agent Client Protocol, version 1: drives one agent over one connection.
 ///
 /// It belongs to one serial executor, on which everything is called. Operations may run at once; each suspends at its
-/// own request, and its caller holds the client until then. They throw what the connection reports: ConnectionError (of
+/// own request, and the client may go meanwhile. They throw what the connection reports: ConnectionError (of
 /// the exit status, once the agent has ended), the JSONRPCError that the agent answered (isAuthRequired() says that
 /// authenticate() is due), or DecodingFailure for a result that doesn't read. What an agent can do says its
 /// InitializeResult; nothing is checked here before it is sent.
@@ -75,7 +75,7 @@ public:
     [[nodiscard]] asio::awaitable<void> resumeSession(std::string sessionId, SessionSetup setup);
     /// Goes on with a session; the agent sends its history as updates first.
     [[nodiscard]] asio::awaitable<void> loadSession(std::string sessionId, SessionSetup setup);
-    /// All pages, in the order received.
+    /// All pages, in the order received. They end where the agent names a page for the second time.
     [[nodiscard]] asio::awaitable<std::vector<SessionInfo>> listSessions(std::filesystem::path cwd);
 
     /// As the agent last returned them; none for a session that isn't known. A `SessionUpdate::ConfigOptions` goes to
@@ -91,7 +91,7 @@ public:
     /// Says something in the middle of a turn.
     [[nodiscard]] asio::awaitable<SteerOutcome> steer(std::string sessionId, std::vector<ContentBlock> content);
     /// Cancels what the session's turn asks the person, then the turn. prompt() goes on waiting for the agent's answer.
-    /// A failure to send is logged.
+    /// A failure to send is logged. The client may go before it is awaited.
     [[nodiscard]] asio::awaitable<void> cancel(std::string sessionId);
 
 private:
@@ -114,8 +114,6 @@ private:
         bool logsTraffic);
 
     void start();
-    template <typename Result>
-    [[nodiscard]] asio::awaitable<Result> request(const char* method, JSONValue params);
     [[nodiscard]] static asio::awaitable<void> failOnExit(
         std::weak_ptr<ACPClient> client, std::weak_ptr<JSONRPCConnection> connection, std::weak_ptr<Agent> agent);
     [[nodiscard]] asio::awaitable<void> continueSession(const char* method, std::string sessionId, SessionSetup setup);

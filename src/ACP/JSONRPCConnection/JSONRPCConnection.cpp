@@ -74,13 +74,14 @@ asio::awaitable<JSONValue> JSONRPCConnection::request(std::string method, JSONVa
 {
     if (failure_)
         throw *failure_;
-    const std::int64_t id = nextID_++;
+    const std::int64_t id = nextID_++; // used up even if the params can't be written
     Envelope message;
     message.id = id;
     message.method = std::move(method);
     message.params = std::move(params);
     Outgoing item{.line = message.line(), .id = id, .flushed = nullptr};
 
+    // The waiter stands there before the line goes out, since the answer may be read as soon as this task waits.
     const auto waiter = std::make_shared<Waiter>(executor_);
     pending_.emplace(id, waiter);
     send(std::move(item));
@@ -102,12 +103,14 @@ void JSONRPCConnection::fail(const ConnectionError& error)
 {
     if (!failure_)
         failure_ = error;
+    // Emptied first: who hears of the failure may ask again, and must not be failed by this loop.
     for (const auto& [id, waiter] : std::exchange(pending_, {}))
         waiter->fail(std::make_exception_ptr(error));
 }
 
 asio::awaitable<void> JSONRPCConnection::flush()
 {
+    // A mark in the queue itself: the writer meets it after the last line that was queued before.
     const auto flushed = std::make_shared<Mailbox<bool>>(executor_);
     outbox_->push({.line = {}, .id = std::nullopt, .flushed = flushed});
     co_await flushed->next();
@@ -139,7 +142,8 @@ asio::awaitable<void> JSONRPCConnection::write(
 
 void JSONRPCConnection::send(Outgoing item)
 {
-    // A queue that is empty has no line in the writing either, but for one that the transport itself knows of.
+    // Past the queue only where it is empty: a line must not overtake one that was queued. The writer may still be at
+    // the last line that it took, but the transport knows of that one and then refuses.
     if (!started_ || logsTraffic_ || !outbox_->isEmpty()) {
         outbox_->push(std::move(item));
         return;
@@ -171,7 +175,7 @@ asio::awaitable<void> JSONRPCConnection::read(std::shared_ptr<JSONRPCConnection>
     } catch (const std::exception& error) {
         logFailure("transport failed: " + veltry::describe(error));
     }
-    self->inputEnded_ = true;
+    self->inputEnded_ = true; // before onEnd, whose waiting gives handlers a turn to send notices
     if (self->onEnd_)
         co_await self->onEnd_();
     else
@@ -193,6 +197,7 @@ asio::awaitable<void> JSONRPCConnection::handle(std::string line)
         answer(std::move(*message));
         co_return;
     }
+    // Waited for inside the loop that reads, so that notifications keep their order.
     try {
         JSONValue params = std::move(message->params).value_or(nullptr);
         co_await notifications_(std::move(*message->method), std::move(params));
@@ -235,7 +240,7 @@ asio::awaitable<void> JSONRPCConnection::answerLater(
 
 void JSONRPCConnection::sendAnswer(const std::string& method, const Envelope& reply)
 {
-    if (failure_)
+    if (failure_) // nobody uses the connection any more
         return;
     try {
         send({.line = reply.line(), .id = std::nullopt, .flushed = nullptr});

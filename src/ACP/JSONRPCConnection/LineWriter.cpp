@@ -30,7 +30,7 @@ void LineWriter::write(std::string bytes, Done done)
         const std::scoped_lock lock(mutex_);
         if (!stopped_) {
             jobs_.push_back({std::move(bytes), std::move(done)});
-            if (!thread_.joinable())
+            if (!thread_.joinable()) // most peers read fast enough never to need one
                 thread_ = std::thread([this] { run(); });
             arrival_.notify_one();
             return;
@@ -50,6 +50,7 @@ void LineWriter::stop() noexcept
     arrival_.notify_one();
     if (thread_.joinable())
         thread_.join();
+    // Only now: the thread told its own job's end itself.
     for (Job& job : std::exchange(jobs_, {}))
         job.done(std::make_exception_ptr(ConnectionError::closed()));
     output_.close();
@@ -62,7 +63,8 @@ void LineWriter::run()
         arrival_.wait(lock, [this] { return stopped_ || !jobs_.empty(); });
         if (stopped_)
             return;
-        // It stays in place while others are added after it.
+        // The job stays in the queue while it is written: an empty queue tells writeIfPossible() that nobody writes. A
+        // deque doesn't move it when others are added after it.
         Job& job = jobs_.front();
         lock.unlock();
         std::exception_ptr failure;
@@ -76,7 +78,9 @@ void LineWriter::run()
         const Done done = std::move(job.done);
         jobs_.pop_front();
         lock.unlock();
-        done(std::move(failure)); // whose last reference then goes on the thread that hears of it
+        // Without the lock, since whoever hears of it may write the next line. The failure's last reference goes on the
+        // thread that hears of it.
+        done(std::move(failure));
         lock.lock();
     }
 }

@@ -24,6 +24,7 @@ asio::awaitable<void> PipeTransport::send(std::string line)
     if (writer_.writeIfPossible(line))
         co_return;
     const auto written = std::make_shared<Mailbox<std::exception_ptr>>(executor_);
+    // Called on the writer's thread; a mailbox belongs to the executor, so the word is posted there.
     const LineWriter::Done done = [written, executor = executor_](std::exception_ptr failure) {
         asio::post(executor, [written, failure = std::move(failure)] { written->push(failure); });
     };
@@ -59,6 +60,7 @@ asio::awaitable<void> PipeTransport::readMore()
 {
     try {
         co_await input_.ready();
+        // close() may have come during the wait. Bytes that are read then would be lost to whoever reads next.
         if (!lines_.hasEnded() && !readChunk())
             lines_.finish();
     } catch (const std::exception&) {

@@ -16,13 +16,13 @@ constexpr std::size_t shortCommit = 7;
 constexpr int stagingAttempts = 100;
 
 /// What one node is compared with, and how that is called.
-struct Base {
+struct Counterpart {
     std::string reference;
     std::string name;
 };
 
 /// What the repository has checked out: a branch, or a commit without one.
-Base checkedOut(const Git& git)
+Counterpart checkedOut(const Git& git)
 {
     std::string name;
     try {
@@ -164,20 +164,24 @@ try {
     const Run* answer = look.nodes().front().answer;
     const bool frozen = look.nodes().front().isFrozen();
 
-    const Base base =
-        parent ? Base{.reference = Git::branchReference(parent->branch), .name = parent->branch} : checkedOut(git);
+    const Counterpart counterpart =
+        parent ? Counterpart{.reference = Git::branchReference(parent->branch), .name = parent->branch}
+               : checkedOut(git);
     const std::string tip = answer ? answer->commit : Git::branchReference(node.branch);
     const std::optional<std::string> tipCommit = git.resolve(tip);
     if (!tipCommit)
         throw LabError(
             LabError::Code::branchMissing, fmt::format("The branch {} is gone.", node.branch), {.branch = node.branch});
-    if (!git.resolve(base.reference))
+    if (!git.resolve(counterpart.reference))
         throw LabError(
-            LabError::Code::branchMissing, fmt::format("{} is gone from the repository.", base.name),
-            {.branch = base.name});
+            LabError::Code::branchMissing, fmt::format("{} is gone from the repository.", counterpart.name),
+            {.branch = counterpart.name});
 
     Changes changes{
-        .base = git.run({"merge-base", base.reference, tip}), .against = base.name, .frozen = frozen, .files = {}};
+        .base = git.run({"merge-base", counterpart.reference, tip}),
+        .against = counterpart.name,
+        .frozen = frozen,
+        .files = {}};
     const std::filesystem::path folder = worktree(node);
     changes.files = !frozen && Files::exists(folder / ".git") ? workingFiles(git, folder, changes.base)
                                                               : committedFiles(git, changes.base, *tipCommit);

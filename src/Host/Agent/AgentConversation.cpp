@@ -5,10 +5,11 @@
 #include "Base/Text.h"
 #include "Host/Agent/AgentLaunch.h"
 #include "Host/Registration/ClientConfiguration.h"
-#include "Platform/Files.h"
 #include "Platform/ProcessEnd.h"
 #include "Platform/ProcessFacts.h"
 #include "Platform/StandardStreams.h"
+#include "Platform/SystemError.h"
+#include "Platform/SystemLog.h"
 
 #include <asio/co_spawn.hpp>
 #include <asio/detached.hpp>
@@ -16,13 +17,17 @@
 #include <asio/use_awaitable.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
+
 namespace veltry {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr auto saveInterval = std::chrono::seconds(5);
+constexpr auto saveInterval = std::chrono::seconds(3);
+/// The store takes a transcript whole, so a long one is saved more rarely: this many times what it took.
+constexpr int saveRarity = 20;
 constexpr auto farewell = std::chrono::seconds(2);
 constexpr std::size_t longestTitle = 60; // characters
 
@@ -46,87 +51,120 @@ std::vector<std::string> words(std::string_view line)
 
 AgentConversation::AgentConversation(Context& context, Setup setup, const asio::any_io_executor& executor)
     : context_(context), setup_(std::move(setup)), executor_(executor), store_(*context.store()),
-      display_(context.out()), isInteractive_(canAsk()), prompts_(executor),
-      interrupts_(executor, ProcessEnd::interrupt), roundPause_(executor)
+      display_(
+          context.out(), executor, StandardStreams::duplicate(StandardStreams::output),
+          [this](const std::exception_ptr& failure) { happened(Event::stopped, failure); }),
+      isInteractive_(canAsk()), typed_(executor), ending_(executor), signals_(executor), roundPause_(executor),
+      savePause_(executor), farewell_(executor)
 {
+    for (const int signal : ProcessEnd::requests())
+        signals_.add(signal);
     if (setup_.conversation)
         if (const std::optional<std::string> stored = store_.transcript(setup_.conversation->id))
             transcript_ = Transcript(*stored);
-    keepsHistory_ = transcript_.isEmpty();
 }
 
-asio::awaitable<bool> AgentConversation::run(std::shared_ptr<AgentConversation> self)
+asio::awaitable<std::optional<int>> AgentConversation::run(std::shared_ptr<AgentConversation> self)
 {
-    asio::co_spawn(executor_, watchInterrupts(self), asio::detached);
+    asio::co_spawn(executor_, watchSignals(self), asio::detached);
     if (isInteractive_) {
-        input_ = PipeTransport::make(
-            executor_, StandardStreams::duplicate(StandardStreams::input), Files::open("/dev/null", Files::forWriting));
+        input_ = PipeTransport::make(executor_, StandardStreams::duplicate(StandardStreams::input), FileDescriptor());
         asio::co_spawn(executor_, readLines(self), asio::detached);
     }
-    std::exception_ptr failure;
+    // A task of its own, so that a conversation can end whose agent never answers.
+    asio::co_spawn(executor_, work(self), asio::detached);
+    std::optional<Ending> ending = co_await ending_.next();
+    happened(Event::over);
     try {
-        co_await converse();
+        if (ending->cutsTurn)
+            endTurn();
+        save();
     } catch (...) {
-        failure = std::current_exception();
+        if (!ending->failure)
+            ending->failure = std::current_exception();
     }
-    if (failure) {
-        asio::awaitable<std::exception_ptr> told = explained(failure);
-        failure = co_await std::move(told);
-    }
-    save();
     co_await end();
-    if (failure && !isBrokenOff_)
-        std::rethrow_exception(failure);
-    co_return isBrokenOff_;
+    if (ending->failure)
+        std::rethrow_exception(ending->failure);
+    co_return ending->signal;
 }
 
-asio::awaitable<void> AgentConversation::converse()
+void AgentConversation::happened(Event event, const std::exception_ptr& failure, std::optional<int> signal)
+{
+    const bool wasInTurn = phase_.isInTurn();
+    switch (phase_.on(event)) {
+    case ConversationPhase::Action::none:
+        return;
+    case ConversationPhase::Action::cancelTurn:
+        display_.line("Cancelling; Ctrl-C again ends the conversation.", Style::yellow);
+        typed_.dropQuestions();
+        asio::co_spawn(executor_, cancel(shared_from_this()), asio::detached);
+        return;
+    case ConversationPhase::Action::breakOff:
+        typed_.finish();
+        ending_.push({.failure = failure, .signal = signal, .cutsTurn = wasInTurn});
+        return;
+    case ConversationPhase::Action::hurry:
+        farewell_.cancel();
+        display_.drop();
+        return;
+    }
+}
+
+asio::awaitable<void> AgentConversation::work(std::shared_ptr<AgentConversation> self)
+{
+    Ending ending{.failure = nullptr, .signal = std::nullopt, .cutsTurn = false};
+    try {
+        ending.signal = co_await self->converse();
+    } catch (...) {
+        ending.failure = std::current_exception();
+    }
+    if (ending.failure)
+        ending.failure = co_await self->explained(ending.failure);
+    self->ending_.push(std::move(ending));
+}
+
+asio::awaitable<std::optional<int>> AgentConversation::converse()
 {
     co_await open();
     offerImport();
     if (!setup_.conversation)
         setup_.conversation = store_.createConversation(
             context_.project().id, setup_.prompt ? titleOf(*setup_.prompt) : "", setup_.harness.name);
+    asio::co_spawn(executor_, keepSaved(shared_from_this()), asio::detached);
     co_await beginSession();
     co_await setAutoMode();
     asio::co_spawn(executor_, watchRounds(shared_from_this()), asio::detached);
     if (setup_.prompt) {
-        asio::awaitable<void> only = turn(*setup_.prompt);
-        co_await std::move(only);
-        co_return;
+        const bool isDone = co_await turn(*setup_.prompt);
+        co_return isDone ? std::nullopt : std::optional(ProcessEnd::interrupt);
     }
     display_.line("Type what the agent is to do. /options and /set ID VALUE change its settings, /quit ends.");
-    while (!isBrokenOff_) {
+    for (;;) {
         std::optional<std::string> line = co_await nextPrompt();
         if (!line)
-            co_return;
+            co_return std::nullopt;
         if (text::isBlank(*line))
             continue;
         if (line->starts_with("/quit"))
-            co_return;
-        asio::awaitable<bool> command = obey(*line);
-        const bool isOurs = co_await std::move(command);
-        if (isOurs)
-            continue;
-        asio::awaitable<void> next = turn(std::move(*line));
-        co_await std::move(next);
+            co_return std::nullopt;
+        const bool isOurs = co_await obey(*line);
+        if (!isOurs)
+            co_await turn(std::move(*line));
     }
 }
 
 asio::awaitable<void> AgentConversation::open()
 {
-    asio::awaitable<std::shared_ptr<AgentProcess>> started =
-        AgentLaunch::start(context_, setup_.harness, context_.project().folders.front(), executor_);
-    process_ = co_await std::move(started);
-    client_ = ACPClient::make(executor_, process_, weak_from_this(), Context::settings().logAgentTraffic);
-    asio::awaitable<InitializeResult> greeting = client_->initialize();
-    agent_ = co_await std::move(greeting);
+    agent_ = co_await AgentLaunch::start(context_, setup_.harness, context_.project().folders.front());
+    client_ = ACPClient::make(executor_, agent_, weak_from_this(), Context::settings().logAgentTraffic);
+    abilities_ = co_await client_->initialize();
 }
 
 /// To whoever begins anew, until an import or a refusal has answered it.
 void AgentConversation::offerImport()
 {
-    if (isInteractive_ && !setup_.conversation && agent_.listsSessions() && !context_.project().importDismissed)
+    if (isInteractive_ && !setup_.conversation && abilities_.listsSessions() && !context_.project().importDismissed)
         display_.line(fmt::format(
             "{} may know older sessions of this folder: veltry import takes them up, veltry import --dismiss ends "
             "this line.",
@@ -141,17 +179,16 @@ asio::awaitable<void> AgentConversation::beginSession()
             co_await logIn();
         try {
             const std::optional<std::string> known = setup_.conversation->agentSessionID;
-            bool goesOn = false;
-            if (known) {
-                asio::awaitable<bool> older = goOn(*known);
-                goesOn = co_await std::move(older);
-            }
-            if (!goesOn) {
-                asio::awaitable<std::string> made = client_->newSession(sessionSetup());
-                sessionID_ = co_await std::move(made);
+            bool isContinued = false;
+            if (known)
+                isContinued = co_await continueSession(*known);
+            if (!isContinued) {
+                happened(transcript_.isEmpty() ? Event::joins : Event::rejoins);
+                SessionSetup setup = sessionSetup();
+                sessionID_ = co_await client_->newSession(std::move(setup));
             }
             store_.setAgentSession(setup_.conversation->id, sessionID_);
-            keepsHistory_ = true;
+            happened(Event::begins);
             co_return;
         } catch (const JSONRPCError& error) {
             if (!error.isAuthRequired() || attempt > 0)
@@ -161,48 +198,53 @@ asio::awaitable<void> AgentConversation::beginSession()
     }
 }
 
-/// With an older session. False if the agent can't, or doesn't know it any more.
-asio::awaitable<bool> AgentConversation::goOn(std::string sessionID)
+/// False if the agent can't, or doesn't know the session any more.
+asio::awaitable<bool> AgentConversation::continueSession(std::string sessionID)
 {
-    const bool loads = agent_.loadsSessions() && (keepsHistory_ || !agent_.resumesSessions());
-    if (!loads && !agent_.resumesSessions()) {
-        display_.line(fmt::format("{} can't go on with an older session; it begins a new one.", setup_.harness.name));
+    const bool isNew = transcript_.isEmpty();
+    const bool loads = abilities_.loadsSessions() && (isNew || !abilities_.resumesSessions());
+    if (!loads && !abilities_.resumesSessions()) {
+        display_.line(fmt::format("{} can't continue an older session; it begins a new one.", setup_.harness.name));
         co_return false;
     }
     sessionID_ = sessionID;
+    happened(isNew ? Event::joins : Event::rejoins);
     try {
-        asio::awaitable<void> opened =
-            loads ? client_->loadSession(sessionID, sessionSetup()) : client_->resumeSession(sessionID, sessionSetup());
-        co_await std::move(opened);
+        SessionSetup setup = sessionSetup();
+        if (loads)
+            co_await client_->loadSession(sessionID, std::move(setup));
+        else
+            co_await client_->resumeSession(sessionID, std::move(setup));
         co_return true;
     } catch (const JSONRPCError& error) {
         if (error.isAuthRequired())
             throw;
         display_.line(fmt::format(
-            "{} doesn't go on with its session: {}. It begins a new one.", setup_.harness.name, error.description()));
+            "{} doesn't continue its session: {}. It begins a new one.", setup_.harness.name, error.description()));
     }
     co_return false;
 }
 
 asio::awaitable<void> AgentConversation::logIn()
 {
-    const std::vector<AuthMethod> methods = agent_.authMethods.value_or(std::vector<AuthMethod>());
+    const std::vector<AuthMethod> methods = abilities_.authMethods.value_or(std::vector<AuthMethod>());
     if (methods.empty() || !isInteractive_)
         throw Refusal(fmt::format(
             "{} asks to be logged in to{}. Do that with its own command, then try again.", setup_.harness.name,
             methods.empty() ? " and offers no way" : ""));
-    display_.line(fmt::format("{} asks to be logged in to. How?", setup_.harness.name), Style::bold);
-    for (std::size_t index = 0; index < methods.size(); ++index)
-        display_.line(
-            fmt::format(
-                "  {}. {}{}", index + 1, methods[index].name,
-                methods[index].description ? ": " + *methods[index].description : std::string()),
-            Style::plain);
-    const std::optional<std::size_t> chosen = co_await choice(methods.size());
+    const std::function<void()> show = [&] {
+        display_.line(fmt::format("{} asks to be logged in to. How?", setup_.harness.name), Style::bold);
+        for (std::size_t index = 0; index < methods.size(); ++index)
+            display_.line(
+                fmt::format(
+                    "  {}. {}{}", index + 1, methods[index].name,
+                    methods[index].description ? ": " + *methods[index].description : std::string()),
+                Style::plain);
+    };
+    const std::optional<std::size_t> chosen = co_await choice(methods.size(), show);
     if (!chosen)
         throw Refusal("No way to log in was chosen.");
-    asio::awaitable<void> done = client_->authenticate(methods[*chosen].id);
-    co_await std::move(done);
+    co_await client_->authenticate(methods[*chosen].id);
 }
 
 asio::awaitable<void> AgentConversation::setAutoMode()
@@ -214,13 +256,12 @@ asio::awaitable<void> AgentConversation::setAutoMode()
         if (option.category == "mode" || option.id == "mode")
             for (const ConfigChoice& mode : option.choices)
                 if (mode.value == *setup_.harness.autoMode && option.currentChoice() != mode) {
-                    asio::awaitable<void> set = setOption(option.id, mode.value);
-                    co_await std::move(set);
+                    co_await setOption(option.id, mode.value);
                     co_return;
                 }
 }
 
-asio::awaitable<void> AgentConversation::turn(std::string prompt)
+asio::awaitable<bool> AgentConversation::turn(std::string prompt)
 {
     if (setup_.conversation->title.empty()) {
         setup_.conversation->title = titleOf(prompt);
@@ -228,25 +269,36 @@ asio::awaitable<void> AgentConversation::turn(std::string prompt)
     }
     transcript_.userSaid(prompt);
     save();
-    isInTurn_ = true;
-    isCancelling_ = false;
+    happened(Event::prompted);
     std::exception_ptr failure;
+    bool isCancelled = false;
     try {
-        asio::awaitable<StopReason> asked = client_->prompt(sessionID_, std::move(prompt));
-        const StopReason reason = co_await std::move(asked);
-        display_.endTurn(isCancelling_ ? StopReason(StopReason::Kind::cancelled) : reason); // agents may not say it
+        const StopReason reason = co_await client_->prompt(sessionID_, std::move(prompt));
+        isCancelled = reason.kind == StopReason::Kind::cancelled ||
+                      phase_.phase() == ConversationPhase::Phase::cancelling; // agents may not say it
+        display_.endTurn(isCancelled ? StopReason(StopReason::Kind::cancelled) : reason);
     } catch (const JSONRPCError& error) {
-        display_.line(fmt::format("The agent failed: {}.", error.description()), Style::red);
+        const std::string what = fmt::format("The agent failed: {}.", error.description());
+        if (setup_.prompt)
+            failure = std::make_exception_ptr(Refusal(what));
+        else
+            display_.line(what, Style::red);
     } catch (...) {
         failure = std::current_exception();
     }
-    isInTurn_ = false;
-    dropQuestions();
+    endTurn();
+    if (failure)
+        std::rethrow_exception(failure);
+    co_return !isCancelled;
+}
+
+void AgentConversation::endTurn()
+{
+    happened(Event::turnEnds);
+    typed_.dropQuestions();
     transcript_.endTurn();
     store_.withdrawQuestions(setup_.conversation->id);
     save();
-    if (failure)
-        std::rethrow_exception(failure);
 }
 
 /// True if the line was one of our own commands.
@@ -258,8 +310,7 @@ asio::awaitable<bool> AgentConversation::obey(std::string line)
         co_return true;
     }
     if (given.front() == "/set" && given.size() == 3) {
-        asio::awaitable<void> set = setOption(given[1], given[2]);
-        co_await std::move(set);
+        co_await setOption(given[1], given[2]);
         co_return true;
     }
     if (given.front() == "/set") {
@@ -273,8 +324,7 @@ asio::awaitable<void> AgentConversation::setOption(std::string id, std::string v
 {
     std::string problem;
     try {
-        asio::awaitable<std::vector<ConfigOption>> set = client_->setConfigOption(sessionID_, id, value);
-        const std::vector<ConfigOption> ignored = co_await std::move(set);
+        const std::vector<ConfigOption> ignored = co_await client_->setConfigOption(sessionID_, id, value);
         display_.line(fmt::format("{} is {} now.", id, value));
     } catch (const JSONRPCError& error) {
         problem = error.description();
@@ -303,34 +353,38 @@ void AgentConversation::showOptions()
 
 asio::awaitable<void> AgentConversation::end()
 {
-    interrupts_.cancel();
     roundPause_.cancel();
+    savePause_.cancel();
     if (input_)
         co_await input_->close();
-    client_.reset();
-    if (!process_)
-        co_return;
-    process_->terminate();
-    co_await ended(); // it goes with this process in any case
+    if (agent_) {
+        agent_->terminate();
+        co_await agentEnded(); // one that stays goes with the executor
+    }
+    display_.finish();
+    co_await display_.written();
+    signals_.cancel();
 }
 
 asio::awaitable<void> AgentConversation::receive(SessionNotification notification)
 {
     if (notification.sessionId != sessionID_ && !sessionID_.empty())
         co_return;
-    if (keepsHistory_)
-        transcript_.add(notification.update);
-    if (isInTurn_ || keepsHistory_)
-        display_.show(notification.update);
-    if (Clock::now() - savedAt_ > saveInterval)
-        save();
+    if (const auto* unknown = std::get_if<SessionUpdate::Unknown>(&notification.update.value))
+        if (unknownKinds_.insert(unknown->kind).second)
+            SystemLog::write(SystemLog::Level::info, "acp", fmt::format("updates \"{}\" are not shown", unknown->kind));
+    if (!phase_.takesUpdates())
+        co_return;
+    transcript_.add(notification.update);
+    display_.show(notification.update);
+    co_await display_.room(); // an agent that is quicker than the reader waits
 }
 
 SessionSetup AgentConversation::sessionSetup() const
 {
     const Project& project = context_.project();
     ClientConfiguration client = ClientConfiguration::of(
-        store_, project, *setup_.conversation, ProcessFacts::environment(),
+        store_, project, *setup_.conversation, AgentLaunch::permitted(ProcessFacts::environment()),
         ClientConfiguration::kindOf(setup_.harness.name));
     McpServerStdio server{
         .name = "veltry", .command = client.command.string(), .args = std::move(client.arguments), .env = {}};
@@ -341,7 +395,7 @@ SessionSetup AgentConversation::sessionSetup() const
         .additionalDirectories = {project.folders.begin() + 1, project.folders.end()},
         .mcpServers = {std::move(server)},
     };
-    if (agent_.takesSystemPrompt())
+    if (abilities_.takesSystemPrompt())
         setup.systemPrompt = fmt::format(
             "You work on the project \"{}\". Its experiments are a tree that you reach through the tools of the MCP "
             "server \"veltry\": call experiment_tree before you plan or run anything, and ask the person by ask_user.",
@@ -353,38 +407,60 @@ asio::awaitable<std::exception_ptr> AgentConversation::explained(std::exception_
 {
     try {
         std::rethrow_exception(failure);
-    } catch (const Refusal&) {
+    } catch (const ConnectionError&) {
+    } catch (const SystemError&) { // a request that met the broken pipe
+    } catch (...) {
         co_return failure;
-    } catch (...) { // of the connection, or whatever an agent that went away left behind
     }
-    if (!process_)
-        co_return failure;
-    co_await ended();
-    const std::optional<std::int32_t> status = process_->exitCode();
+    if (!agent_ || phase_.phase() == ConversationPhase::Phase::ending)
+        co_return failure; // it had to end
+    co_await agentEnded();
+    const std::optional<std::int32_t> status = agent_->exitCode();
     if (!status)
         co_return failure;
     co_return std::make_exception_ptr(Refusal(fmt::format(
         "{} ended with status {}. {}", setup_.harness.name, *status,
-        AgentLaunch::lastWords(setup_.harness, process_->recentStderr()))));
+        AgentLaunch::lastWords(setup_.harness, agent_->recentStderr()))));
 }
 
 /// Waits for the agent's end, but not for long.
-asio::awaitable<void> AgentConversation::ended()
+asio::awaitable<void> AgentConversation::agentEnded()
 {
-    const auto patience = std::make_shared<asio::steady_timer>(executor_, farewell);
-    asio::co_spawn(executor_, process_->waitForExit(), [patience](const std::exception_ptr&, std::int32_t) {
-        patience->cancel();
-    });
+    farewell_.expires_after(farewell);
+    asio::co_spawn(
+        executor_, agent_->waitForExit(),
+        [self = shared_from_this()](const std::exception_ptr&, std::int32_t) { self->farewell_.cancel(); });
     asio::error_code ignored;
-    co_await patience->async_wait(asio::redirect_error(asio::use_awaitable, ignored));
+    co_await farewell_.async_wait(asio::redirect_error(asio::use_awaitable, ignored));
+}
+
+asio::awaitable<void> AgentConversation::keepSaved(std::shared_ptr<AgentConversation> self)
+{
+    Clock::duration pause = saveInterval;
+    for (;;) {
+        asio::error_code error;
+        self->savePause_.expires_after(pause);
+        co_await self->savePause_.async_wait(asio::redirect_error(asio::use_awaitable, error));
+        if (error)
+            co_return;
+        if (!self->transcript_.isChanged())
+            continue;
+        const Clock::time_point begun = Clock::now();
+        try {
+            self->save();
+        } catch (const std::exception& failure) { // the next one may succeed, and the last one tells
+            SystemLog::write(SystemLog::Level::error, "store", describe(failure));
+        }
+        pause = std::max<Clock::duration>(saveInterval, saveRarity * (Clock::now() - begun));
+    }
 }
 
 void AgentConversation::save()
 {
-    if (!setup_.conversation)
-        return;
-    store_.saveTranscript(setup_.conversation->id, transcript_.text());
-    savedAt_ = Clock::now();
+    if (setup_.conversation && transcript_.isChanged()) {
+        store_.saveTranscript(setup_.conversation->id, transcript_.text());
+        transcript_.wasSaved();
+    }
 }
 
 } // namespace veltry

@@ -5,6 +5,8 @@
 #include "Host/Words/RoundAnswers.h"
 #include "Platform/ProcessEnd.h"
 
+#include <asio/co_spawn.hpp>
+#include <asio/detached.hpp>
 #include <asio/redirect_error.hpp>
 #include <asio/use_awaitable.hpp>
 #include <fmt/format.h>
@@ -18,7 +20,7 @@ namespace {
 
 constexpr auto roundInterval = std::chrono::seconds(1);
 
-/// The choice by which the agent goes on this once, or doesn't.
+/// The choice by which the agent continues this once, or doesn't.
 std::optional<std::string> optionOf(const RequestPermissionParams& request, bool allowed)
 {
     using Kind = PermissionOptionKind::Kind;
@@ -39,18 +41,21 @@ PermissionOutcome outcomeOf(const std::optional<std::string>& option)
 
 asio::awaitable<std::optional<std::string>> AgentConversation::nextPrompt()
 {
-    if (prompts_.isEmpty())
+    if (!typed_.hasPrompt())
         display_.promptMark("> ");
-    asio::awaitable<std::optional<std::string>> line = prompts_.next();
-    co_return co_await std::move(line);
+    return typed_.prompt();
 }
 
-asio::awaitable<std::optional<std::size_t>> AgentConversation::choice(std::size_t count)
+asio::awaitable<std::optional<std::size_t>> AgentConversation::choice(std::size_t count, std::function<void()> show)
 {
+    TypedLines::Question question(typed_);
+    const bool isMyTurn = co_await question.turn();
+    if (!isMyTurn)
+        co_return std::nullopt;
+    show();
     for (;;) {
         display_.promptMark(fmt::format("1-{}: ", count));
-        asio::awaitable<std::optional<std::string>> asked = askedLine();
-        const std::optional<std::string> line = co_await std::move(asked);
+        const std::optional<std::string> line = co_await question.line();
         if (!line)
             co_return std::nullopt;
         const std::optional<std::int64_t> number = text::integer(text::trimmed(*line));
@@ -60,86 +65,57 @@ asio::awaitable<std::optional<std::size_t>> AgentConversation::choice(std::size_
     }
 }
 
-asio::awaitable<std::optional<std::string>> AgentConversation::askedLine()
-{
-    const auto question = std::make_shared<Lines>(executor_);
-    questions_.push_back(question);
-    if (!input_ || input_->lines().hasEnded() || isBrokenOff_)
-        question->finish();
-    asio::awaitable<std::optional<std::string>> next = question->next();
-    std::optional<std::string> line = co_await std::move(next);
-    std::erase(questions_, question);
-    co_return line;
-}
-
-/// What was asked gets no answer any more, and the next line is no answer to it.
-void AgentConversation::dropQuestions()
-{
-    for (const std::shared_ptr<Lines>& question : questions_)
-        question->finish();
-}
-
 asio::awaitable<void> AgentConversation::readLines(std::shared_ptr<AgentConversation> self)
 {
     for (;;) {
-        asio::awaitable<std::optional<std::string>> next = self->input_->lines().next();
-        std::optional<std::string> line = co_await std::move(next);
+        std::optional<std::string> line = co_await self->input_->lines().next();
         if (!line)
             break;
-        if (!self->questions_.empty())
-            self->questions_.front()->push(std::move(*line));
-        else if (!self->isInTurn_)
-            self->prompts_.push(std::move(*line));
-        else if (!text::isBlank(*line)) {
-            asio::awaitable<void> told = self->steer(std::move(*line));
-            co_await std::move(told);
-        }
+        std::optional<std::string> told = self->typed_.give(std::move(*line), self->phase_.typed());
+        if (told) // a task of its own: what is typed before the agent's answer may be the permission it waits for
+            asio::co_spawn(self->executor_, steer(self, std::move(*told)), asio::detached);
     }
-    self->prompts_.finish();
-    self->dropQuestions();
+    self->typed_.finish();
 }
 
-asio::awaitable<void> AgentConversation::steer(std::string line)
+asio::awaitable<void> AgentConversation::steer(std::shared_ptr<AgentConversation> self, std::string line)
 {
     SteerOutcome outcome = SteerOutcome::promptRequired;
-    if (agent_.steers()) {
+    if (self->abilities_.steers()) {
         try {
+            const std::shared_ptr<ACPClient> client = self->client_;
             std::vector<ContentBlock> content = {ContentBlock::text(line)};
-            asio::awaitable<SteerOutcome> told = client_->steer(sessionID_, std::move(content));
-            outcome = co_await std::move(told);
+            outcome = co_await client->steer(self->sessionID_, std::move(content));
         } catch (const Error&) { // it is kept for the next turn
         }
     }
     if (outcome == SteerOutcome::injected) {
-        transcript_.userSaid(std::move(line));
+        self->transcript_.userSaid(std::move(line));
         co_return;
     }
-    display_.line("The agent gets that when this turn has ended.");
-    prompts_.push(std::move(line));
+    if (self->setup_.prompt)
+        self->display_.line("The agent can't be told anything in the middle of its turn.", Style::yellow);
+    else if (self->phase_.isInTurn())
+        self->display_.line("The agent gets that when this turn has ended.");
+    self->typed_.keepForPrompt(std::move(line));
 }
 
-asio::awaitable<void> AgentConversation::watchInterrupts(std::shared_ptr<AgentConversation> self)
+asio::awaitable<void> AgentConversation::watchSignals(std::shared_ptr<AgentConversation> self)
 {
     for (;;) {
         asio::error_code error;
-        co_await self->interrupts_.async_wait(asio::redirect_error(asio::use_awaitable, error));
+        const int signal = co_await self->signals_.async_wait(asio::redirect_error(asio::use_awaitable, error));
         if (error)
             co_return;
-        if (self->isInTurn_ && !self->isCancelling_) {
-            self->isCancelling_ = true;
-            self->display_.line("Cancelling; Ctrl-C again ends the conversation.", Style::yellow);
-            self->dropQuestions();
-            co_await self->client_->cancel(self->sessionID_);
-            continue;
-        }
-        self->isBrokenOff_ = true;
-        self->prompts_.finish();
-        self->dropQuestions();
-        if (self->process_)
-            self->process_->terminate(); // whatever waits for the agent goes on
-        else
-            ProcessEnd::leave(128 + ProcessEnd::interrupt); // nothing has begun yet
+        if (signal == ProcessEnd::interrupt && self->isInteractive_)
+            self->display_.keysEchoed();
+        self->happened(signal == ProcessEnd::interrupt ? Event::interrupted : Event::stopped, nullptr, signal);
     }
+}
+
+asio::awaitable<void> AgentConversation::cancel(std::shared_ptr<AgentConversation> self)
+{
+    co_await self->client_->cancel(self->sessionID_);
 }
 
 asio::awaitable<void> AgentConversation::watchRounds(std::shared_ptr<AgentConversation> self)
@@ -151,14 +127,13 @@ asio::awaitable<void> AgentConversation::watchRounds(std::shared_ptr<AgentConver
         co_await self->roundPause_.async_wait(asio::redirect_error(asio::use_awaitable, error));
         if (error)
             co_return;
-        if (!self->isInTurn_)
+        if (!self->phase_.isInTurn())
             continue;
         for (AgentQuestions& round : self->store_.openQuestions(self->setup_.conversation->id)) {
             if (std::ranges::find(known, round.id) != known.end())
                 continue;
             known.push_back(round.id);
-            asio::awaitable<void> asked = self->ask(std::move(round));
-            co_await std::move(asked);
+            co_await self->ask(std::move(round));
         }
     }
 }
@@ -166,29 +141,18 @@ asio::awaitable<void> AgentConversation::watchRounds(std::shared_ptr<AgentConver
 /// Puts the agent's questions to the person. A round that isn't answered to its end stays open.
 asio::awaitable<void> AgentConversation::ask(AgentQuestions round)
 {
-    display_.line("The agent asks you:", Style::bold);
-    if (!isInteractive_) {
+    if (!isInteractive_ && !round.questions.empty()) {
+        display_.line("The agent asks you:", Style::bold);
         display_.line(fmt::format(
             "{} … veltry answer {} answers.", round.questions.front().question, round.id.text().substr(0, 8)));
         co_return;
     }
     std::vector<Answer> answers;
     for (const Question& question : round.questions) {
-        display_.block(
-            RoundAnswers::text(question, round.questions.size() > 1 ? answers.size() + 1 : 0, "", context_.out()));
-        std::optional<Answer> answer;
-        while (!answer) {
-            display_.promptMark(RoundAnswers::prompt(question) + ": ");
-            asio::awaitable<std::optional<std::string>> typed = askedLine();
-            const std::optional<std::string> line = co_await std::move(typed);
-            if (!line)
-                co_return;
-            std::expected<Answer, std::string> meant = RoundAnswers::fromLine(question, *line);
-            if (meant)
-                answer = std::move(*meant);
-            else
-                display_.line(meant.error(), Style::yellow);
-        }
+        const std::size_t number = round.questions.size() > 1 ? answers.size() + 1 : 0;
+        std::optional<Answer> answer = co_await answerTo(question, number);
+        if (!answer)
+            co_return;
         answers.push_back(std::move(*answer));
     }
     store_.answer(round.id, answers);
@@ -197,17 +161,42 @@ asio::awaitable<void> AgentConversation::ask(AgentQuestions round)
         display_.line("The questions were closed elsewhere in the meantime.", Style::yellow);
 }
 
+asio::awaitable<std::optional<Answer>> AgentConversation::answerTo(Question question, std::size_t number)
+{
+    TypedLines::Question place(typed_);
+    const bool isMyTurn = co_await place.turn();
+    if (!isMyTurn)
+        co_return std::nullopt;
+    if (number <= 1)
+        display_.line("The agent asks you:", Style::bold);
+    display_.block(RoundAnswers::text(question, number, "", context_.out()));
+    for (;;) {
+        display_.promptMark(RoundAnswers::prompt(question) + ": ");
+        const std::optional<std::string> line = co_await place.line();
+        if (!line)
+            co_return std::nullopt;
+        std::expected<Answer, std::string> meant = RoundAnswers::fromLine(question, *line);
+        if (meant)
+            co_return std::move(*meant);
+        display_.line(meant.error(), Style::yellow);
+    }
+}
+
 asio::awaitable<PermissionOutcome> AgentConversation::decidePermission(RequestPermissionParams request)
 {
-    if (setup_.allowsAll)
+    if (setup_.allowsAll && !request.options.empty())
         co_return outcomeOf(optionOf(request, true));
-    display_.permission(request);
-    if (!isInteractive_) {
-        display_.line("Nobody is there to ask: refused. --allow-all permits what the agent asks for.", Style::yellow);
+    if (request.options.empty() || !isInteractive_) {
+        display_.permission(request);
+        if (request.options.empty())
+            display_.line("It offers no choice, so this counts as cancelled.", Style::yellow);
+        else
+            display_.line(
+                "Nobody is there to ask: refused. --allow-all permits what the agent asks for.", Style::yellow);
         co_return outcomeOf(optionOf(request, false));
     }
-    asio::awaitable<std::optional<std::size_t>> asked = choice(request.options.size());
-    const std::optional<std::size_t> chosen = co_await std::move(asked);
+    const std::function<void()> show = [&] { display_.permission(request); };
+    const std::optional<std::size_t> chosen = co_await choice(request.options.size(), show);
     co_return chosen ? PermissionOutcome::selected(request.options[*chosen].optionId) : PermissionOutcome::cancelled();
 }
 

@@ -46,13 +46,13 @@ void AgentDisplay::show(const SessionUpdate& update)
 void AgentDisplay::line(std::string_view text, Style style)
 {
     breakOff();
-    terminal_.write(terminal_.styled(style, text::oneLine(text)) + "\n");
+    outlet_.write(terminal_.styled(style, text::oneLine(text)) + "\n");
 }
 
 void AgentDisplay::block(std::string_view lines)
 {
     breakOff();
-    terminal_.write(lines);
+    outlet_.write(lines);
 }
 
 void AgentDisplay::endTurn(const StopReason& reason)
@@ -65,7 +65,7 @@ void AgentDisplay::endTurn(const StopReason& reason)
     case StopReason::Kind::cancelled:
         return line("Cancelled.", Style::yellow);
     case StopReason::Kind::refusal:
-        return line("The agent refused to go on.", Style::yellow);
+        return line("The agent refused to continue.", Style::yellow);
     case StopReason::Kind::maxTokens:
     case StopReason::Kind::maxTurnRequests:
     case StopReason::Kind::other:
@@ -78,7 +78,7 @@ void AgentDisplay::permission(const RequestPermissionParams& request)
     const auto known = titles_.find(request.toolCall.toolCallId);
     const std::string title =
         request.toolCall.title.value_or(known == titles_.end() ? std::string("something") : known->second);
-    line(fmt::format("The agent asks to go on with: {}", title), Style::bold);
+    line(fmt::format("The agent asks for permission: {}", title), Style::bold);
     for (std::size_t index = 0; index < request.options.size(); ++index)
         line(fmt::format("  {}. {}", index + 1, request.options[index].name), Style::plain);
 }
@@ -86,7 +86,13 @@ void AgentDisplay::permission(const RequestPermissionParams& request)
 void AgentDisplay::promptMark(std::string_view mark)
 {
     breakOff();
-    terminal_.write(terminal_.styled(Style::bold, mark));
+    outlet_.write(terminal_.styled(Style::bold, mark));
+}
+
+void AgentDisplay::keysEchoed()
+{
+    if (terminal_.isTerminal())
+        atLineStart_ = false;
 }
 
 void AgentDisplay::stream(Flow flow, const ContentBlock& block)
@@ -99,14 +105,14 @@ void AgentDisplay::stream(Flow flow, const ContentBlock& block)
     if (text.empty())
         return;
     flow_ = flow;
-    terminal_.write(terminal_.styled(flow == Flow::thoughts ? Style::dim : Style::plain, text));
+    outlet_.write(terminal_.styled(flow == Flow::thoughts ? Style::dim : Style::plain, text));
     atLineStart_ = text.ends_with('\n');
 }
 
 void AgentDisplay::breakOff()
 {
     if (!atLineStart_)
-        terminal_.write("\n");
+        outlet_.write("\n");
     atLineStart_ = true;
     flow_ = Flow::none;
 }

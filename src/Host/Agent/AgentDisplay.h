@@ -3,6 +3,7 @@
 #include "ACP/ACPClient/Permissions.h"
 #include "ACP/ACPClient/Prompts.h"
 #include "ACP/ACPClient/SessionUpdates.h"
+#include "Host/Agent/Outlet.h"
 #include "Host/Terminal/Terminal.h"
 
 #include <map>
@@ -12,10 +13,16 @@
 namespace veltry {
 
 /// Shows what an agent says and does as it comes: its words as they stream, a tool call in a line. Belongs to one
-/// conversation; its text is harmless on a terminal.
+/// conversation and its executor, which it never blocks; its text is harmless on a terminal.
 class AgentDisplay {
 public:
-    explicit AgentDisplay(const Terminal& terminal) : terminal_(terminal) {}
+    /// Writes to `file` what suits the terminal; `onFailure` is the Outlet's.
+    AgentDisplay(
+        const Terminal& terminal, const asio::any_io_executor& executor, FileDescriptor file,
+        std::function<void(const std::exception_ptr&)> onFailure)
+        : terminal_(terminal), outlet_(executor, std::move(file), std::move(onFailure))
+    {
+    }
 
     void show(const SessionUpdate& update);
     /// A line of our own, between the agent's words.
@@ -28,6 +35,15 @@ public:
     void permission(const RequestPermissionParams& request);
     /// Where the person types.
     void promptMark(std::string_view mark);
+    /// The terminal has shown a key (^C), so that the next line needs one of its own.
+    void keysEchoed();
+    /// Ends the line that is open.
+    void finish() { breakOff(); }
+
+    /// As those of the Outlet.
+    [[nodiscard]] asio::awaitable<void> room() { return outlet_.room(); }
+    [[nodiscard]] asio::awaitable<void> written() { return outlet_.written(); }
+    void drop() { outlet_.drop(); }
 
 private:
     enum class Flow { none, words, thoughts };
@@ -37,6 +53,7 @@ private:
     void call(const std::string& id, const std::optional<std::string>& title, std::optional<ToolCallStatus> status);
 
     Terminal terminal_;
+    Outlet outlet_;
     Flow flow_ = Flow::none;
     bool atLineStart_ = true;
     std::map<std::string, std::string> titles_; // of the calls that were announced

@@ -5,6 +5,7 @@
 #include "Platform/Files.h"
 #include "Platform/ProcessFacts.h"
 
+#include <asio/this_coro.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -94,10 +95,10 @@ Harness harnessFor(
 
 asio::awaitable<std::shared_ptr<AgentProcess>> start(
     // NOLINTNEXTLINE(cppcoreguidelines-avoid-reference-coroutine-parameters): the command's own, which waits for this
-    Context& context, Harness harness, std::filesystem::path folder, asio::any_io_executor executor)
+    Context& context, Harness harness, std::filesystem::path folder)
 {
-    asio::awaitable<ChildProcess::Environment> captured = environment(context, harness);
-    const ChildProcess::Environment found = co_await std::move(captured);
+    const asio::any_io_executor executor = co_await asio::this_coro::executor;
+    const ChildProcess::Environment found = co_await environment(context, harness);
     check(harness, found);
     co_return AgentProcess::start(executor, harness, found, folder);
 }
@@ -106,26 +107,33 @@ asio::awaitable<std::shared_ptr<AgentProcess>> start(
 asio::awaitable<ChildProcess::Environment> environment(Context& context, Harness harness)
 {
     const ChildProcess::Environment own = ProcessFacts::environment();
+    const std::filesystem::path shell = loginShell();
     ChildProcess::Environment environment;
     std::string problem;
     try {
-        asio::awaitable<ChildProcess::Environment> captured =
-            ShellEnvironment::resolve(loginShell(), own, shellPatience);
-        environment = co_await std::move(captured);
+        environment = co_await ShellEnvironment::resolve(shell, own, shellPatience);
+        if (environment.empty()) // not even `env` could be started
+            problem = "what its profile exports is longer than the system hands to a program, 128 KiB a variable";
     } catch (const std::exception& error) {
         problem = describe(error);
     }
     if (!problem.empty()) {
         context.note(fmt::format(
-            "The environment of {} can't be had ({}); going on with this terminal's.", loginShell().string(), problem));
+            "The environment of {} can't be had ({}); continuing with this terminal's.", shell.string(), problem));
         environment = ShellEnvironment::fallback(own);
     }
-    if (!Context::settings().passAPIKeys)
-        std::erase_if(environment, [](const auto& variable) { return isAPIKey(variable.first); });
+    environment = permitted(std::move(environment));
     for (const Limit& limit : limits)
         if (limit.harness == harness.name)
             environment.try_emplace(limit.variable, limit.value);
     co_return environment;
+}
+
+ChildProcess::Environment permitted(ChildProcess::Environment environment)
+{
+    if (!Context::settings().passAPIKeys)
+        std::erase_if(environment, [](const auto& variable) { return isAPIKey(variable.first); });
+    return environment;
 }
 
 std::string lastWords(const Harness& harness, const std::string& standardError)

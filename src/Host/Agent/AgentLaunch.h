@@ -23,11 +23,14 @@ namespace veltry::AgentLaunch {
 /// Starts the agent in the folder, in the environment that environment() gives. Throws Refusal, with where to get it,
 /// if a program that the harness needs isn't on that environment's PATH, and what the start meets.
 [[nodiscard]] asio::awaitable<std::shared_ptr<AgentProcess>> start(
-    Context& context, Harness harness, std::filesystem::path folder, asio::any_io_executor executor);
+    Context& context, Harness harness, std::filesystem::path folder);
 
-/// The environment of the person's login shell, without the `*_API_KEY` variables where the settings say so, and with
-/// the limits of the agent's own MCP client raised so that a wait of ten minutes and an answer of 100 KB come through.
-/// A shell that can't be captured is noted, and the usual folders take its place.
+/// The environment without the `*_API_KEY` variables where the settings say that agents don't get them.
+[[nodiscard]] ChildProcess::Environment permitted(ChildProcess::Environment environment);
+
+/// What is permitted() of the environment of the person's login shell, with the limits of the agent's own MCP client
+/// raised so that a wait of ten minutes and an answer of 100 KB come through. A shell that can't be captured is noted,
+/// and the usual folders take its place.
 [[nodiscard]] asio::awaitable<ChildProcess::Environment> environment(Context& context, Harness harness);
 
 /// Why an agent that has just ended did so, as far as it said, for the end of a sentence.

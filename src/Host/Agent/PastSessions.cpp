@@ -4,6 +4,7 @@
 #include "ACP/ACPClient/AgentProcess.h"
 #include "Host/Agent/AgentLaunch.h"
 
+#include <asio/this_coro.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -12,19 +13,17 @@
 namespace veltry::PastSessions {
 
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-reference-coroutine-parameters): the command's own, which waits for this
-asio::awaitable<std::vector<PastConversation>> found(Context& context, Harness harness, asio::any_io_executor executor)
+asio::awaitable<std::vector<PastConversation>> found(Context& context, Harness harness)
 {
+    const asio::any_io_executor executor = co_await asio::this_coro::executor;
     const std::filesystem::path folder = context.lab().project.folders.front();
-    asio::awaitable<std::shared_ptr<AgentProcess>> started = AgentLaunch::start(context, harness, folder, executor);
-    const std::shared_ptr<AgentProcess> process = co_await std::move(started);
+    const std::shared_ptr<AgentProcess> process = co_await AgentLaunch::start(context, harness, folder);
     const std::shared_ptr<ACPClient> client =
         ACPClient::make(executor, process, {}, Context::settings().logAgentTraffic);
-    asio::awaitable<InitializeResult> greeting = client->initialize();
-    const InitializeResult agent = co_await std::move(greeting);
+    const InitializeResult agent = co_await client->initialize();
     if (!agent.listsSessions())
         throw Refusal(fmt::format("{} doesn't tell of its past sessions.", harness.name));
-    asio::awaitable<std::vector<SessionInfo>> asked = client->listSessions(folder);
-    std::vector<SessionInfo> sessions = co_await std::move(asked);
+    std::vector<SessionInfo> sessions = co_await client->listSessions(folder);
     process->terminate();
 
     std::set<std::string> known;

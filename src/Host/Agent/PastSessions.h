@@ -3,7 +3,6 @@
 #include "ACP/ACPClient/Harness.h"
 #include "Host/Context.h"
 
-#include <asio/any_io_executor.hpp>
 #include <asio/awaitable.hpp>
 
 #include <vector>
@@ -12,7 +11,6 @@ namespace veltry::PastSessions {
 
 /// What the agent remembers of the project's folder, the latest first, without what the project's conversations hold
 /// already. Starts the agent and ends it again. Throws Refusal where the agent can't tell, and what its start meets.
-[[nodiscard]] asio::awaitable<std::vector<PastConversation>> found(
-    Context& context, Harness harness, asio::any_io_executor executor);
+[[nodiscard]] asio::awaitable<std::vector<PastConversation>> found(Context& context, Harness harness);
 
 } // namespace veltry::PastSessions

@@ -3,36 +3,42 @@
 #include "ACP/ACPClient/WireRecord.h"
 #include "Base/UUID.h"
 
+#include <utility>
+
 namespace veltry {
 
 namespace {
 
-/// What an item of that kind holds, as append() has made it.
-JSONValue& payloadOf(JSONValue& item, const std::string& kind)
+std::string itemText(const std::string& id, const std::string& kind, JSONValue payload)
 {
-    JSONValue::Object& kinds = *item.object()->at("kind").object();
-    return kinds.at(kind).object()->at("_0");
+    JSONValue::Object body;
+    body.emplace("_0", std::move(payload));
+    JSONValue::Object kinds;
+    kinds.emplace(kind, std::move(body));
+    return JSONValue::object({{"id", id}, {"kind", std::move(kinds)}}).text();
 }
 
 } // namespace
 
 Transcript::Transcript(std::string_view stored)
 {
-    JSONValue document = JSONValue::parse(stored);
+    const JSONValue document = JSONValue::parse(stored);
     if (!document.array())
         throw JSONValue::Failure("the stored transcript is no JSON array");
-    items_ = std::move(*document.array());
+    for (const JSONValue& item : *document.array())
+        items_.push_back(item.text());
 }
 
 void Transcript::userSaid(std::string text)
 {
-    append("user", std::move(text));
-    open_.reset();
+    closeMessage();
+    items_.push_back(itemText(UUID::random().text(), "user", std::move(text)));
+    isChanged_ = true;
 }
 
 void Transcript::endTurn()
 {
-    open_.reset();
+    closeMessage();
     calls_.clear();
 }
 
@@ -47,7 +53,7 @@ void Transcript::add(const SessionUpdate& update)
     else if (const auto* call = std::get_if<ToolCall>(&update.value))
         addCall({call->toolCallId, call->title, call->kind, call->status, std::nullopt, std::nullopt});
     else if (const auto* change = std::get_if<ToolCallUpdate>(&update.value))
-        addCall(*change);
+        addCall({change->toolCallId, change->title, change->kind, change->status, std::nullopt, std::nullopt});
 }
 
 std::string Transcript::textOf(const ContentBlock& block)
@@ -59,39 +65,63 @@ std::string Transcript::textOf(const ContentBlock& block)
     return "[" + std::get<ContentBlock::Other>(block.value).type + "]";
 }
 
+std::string Transcript::text() const
+{
+    std::size_t size = 2 + items_.size();
+    for (const std::string& item : items_)
+        size += item.size();
+    std::string text;
+    text.reserve(size + (open_ ? open_->text.size() + open_->text.size() / 8 : 0));
+    text += '[';
+    const auto add = [&text](const std::string& item) {
+        if (text.size() > 1)
+            text += ',';
+        text += item;
+    };
+    for (const std::string& item : items_)
+        add(item);
+    if (open_)
+        add(open_->item());
+    return text += ']';
+}
+
+std::string Transcript::OpenMessage::item() const
+{
+    return itemText(id, kind, text);
+}
+
+void Transcript::closeMessage()
+{
+    if (open_)
+        items_.push_back(std::exchange(open_, std::nullopt)->item());
+}
+
 void Transcript::addChunk(const char* kind, const ContentChunk& chunk)
 {
-    const bool goesOn = open_ && open_->kind == kind && open_->messageID == chunk.messageId;
-    if (!goesOn) {
-        append(kind, std::string());
-        open_ = OpenMessage{.kind = kind, .messageID = chunk.messageId};
+    if (!open_ || open_->kind != kind || open_->messageID != chunk.messageId) {
+        closeMessage();
+        open_ = OpenMessage{.id = UUID::random().text(), .kind = kind, .messageID = chunk.messageId, .text = {}};
     }
-    payloadOf(items_.back(), kind).string()->append(textOf(chunk.content));
+    open_->text += textOf(chunk.content);
+    isChanged_ = true;
 }
 
+/// Of the call nothing is kept that may be whole files.
 void Transcript::addCall(const ToolCallUpdate& call)
 {
-    open_.reset();
-    const auto known = calls_.find(call.toolCallId);
-    JSONValue::Object changed = *encoded(call).object();
-    changed.erase("content"); // may be whole files
-    changed.erase("locations");
-    if (known == calls_.end()) {
-        calls_[call.toolCallId] = items_.size();
-        append("tool", std::move(changed));
-        return;
+    closeMessage();
+    const auto [place, isNew] = calls_.try_emplace(call.toolCallId);
+    Call& kept = place->second;
+    if (isNew) {
+        kept.id = UUID::random().text();
+        kept.place = items_.size();
+        items_.emplace_back();
     }
-    JSONValue::Object& payload = *payloadOf(items_[known->second], "tool").object();
-    for (auto& [key, value] : changed)
-        payload.insert_or_assign(key, std::move(value));
-}
-
-void Transcript::append(const char* kind, JSONValue payload)
-{
-    JSONValue body = JSONValue::object({{"_0", std::move(payload)}});
-    JSONValue::Object kinds;
-    kinds.emplace(kind, std::move(body));
-    items_.emplace_back(JSONValue::object({{"id", UUID::random().text()}, {"kind", std::move(kinds)}}));
+    JSONValue changed = encoded(call);
+    for (auto& [key, value] : *changed.object())
+        kept.known.insert_or_assign(key, std::move(value));
+    items_[kept.place] = itemText(kept.id, "tool", kept.known);
+    isChanged_ = true;
 }
 
 } // namespace veltry

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace veltry {
 
@@ -17,7 +18,7 @@ namespace veltry {
 class Transcript {
 public:
     Transcript() = default;
-    /// Goes on with a stored one. Throws JSONValue::Failure if that isn't an array: it must not be written over.
+    /// Continues a stored one. Throws JSONValue::Failure if that isn't an array: it must not be written over.
     explicit Transcript(std::string_view stored);
 
     void userSaid(std::string text);
@@ -29,23 +30,39 @@ public:
     /// What is shown and kept of a block: its text, or where it leads.
     [[nodiscard]] static std::string textOf(const ContentBlock& block);
 
-    [[nodiscard]] bool isEmpty() const { return items_.empty(); }
-    [[nodiscard]] std::string text() const { return JSONValue(items_).text(); }
+    [[nodiscard]] bool isEmpty() const { return items_.empty() && !open_; }
+    [[nodiscard]] std::string text() const;
+
+    /// Whether something came since it was made or saved.
+    [[nodiscard]] bool isChanged() const { return isChanged_; }
+    void wasSaved() { isChanged_ = false; }
 
 private:
-    void addChunk(const char* kind, const ContentChunk& chunk);
-    void addCall(const ToolCallUpdate& call);
-    void append(const char* kind, JSONValue payload);
-
-    /// The message whose pieces are coming in.
+    /// The message whose pieces are coming in: the last item.
     struct OpenMessage {
+        std::string id;
         std::string kind;
         std::optional<std::string> messageID;
+        std::string text;
+
+        [[nodiscard]] std::string item() const;
     };
 
-    JSONValue::Array items_;
-    std::optional<OpenMessage> open_;          // the last item
-    std::map<std::string, std::size_t> calls_; // to the index of their items
+    /// A call of this turn, which may still change.
+    struct Call {
+        std::string id;
+        std::size_t place;
+        JSONValue::Object known;
+    };
+
+    void addChunk(const char* kind, const ContentChunk& chunk);
+    void addCall(const ToolCallUpdate& call);
+    void closeMessage();
+
+    std::vector<std::string> items_; // as JSON texts: a tree for each would take ten times the memory
+    std::optional<OpenMessage> open_;
+    std::map<std::string, Call> calls_; // by their own ids
+    bool isChanged_ = false;
 };
 
 } // namespace veltry

@@ -7,10 +7,10 @@
 #include "Host/Agent/PastSessions.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
-#include "Host/Terminal/Interruption.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/Times.h"
 #include "Platform/Async/Awaited.h"
+#include "Platform/ProcessEnd.h"
 #include "Platform/StandardStreams.h"
 
 #include <fmt/format.h>
@@ -78,21 +78,27 @@ void agent(Context& context, const Arguments& arguments)
     // For the description of the computer that the agent's server gives.
     static_cast<void>(
         LoginPython::kept(LoginPython::file(Context::settingsPath()), Spawn::loginShell(), std::chrono::hours(24)));
-    OwnExecutor executor;
-    const auto talk = std::make_shared<AgentConversation>(
-        context,
-        AgentConversation::Setup{
-            .harness = harness,
-            .conversation = conversationFor(context, arguments, harness),
-            .prompt = std::move(prompt),
-            .allowsAll = arguments.has("--allow-all"),
-        },
-        executor.get());
-    const bool isBrokenOff = executor.run(talk->run(talk));
-    if (const std::optional<Conversation>& had = talk->conversation())
-        context.note(fmt::format("To continue: veltry agent --conversation {}", had->id.text().substr(0, 8)));
-    if (isBrokenOff)
-        throw Interruption::Interrupted();
+    std::optional<Conversation> conversation = conversationFor(context, arguments, harness);
+    std::optional<int> signal;
+    {
+        const ProcessEnd::TakenElsewhere taken;
+        OwnExecutor executor;
+        const auto talk = std::make_shared<AgentConversation>(
+            context,
+            AgentConversation::Setup{
+                .harness = harness,
+                .conversation = std::move(conversation),
+                .prompt = std::move(prompt),
+                .allowsAll = arguments.has("--allow-all"),
+            },
+            executor.get());
+        signal = executor.run(talk->run(talk));
+        conversation = talk->conversation();
+    }
+    if (conversation)
+        context.note(fmt::format("To continue: veltry agent --conversation {}", conversation->id.text().substr(0, 8)));
+    if (signal)
+        throw ProcessEnd::Requested{*signal};
 }
 
 void import(Context& context, const Arguments& arguments)
@@ -102,8 +108,7 @@ void import(Context& context, const Arguments& arguments)
         return context.note("Noted: past sessions are no longer offered for this project.");
     }
     const Harness harness = harnessOf(context, arguments);
-    OwnExecutor executor;
-    const std::vector<PastConversation> past = executor.run(PastSessions::found(context, harness, executor.get()));
+    const std::vector<PastConversation> past = awaited(PastSessions::found(context, harness));
     if (!arguments.has("--list"))
         context.store()->dismissImport(context.project().id); // the offer is answered
     if (past.empty())

@@ -22,7 +22,7 @@ void writeUndo()
 void end(int signal)
 {
     writeUndo();
-    ProcessEnd::leave(128 + signal);
+    ProcessEnd::leaveBy(signal);
 }
 
 } // namespace

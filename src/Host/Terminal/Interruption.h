@@ -1,16 +1,13 @@
 #pragma once
 
-#include <chrono>
 #include <string_view>
 
-/// Ctrl-C. A command that doesn't handle it by itself ends at once with status 130, and the terminal as it was.
+/// Ctrl-C, a hang-up and the request to end. A command that doesn't handle them by itself ends at once, with the
+/// terminal as it was, and by the signal itself: only so does a shell's loop end as well, and a shell begins a new
+/// line.
 namespace veltry::Interruption {
 
-/// Thrown by a command that handled the interrupt itself and has ended: exit status 130.
-struct Interrupted {};
-
-/// From here on an interrupt (also a hang-up and a request to end) writes what undo() holds and ends the process with
-/// 128 and the signal's number. Called once, by the main thread.
+/// From here on such a signal writes what an Undo holds and ends the process. Called once, by the main thread.
 void install();
 
 /// While it lives, `sequence` is written to standard output when the process is interrupted, and when it is destroyed:

@@ -1,31 +1,33 @@
 #include "Host/Views/NodeState.h"
 
+#include "Base/Words.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 
 namespace veltry {
 
 namespace {
 
 struct StateRow {
-    std::string_view text;
+    NodeState value;
+    std::string_view word;
     Style style;
 };
 
-// In the order of NodeState.
-constexpr std::array<StateRow, 7> states = {{
-    {"new", Style::dim},
-    {"queued", Style::cyan},
-    {"running", Style::cyan},
-    {"frozen", Style::green},
-    {"failed", Style::red},
-    {"cancelled", Style::yellow},
-    {"no result", Style::yellow},
-}};
-
 } // namespace
+
+template <>
+constexpr auto wordsOf<NodeState> = std::to_array<StateRow>({
+    {NodeState::fresh, "new", Style::dim},
+    {NodeState::queued, "queued", Style::cyan},
+    {NodeState::running, "running", Style::cyan},
+    {NodeState::frozen, "frozen", Style::green},
+    {NodeState::failed, "failed", Style::red},
+    {NodeState::cancelled, "cancelled", Style::yellow},
+    {NodeState::unanswered, "no result", Style::yellow},
+});
 
 NodeState nodeState(const ExperimentTree::Node& node)
 {
@@ -43,12 +45,12 @@ NodeState nodeState(const ExperimentTree::Node& node)
 
 std::string_view stateText(NodeState state)
 {
-    return states.at(static_cast<std::size_t>(state)).text;
+    return toWord(state);
 }
 
 Style stateStyle(NodeState state)
 {
-    return states.at(static_cast<std::size_t>(state)).style;
+    return rowOf(state).style;
 }
 
 Style statusStyle(Run::Status status)

@@ -7,6 +7,12 @@
 
 namespace veltry::ProcessEnd {
 
+namespace {
+
+void (*lastHandler)(int signal) = nullptr;
+
+} // namespace
+
 static_assert(interrupt == SIGINT);
 
 void leave(int status) noexcept
@@ -19,12 +25,41 @@ void ignoreBrokenPipes() noexcept
     std::signal(SIGPIPE, SIG_IGN);
 }
 
-void onRequest(void (*handler)(int signal)) noexcept
+void leaveBy(int signal) noexcept
 {
+    std::signal(signal, SIG_DFL);
+    sigset_t alone{}; // a handler runs with its own signal blocked
+    ::sigemptyset(&alone);
+    ::sigaddset(&alone, signal);
+    ::pthread_sigmask(SIG_UNBLOCK, &alone, nullptr);
+    ::raise(signal);
+    leave(128 + signal); // one that doesn't end processes
+}
+
+std::vector<int> requests()
+{
+    std::vector<int> wanted;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction current{};
+        if (::sigaction(signal, nullptr, &current) == 0 && current.sa_handler != SIG_IGN)
+            wanted.push_back(signal);
+    }
+    return wanted;
+}
+
+void onRequest(void (*handler)(int signal))
+{
+    lastHandler = handler;
     struct sigaction action{};
     action.sa_handler = handler;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    for (const int signal : requests())
         ::sigaction(signal, &action, nullptr);
+}
+
+TakenElsewhere::~TakenElsewhere()
+{
+    if (lastHandler)
+        onRequest(lastHandler);
 }
 
 } // namespace veltry::ProcessEnd

@@ -5,12 +5,15 @@
 
 #include <climits>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <string>
 
 namespace veltry {
 
@@ -19,10 +22,21 @@ namespace {
 /// A pipe that has room at all has room for this much, so a blocking write of it doesn't block (pipe(7)).
 constexpr std::size_t atomicSize = PIPE_BUF;
 
+/// The same pipe as an open file of our own, which may be told not to block since nobody shares it. A poll before each
+/// write of an answer was an eighth of what a ping took. None for what isn't a pipe, and where it can't be had.
+FileDescriptor openedAnew(const FileDescriptor& file)
+{
+    struct stat facts{};
+    if (::fstat(file.get(), &facts) != 0 || !S_ISFIFO(facts.st_mode))
+        return FileDescriptor();
+    const std::string path = "/proc/self/fd/" + std::to_string(file.get());
+    return FileDescriptor(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+}
+
 } // namespace
 
 SharedOutput::SharedOutput(FileDescriptor file)
-    : file_(std::move(file)), stopEvent_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+    : file_(std::move(file)), unblocking_(openedAnew(file_)), stopEvent_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       isTerminal_(StandardStreams::isTerminal(file_.get()))
 {
     if (!stopEvent_)
@@ -34,10 +48,12 @@ bool SharedOutput::writeIfPossible(std::string_view bytes) const
     // A terminal may stop taking bytes in the middle of a write.
     if (bytes.size() > atomicSize || isTerminal_)
         return false;
-    pollfd polled{.fd = file_.get(), .events = POLLOUT, .revents = 0};
-    if (::poll(&polled, 1, 0) != 1 || (polled.revents & POLLOUT) == 0)
-        return false;
-    const ssize_t count = ::write(file_.get(), bytes.data(), bytes.size());
+    if (!unblocking_) {
+        pollfd polled{.fd = file_.get(), .events = POLLOUT, .revents = 0};
+        if (::poll(&polled, 1, 0) != 1 || (polled.revents & POLLOUT) == 0)
+            return false;
+    }
+    const ssize_t count = ::write((unblocking_ ? unblocking_ : file_).get(), bytes.data(), bytes.size());
     if (count == static_cast<ssize_t>(bytes.size()))
         return true;
     if (count < 0 && (errno == EINTR || errno == EAGAIN))
@@ -60,6 +76,12 @@ bool SharedOutput::writeAll(std::string_view bytes) const
             bytes.remove_prefix(static_cast<std::size_t>(count));
     }
     return true;
+}
+
+void SharedOutput::close() noexcept
+{
+    file_.reset();
+    unblocking_.reset(); // or the peer would never see the end
 }
 
 void SharedOutput::stop() noexcept
