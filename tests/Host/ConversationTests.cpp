@@ -133,9 +133,10 @@ TEST_F(Conversations, EndAndAreKeptHoweverTheyEnd)
         {"a permission without choices", R"(eval "$agent none")", 0, "counts as cancelled.\nNone given", "", "None"},
         {"a full disk", R"(eval "$agent hello" >/dev/full)", 1, "", "could not write the output: No space", "hello"},
         {"a reader that goes", R"(set -o pipefail; eval "$agent flood" | head -n 1)", 0, "[ ] Flood\n", "", "line"},
-        {"a reader that rests", R"(exec 3> >(sleep 9); eval "$agent flood" >&3 & sleep 1; kill %1; wait %1)", 143, "",
+        {"a reader that rests",
+         R"(exec 3> >(sleep 5 >/dev/null 2>&1); eval "exec $agent flood" >&3 & sleep 1; kill $!; wait $!)", 143, "",
          "To continue", "line"},
-        {"a deaf agent", R"(eval "exec $agent deaf" & sleep 1; kill %1; wait %1)", 143, "I hear nothing", "To continue",
+        {"a deaf agent", R"(eval "exec $agent deaf" & sleep 1; kill $!; wait $!)", 143, "I hear nothing", "To continue",
          "I hear nothing"},
     };
     for (const auto& c : cases) {
@@ -202,11 +203,12 @@ TEST_F(Conversations, TheLoginShellGoesWithACommandThatIsEndedWhileItStarts)
         fake, "#!/bin/sh\n[ \"$1\" = -ilc ] || exit 0\nsleep 77 & echo $$ $! > \"$STARTED\"\nwait\n");
     std::filesystem::permissions(fake, std::filesystem::perms::owner_all);
     const std::string started = lab / "started";
-    for (const std::string command : {"$agent hello", "${agent/agent/import} --list"}) {
+    for (const char* const command : {"$agent hello", "${agent/ agent / import } --list"}) {
         SCOPED_TRACE(command);
         const ChildProcess::Output output = shell(
-            "eval \"exec " + command + R"(" & until [ -s "$STARTED" ]; do sleep 0.05; done
-kill %1; wait %1; status=$?; sleep 0.2; for pid in $(cat "$STARTED"); do kill -0 "$pid" 2>/dev/null && exit 1; done
+            std::string("eval \"exec ") + command + R"(" & until [ -s "$STARTED" ]; do sleep 0.05; done
+kill $!; wait $!; status=$?; sleep 0.2
+for pid in $(cat "$STARTED"); do grep -q '^State:.[^Z]' "/proc/$pid/status" 2>/dev/null && exit 1; done
 rm "$STARTED"; exit $status)",
             {{"SHELL", fake.string()}, {"STARTED", started}});
         EXPECT_EQ(output.exitNumber, 143) << output.error;

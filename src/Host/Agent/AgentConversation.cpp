@@ -53,7 +53,7 @@ AgentConversation::AgentConversation(Context& context, Setup setup, const asio::
     : context_(context), setup_(std::move(setup)), executor_(executor), store_(*context.store()),
       display_(
           context.out(), executor, StandardStreams::duplicate(StandardStreams::output),
-          [this](const std::exception_ptr& failure) { happened(Event::stopped, failure); }),
+          [this] { happened(Event::stopped); }),
       isInteractive_(canAsk()), typed_(executor), ending_(executor), signals_(executor), roundPause_(executor),
       savePause_(executor), farewell_(executor)
 {
@@ -78,18 +78,21 @@ asio::awaitable<std::optional<int>> AgentConversation::run(std::shared_ptr<Agent
     try {
         if (ending->cutsTurn)
             endTurn();
-        save();
+        save(); // now, whatever becomes of the rest
     } catch (...) {
         if (!ending->failure)
             ending->failure = std::current_exception();
     }
     co_await end();
+    if (!ending->failure && !ending->signal)
+        ending->failure = display_.failure();
     if (ending->failure)
         std::rethrow_exception(ending->failure);
+    save(); // the agent's last words
     co_return ending->signal;
 }
 
-void AgentConversation::happened(Event event, const std::exception_ptr& failure, std::optional<int> signal)
+void AgentConversation::happened(Event event, std::optional<int> signal)
 {
     const bool wasInTurn = phase_.isInTurn();
     switch (phase_.on(event)) {
@@ -102,7 +105,7 @@ void AgentConversation::happened(Event event, const std::exception_ptr& failure,
         return;
     case ConversationPhase::Action::breakOff:
         typed_.finish();
-        ending_.push({.failure = failure, .signal = signal, .cutsTurn = wasInTurn});
+        ending_.push({.failure = nullptr, .signal = signal, .cutsTurn = wasInTurn});
         return;
     case ConversationPhase::Action::hurry:
         farewell_.cancel();

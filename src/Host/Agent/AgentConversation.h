@@ -76,7 +76,7 @@ private:
     [[nodiscard]] asio::awaitable<std::optional<std::size_t>> choice(std::size_t count, std::function<void()> show);
 
     /// What the event calls for is done, by whoever tells of it.
-    void happened(Event event, const std::exception_ptr& failure = nullptr, std::optional<int> signal = std::nullopt);
+    void happened(Event event, std::optional<int> signal = std::nullopt);
     [[nodiscard]] asio::awaitable<void> end();
     [[nodiscard]] asio::awaitable<void> agentEnded();
 

@@ -109,7 +109,7 @@ asio::awaitable<void> AgentConversation::watchSignals(std::shared_ptr<AgentConve
             co_return;
         if (signal == ProcessEnd::interrupt && self->isInteractive_)
             self->display_.keysEchoed();
-        self->happened(signal == ProcessEnd::interrupt ? Event::interrupted : Event::stopped, nullptr, signal);
+        self->happened(signal == ProcessEnd::interrupt ? Event::interrupted : Event::stopped, signal);
     }
 }
 

@@ -19,7 +19,7 @@ public:
     /// Writes to `file` what suits the terminal; `onFailure` is the Outlet's.
     AgentDisplay(
         const Terminal& terminal, const asio::any_io_executor& executor, FileDescriptor file,
-        std::function<void(const std::exception_ptr&)> onFailure)
+        std::function<void()> onFailure)
         : terminal_(terminal), outlet_(executor, std::move(file), std::move(onFailure))
     {
     }
@@ -43,6 +43,7 @@ public:
     /// As those of the Outlet.
     [[nodiscard]] asio::awaitable<void> room() { return outlet_.room(); }
     [[nodiscard]] asio::awaitable<void> written() { return outlet_.written(); }
+    [[nodiscard]] std::exception_ptr failure() const { return outlet_.failure(); }
     void drop() { outlet_.drop(); }
 
 private:

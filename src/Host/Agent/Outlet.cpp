@@ -36,7 +36,7 @@ std::exception_ptr told(const std::exception_ptr& failure)
 } // namespace
 
 struct Outlet::State : std::enable_shared_from_this<State> {
-    State(asio::any_io_executor owner, FileDescriptor file, std::function<void(const std::exception_ptr&)> whenItFails)
+    State(asio::any_io_executor owner, FileDescriptor file, std::function<void()> whenItFails)
         : executor(std::move(owner)), writer(std::move(file)), onFailure(std::move(whenItFails)),
           change(executor, asio::steady_timer::time_point::max())
     {
@@ -53,32 +53,33 @@ struct Outlet::State : std::enable_shared_from_this<State> {
             return lose(std::current_exception());
         }
         isWriting = true;
-        writer.write(std::move(bytes), [state = weak_from_this(), owner = executor](std::exception_ptr failure) {
-            asio::post(owner, [state, failure = std::move(failure)] {
+        writer.write(std::move(bytes), [state = weak_from_this(), owner = executor](std::exception_ptr thrown) {
+            asio::post(owner, [state, thrown = std::move(thrown)] {
                 if (const auto self = state.lock())
-                    self->wrote(failure);
+                    self->wrote(thrown);
             });
         });
     }
 
-    void wrote(const std::exception_ptr& failure)
+    void wrote(const std::exception_ptr& thrown)
     {
         isWriting = false;
-        if (failure)
-            lose(failure);
+        if (thrown)
+            lose(thrown);
         else if (!waiting.empty())
             writeNext();
         change.cancel();
     }
 
-    void lose(const std::exception_ptr& failure)
+    void lose(const std::exception_ptr& thrown)
     {
         if (std::exchange(isLost, true))
             return;
+        failure = told(thrown);
         waiting.clear();
         change.cancel();
         // Later, since whoever writes is in the middle of something.
-        asio::post(executor, [tell = onFailure, failure = told(failure)] { tell(failure); });
+        asio::post(executor, onFailure);
     }
 
     static asio::awaitable<void> until(std::shared_ptr<State> self, std::size_t most, bool alsoWritten)
@@ -91,16 +92,15 @@ struct Outlet::State : std::enable_shared_from_this<State> {
 
     asio::any_io_executor executor;
     LineWriter writer;
-    std::function<void(const std::exception_ptr&)> onFailure;
+    std::function<void()> onFailure;
     asio::steady_timer change; // never expires
     std::string waiting;
     bool isWriting = false;
     bool isLost = false;
+    std::exception_ptr failure;
 };
 
-Outlet::Outlet(
-    const asio::any_io_executor& executor, FileDescriptor file,
-    std::function<void(const std::exception_ptr&)> onFailure)
+Outlet::Outlet(const asio::any_io_executor& executor, FileDescriptor file, std::function<void()> onFailure)
     : state_(std::make_shared<State>(executor, std::move(file), std::move(onFailure)))
 {
 }
@@ -127,6 +127,11 @@ asio::awaitable<void> Outlet::room()
 asio::awaitable<void> Outlet::written()
 {
     return State::until(state_, 0, true);
+}
+
+std::exception_ptr Outlet::failure() const
+{
+    return state_->failure;
 }
 
 void Outlet::drop()

@@ -16,11 +16,8 @@ namespace veltry {
 /// blocks the executor that it belongs to.
 class Outlet {
 public:
-    /// `onFailure` is called once, on the executor, with Terminal::Closed if nobody reads any more and SystemError for
-    /// any other failure. What is written after that is dropped.
-    Outlet(
-        const asio::any_io_executor& executor, FileDescriptor file,
-        std::function<void(const std::exception_ptr&)> onFailure);
+    /// `onFailure` is called once, on the executor, after the first failure(). What is written from then on is dropped.
+    Outlet(const asio::any_io_executor& executor, FileDescriptor file, std::function<void()> onFailure);
     Outlet(const Outlet&) = delete;
     Outlet& operator=(const Outlet&) = delete;
     /// As drop().
@@ -31,6 +28,8 @@ public:
     [[nodiscard]] asio::awaitable<void> room();
     /// Resumes when everything is written or lost.
     [[nodiscard]] asio::awaitable<void> written();
+    /// Terminal::Closed if nobody reads any more, SystemError for any other failure; null if all went well.
+    [[nodiscard]] std::exception_ptr failure() const;
     /// Gives up what isn't written yet.
     void drop();
 
