@@ -125,7 +125,7 @@ TEST_F(AgentCommand, TellsWhyNothingBegan)
         {{"--harness", "Gemni", "x"},
          2,
          "There is no harness \"Gemni\". These are known: Claude Code, Codex, OpenCode."},
-        {{"--conversation", old.id.text(), "x"}, 1, "That conversation was had with goose."},
+        {{"--conversation", old.id.text(), "x"}, 1, "That conversation was with goose."},
         {{"--conversation", "nope", "x"}, 1, "There is no conversation \"nope\"."},
         {{}, 2, "There is no prompt"},
         {{"--project", "Bare", "x"}, 1, "The project Bare has no folder."},

@@ -16,6 +16,7 @@ using testing::HasSubstr;
 using testing::Not;
 
 constexpr std::uint64_t gibibyte = std::uint64_t{1} << 30U;
+constexpr std::uint64_t gigabyte = 1'000'000'000;
 
 TEST(Findings, MeasureTheMachine)
 {
@@ -38,9 +39,9 @@ TEST(Findings, MeasureTheMachine)
         EXPECT_THAT(finding.text, HasSubstr(c.text));
         EXPECT_EQ(finding.advice.empty(), c.level == Level::good);
     }
-    EXPECT_EQ(StoreFindings::freeDisk(10 * gibibyte).level, Level::good);
-    EXPECT_EQ(StoreFindings::freeDisk(10 * gibibyte - 1).level, Level::advice);
-    EXPECT_EQ(StoreFindings::freeDisk(gibibyte - 1).level, Level::wrong);
+    EXPECT_EQ(StoreFindings::freeDisk(10 * gigabyte).level, Level::good);
+    EXPECT_EQ(StoreFindings::freeDisk(10 * gigabyte - 1).level, Level::advice);
+    EXPECT_EQ(StoreFindings::freeDisk(gigabyte - 1).level, Level::wrong);
     for (const char* type : {"nfs", "nfs4", "cifs", "fuse.sshfs", "9p"})
         EXPECT_TRUE(FileSystemFacts::isNetworkType(type)) << type;
     for (const char* type : {"", "ext4", "tmpfs", "fuse.gvfsd-fuse", "overlay"})

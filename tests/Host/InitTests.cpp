@@ -141,7 +141,7 @@ TEST_F(InitTest, RefusesInOneLineAndMakesNothing)
         {{node},
          1,
          "veltry: " + node + " is the worktree of an experiment. Its project is " + repository.path().string() + ".\n"},
-        {{"a", "b"}, 2, "veltry: init takes no b. veltry init --help tells what it takes.\n"},
+        {{"a", "b"}, 2, "veltry: init doesn't take b. veltry init --help tells what it takes.\n"},
         {{"--nme", "x"}, 2, "veltry: "},
     };
 

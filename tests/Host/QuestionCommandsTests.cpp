@@ -64,7 +64,7 @@ protected:
 
 TEST_F(QuestionCommandsTest, ListsOpenRoundsWithTheirPlaces)
 {
-    EXPECT_EQ(lab_.veltry({"questions"}).error, "No agent asks anything.\n");
+    EXPECT_EQ(lab_.veltry({"questions"}).error, "No agent is asking anything.\n");
     const AgentQuestions first = askOne();
     lab_.store->dismissQuestions(askOne("Closed?").id);
     const AgentQuestions second = ask(two_);
@@ -95,7 +95,7 @@ TEST_F(QuestionCommandsTest, AnswersAndDismissesOnce)
     EXPECT_THAT(lab_.veltry({"dismiss", id}).error, HasSubstr("The round " + id + " is closed: it was answered."));
     EXPECT_EQ(lab_.veltry({"dismiss", "1"}).exitNumber, 0);
     EXPECT_EQ(now(first).status, Status::dismissed);
-    EXPECT_THAT(lab_.veltry({"answer", "1"}).error, HasSubstr("no agent of the project asks anything"));
+    EXPECT_THAT(lab_.veltry({"answer", "1"}).error, HasSubstr("no agent of the project is asking anything"));
 }
 
 TEST_F(QuestionCommandsTest, ReadsAnswersFromAPipeAndSilenceAnswersNothing)
@@ -108,7 +108,7 @@ TEST_F(QuestionCommandsTest, ReadsAnswersFromAPipeAndSilenceAnswersNothing)
         {"an hour\n", "Nothing was answered: the input ended at question 2 of 2."},
         {"\n1\n", "Nothing was answered. \"\": Type words"},
         {"an hour\n3\n", "Nothing was answered. \"3\": There is no choice 3."},
-        {"-\n-\n", "Nothing was answered. To tell the agent that it is to decide itself: veltry dismiss"},
+        {"-\n-\n", "Nothing was answered. To let the agent decide: veltry dismiss"},
     };
     for (const auto& c : refused) {
         const ChildProcess::Output output = answerWith(c.input);

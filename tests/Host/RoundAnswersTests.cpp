@@ -82,11 +82,11 @@ TEST(RoundAnswers, ReadsTheOptionsOfAScript)
         {two, {"1:1", "2:1", "2:lion"}, {}, "AdamW SGD;Lion "},
         {two, {"AdamW", "2:2"}, {"1:now"}, "AdamW|now 2 "},
         // refused
-        {one, {"4"}, {}, "\"4\" is no choice of the question"},
+        {one, {"4"}, {}, "\"4\" isn't a choice of the question"},
         {one, {"1", "2"}, {}, "Question 1 takes one choice, not 2"},
         {one, {}, {" "}, "Question 1 has no answer"},
-        {two, {"SGD"}, {}, "\"SGD\" is no choice. In a round of 2 questions"},
-        {two, {"3:1"}, {}, "\"3:1\" is no choice"},
+        {two, {"SGD"}, {}, "\"SGD\" isn't a choice. In a round of 2 questions"},
+        {two, {"3:1"}, {}, "\"3:1\" isn't a choice"},
         {two, {"1:1"}, {}, "Question 2 has no answer"},
         {two, {}, {"both"}, "Which question is \"both\" for?"},
     };
