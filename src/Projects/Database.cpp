@@ -36,7 +36,7 @@ std::string addressOf(const std::filesystem::path& path, std::string_view option
     std::string address = "file:";
     for (const char c : std::filesystem::absolute(path).native()) {
         if (c == '%' || c == '?' || c == '#')
-            fmt::format_to(std::back_inserter(address), "%{:02X}", c);
+            fmt::format_to(std::back_inserter(address), "%{:02X}", static_cast<unsigned>(c));
         else
             address += c;
     }
