@@ -42,6 +42,7 @@ target_include_directories(cli11 SYSTEM INTERFACE ${CLI11_INCLUDE_DIR})
 if(VELTRY_TESTS)
     find_package(GTest REQUIRED)
     pkg_check_modules(httplib REQUIRED IMPORTED_TARGET cpp-httplib) # its flags set its ABI
+    pkg_check_modules(libcrypto REQUIRED IMPORTED_TARGET libcrypto) # called from its newer headers
 endif()
 if(VELTRY_BENCHES)
     find_package(benchmark REQUIRED)

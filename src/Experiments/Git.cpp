@@ -79,7 +79,7 @@ std::string Git::output(
     std::string error = stripped(result.error);
     throw Failure(
         text::repaired("git " + text::joined(arguments, " ")),
-        error.empty() ? stripped(result.output) : std::move(error));
+        error.empty() ? stripped(result.output) : std::move(error), result.exitNumber);
 }
 
 std::optional<std::string> Git::resolve(std::string_view revision) const
@@ -185,13 +185,13 @@ void Git::initialize(const std::string& message) const
 
 void Git::snapshot(const std::string& commit, const std::filesystem::path& to) const
 {
-    Files::createFolders(to);
+    Files::createPrivateFolders(to);
     const ChildProcess::Environment environment = ownEnvironment();
     const ChildProcess::Output result = ChildProcess::runPipeline(
         {.executable = gitProgram,
          .arguments = {"-C", directory.string(), "archive", "--format=tar", commit},
          .environment = environment},
-        {.executable = tarProgram, .arguments = {"-x", "-C", to.string()}, .environment = environment});
+        {.executable = tarProgram, .arguments = {"-x", "--no-unquote", "-C", to.string()}, .environment = environment});
     if (result.exitNumber != 0)
         throw Failure(fmt::format("git archive {} | tar -x", commit), text::repaired(result.error));
 }

@@ -24,7 +24,10 @@ class Git {
 public:
     /// A command that ended with another status than 0.
     struct Failure : Error {
-        Failure(std::string what, std::string said) : command(std::move(what)), output(std::move(said)) {}
+        Failure(std::string what, std::string said, int status = 1)
+            : command(std::move(what)), output(std::move(said)), exitNumber(status)
+        {
+        }
 
         /// `Failure(command: "git status", output: "fatal: ...")`.
         [[nodiscard]] std::string description() const override;
@@ -36,6 +39,7 @@ public:
 
         std::string command; ///< "git" and the arguments joined by blanks, without the folder
         std::string output;  ///< what git said on standard error or, if that is empty, on standard output
+        int exitNumber;      ///< 128 + n if signal n ended it
     };
 
     using Arguments = std::vector<std::string>;

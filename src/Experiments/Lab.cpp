@@ -2,9 +2,11 @@
 
 #include "Base/Numbers.h"
 #include "Base/Text.h"
+#include "Experiments/RunProcesses.h"
 #include "Experiments/Spawn.h"
 #include "Experiments/Supervisor.h"
 #include "Experiments/Telemetry/TelemetryLayout.h"
+#include "Platform/ChildProcess.h"
 #include "Platform/FileLock.h"
 #include "Platform/Files.h"
 #include "Platform/ProcessFacts.h"
@@ -346,7 +348,7 @@ Run Lab::cancel(const RunName& name) const
     if (run.isFinished())
         return run;
     store->requestCancel(run.id);
-    if (run.pid)
+    if (RunProcesses::mayReachGroup(run))
         ChildProcess::terminateGroup(*run.pid);
     return store->run(run.id).value_or(std::move(run));
 }

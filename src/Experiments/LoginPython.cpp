@@ -68,7 +68,7 @@ void LoginPython::write(const std::filesystem::path& file) const
         document.emplace("python3", program->string());
         document.emplace("version", version);
     }
-    Files::createFolders(file.parent_path());
+    Files::createPrivateFolders(file.parent_path());
     Files::writeAtomically(file, JSONValue(std::move(document)).prettyText() + "\n");
 }
 

@@ -1,7 +1,6 @@
 #include "Experiments/Resources.h"
 
 #include "Platform/GPUFacts.h"
-#include "Platform/ProcessTable.h"
 
 #include <algorithm>
 
@@ -18,13 +17,13 @@ JSONValue toJSON(const ResourceReading& reading)
 
 namespace Resources {
 
-std::optional<ResourceReading> read(std::int32_t group)
+std::optional<ResourceReading> read(std::int32_t group, ProcessTable::SharedPages shared)
 {
     if (group <= 0) // the kernel's own threads lie in group 0
         return std::nullopt;
     ResourceReading reading;
     for (const ProcessID process : ProcessTable::group(group)) {
-        const std::optional<ProcessTable::Usage> usage = ProcessTable::usage(process);
+        const std::optional<ProcessTable::Usage> usage = ProcessTable::usage(process, shared);
         if (!usage)
             continue; // it has just ended
         ++reading.processes;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Base/JSONValue.h"
+#include "Platform/ProcessTable.h"
 
 #include <chrono>
 #include <cstdint>
@@ -14,7 +15,7 @@ struct ResourceReading {
     std::int64_t processes = 0; ///< of its group
     /// Their processor time so far, summed. It may go down from one reading to the next, when a process ends.
     double cpuSeconds = 0;
-    std::uint64_t memory = 0;  ///< their physical footprints in bytes, summed
+    std::uint64_t memory = 0;  ///< their physical footprints in bytes, summed: what ProcessTable::Usage says
     std::optional<double> gpu; ///< as Resources::gpuUtilization() gives it
 
     friend bool operator==(const ResourceReading&, const ResourceReading&) = default;
@@ -28,8 +29,10 @@ struct ResourceReading {
 namespace Resources {
 
 /// What a process group uses. A run is the leader of a group of its own (`Run::pid`), and what it starts is counted
-/// however deep, unless it left the group. Nothing if the group has no process that can be read, as after a run's end.
-[[nodiscard]] std::optional<ResourceReading> read(std::int32_t group);
+/// however deep, unless it left the group. Processes of other users don't count. Nothing if the group has no process
+/// that can be read, as after a run's end.
+[[nodiscard]] std::optional<ResourceReading> read(
+    std::int32_t group, ProcessTable::SharedPages shared = ProcessTable::SharedPages::countForEach);
 
 /// How busy the machine's busiest GPU is, from 0 to 1, whoever uses it. Nothing if no GPU tells it.
 [[nodiscard]] std::optional<double> gpuUtilization();

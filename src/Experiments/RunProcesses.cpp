@@ -11,6 +11,7 @@ namespace veltry {
 
 namespace {
 
+constexpr double longestStart = 10; // seconds
 constexpr int rounds = 50;
 constexpr std::chrono::milliseconds betweenRounds(20);
 
@@ -30,7 +31,7 @@ const std::set<ProcessID>& RunProcesses::look(const Run& run)
                 processes_.insert(process);
     };
     if (group_ == 0 && !groupIsOver_ && !run.isFinished())
-        group_ = run.pid.value_or(0);
+        group_ = mayReachGroup(run) ? *run.pid : 0;
     if (group_ > 0)
         add(ProcessTable::group(group_));
     if (group_ > 0 && processes_.empty()) {
@@ -39,6 +40,18 @@ const std::set<ProcessID>& RunProcesses::look(const Run& run)
     }
     add(ProcessTable::carriers(Supervisor::resultVariable, run.resultFile().string()));
     return processes_;
+}
+
+bool RunProcesses::mayReachGroup(const Run& run)
+{
+    if (!run.pid || *run.pid <= 1)
+        return false;
+    if (Supervisor::isAlive(run))
+        return true;
+    // The supervisor makes its lock's file and starts the shell at once.
+    const std::optional<double> lockMade = Supervisor::begunAt(run);
+    const std::optional<double> leaderBegan = ProcessTable::began(*run.pid);
+    return !lockMade || !leaderBegan || *leaderBegan <= *lockMade + longestStart;
 }
 
 std::size_t RunProcesses::kill(const Run& run)

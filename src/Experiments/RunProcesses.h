@@ -20,6 +20,11 @@ public:
     /// Looks again. `run` is its fresh row.
     [[nodiscard]] const std::set<ProcessID>& look(const Run& run);
 
+    /// Whether the group that the row names may be taken for the run's. The row outlives the group, and anybody's may
+    /// have its number now: one that began long after the run's supervisor, which has gone. No run has the number 1 or
+    /// a lower one, by which signals reach everybody.
+    [[nodiscard]] static bool mayReachGroup(const Run& run);
+
     /// Ends each of them by SIGKILL, and those that they start meanwhile. Returns how many it ended.
     std::size_t kill(const Run& run);
 

@@ -10,6 +10,8 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
+
 namespace veltry::Supervisor {
 
 namespace {
@@ -92,6 +94,15 @@ void supervise(const UUID& id, ProjectStore& store)
 bool isAlive(const Run& run) noexcept
 {
     return FileLock::isHeld(lockFile(run));
+}
+
+std::optional<double> begunAt(const Run& run) noexcept
+{
+    std::error_code missing; // nobody ever writes to it
+    const auto made = std::filesystem::last_write_time(lockFile(run), missing);
+    if (missing)
+        return std::nullopt;
+    return std::chrono::duration<double>(std::chrono::file_clock::to_sys(made).time_since_epoch()).count();
 }
 
 std::optional<std::string> readResult(const Run& run)

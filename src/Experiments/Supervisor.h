@@ -29,6 +29,8 @@ void supervise(const UUID& id, ProjectStore& store);
 
 /// True if a supervisor holds the run's lock now.
 [[nodiscard]] bool isAlive(const Run& run) noexcept;
+/// When the run's first supervisor made the file of the lock, in seconds since 1970. Nothing if it isn't there.
+[[nodiscard]] std::optional<double> begunAt(const Run& run) noexcept;
 
 /// The text of the run's result file without white space at both ends; nothing if there is none or it can't be read.
 /// One that isn't a JSON object, or has more than `resultLimit` bytes, gives nothing as well, and a line in the log

@@ -22,8 +22,24 @@ bool names(std::string_view given, const UUID& id)
     return given.size() >= shortestIDStart && text::lowercased(id.text()).starts_with(text::lowercased(given));
 }
 
+/// Opening would make our tables in it, and change a damaged file. What else stands in the way the opening tells.
+void refuseForeign(const std::filesystem::path& path)
+{
+    try {
+        if (Files::exists(path) && ProjectStore::isForeign(path))
+            throw Refusal(fmt::format(
+                "{} is another program's database: it has tables, and none of Veltry's. Nothing was changed; name the "
+                "store with --db or VELTRY_DATABASE_PATH.",
+                path.string()));
+    } catch (const DatabaseError& error) {
+        if (error.isDamage())
+            throw;
+    }
+}
+
 std::shared_ptr<ProjectStore> opened(const std::filesystem::path& path)
 {
+    refuseForeign(path);
     try {
         return std::make_shared<ProjectStore>(path);
     } catch (const ProjectStoreError& error) {

@@ -101,7 +101,7 @@ asio::awaitable<std::filesystem::path> PaperFiles::pdf(Paper paper) const
     // Many an "open-access PDF" answers 200 with a page that asks for a login.
     if (Files::readAt(download.file(), 0, signature.size()) != signature)
         throw PaperFileError(PaperFileError::Kind::notAPDF);
-    Files::createFolders(folder);
+    Files::createPrivateFolders(folder);
     std::filesystem::path path = location(paper);
     download.keep(path);
     co_return path;

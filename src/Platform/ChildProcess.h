@@ -80,6 +80,8 @@ struct StartFailure : Error {
 /// Blocks until that child has ended. Returns its exit status, 128 + n if signal n ended it, -1 if there is no such
 /// child.
 [[nodiscard]] int wait(ProcessID child) noexcept;
+/// What wait() returns of a child that mapped a file and read there what somebody had cut off meanwhile.
+extern const int endedByLostBytes;
 /// Takes the status of that child if it has ended already; false while it runs. Never blocks.
 bool reapIfEnded(ProcessID child) noexcept;
 

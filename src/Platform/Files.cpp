@@ -193,6 +193,15 @@ void createFolders(const std::filesystem::path& path)
         throw SystemError("could not make the folder " + path.string(), ENOTDIR);
 }
 
+void createPrivateFolders(const std::filesystem::path& path)
+{
+    if (path.empty() || isFolder(path))
+        return;
+    createPrivateFolders(path.parent_path());
+    if (::mkdir(path.c_str(), 0700) != 0 && !isFolder(path)) // somebody may make it at the same moment
+        throw SystemError("could not make the folder " + path.string());
+}
+
 bool createFolder(const std::filesystem::path& path)
 {
     if (::mkdir(path.c_str(), 0777) == 0)

@@ -54,6 +54,8 @@ void writeAtomically(const std::filesystem::path& path, std::string_view bytes);
 
 /// Makes the folder and those above it; one that is there is fine.
 void createFolders(const std::filesystem::path& path);
+/// The same; those that it makes are for their owner alone (mode 0700).
+void createPrivateFolders(const std::filesystem::path& path);
 /// Makes one folder; false if anything lies there already.
 [[nodiscard]] bool createFolder(const std::filesystem::path& path);
 /// True if anything lies there, also a link that leads nowhere.

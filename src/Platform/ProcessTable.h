@@ -27,14 +27,24 @@ namespace veltry::ProcessTable {
 /// an id to another process as soon as the first is gone; only the one that was asked about is ever hit.
 bool kill(ProcessID process, const std::function<bool(ProcessID process)>& isMeant);
 
+/// When its program's process began, in seconds since 1970, as exactly as the kernel's ticks tell (10 milliseconds).
+/// Nothing for a process that isn't there.
+[[nodiscard]] std::optional<double> began(ProcessID process);
+
 /// What a process uses.
 struct Usage {
     double cpuSeconds = 0; ///< its processor time so far, in its own code and in the system's; all its threads
-    std::uint64_t memory =
-        0; ///< its physical footprint in bytes: what would be free without it, and what is swapped out
+    /// Bytes in memory that no file holds, and what is swapped out.
+    std::uint64_t memory = 0;
 };
 
-/// Nothing for a process that has ended or can't be looked at.
-[[nodiscard]] std::optional<Usage> usage(ProcessID process);
+/// What becomes of the pages that forked processes share.
+enum class SharedPages {
+    countForEach, ///< the sum of several processes may be far too high
+    divide,       ///< among those that share them. Walks the page tables: some 10 milliseconds for each gigabyte
+};
+
+/// Nothing for a process that has ended, for another user's (unless we are root), and for one that can't be looked at.
+[[nodiscard]] std::optional<Usage> usage(ProcessID process, SharedPages shared = SharedPages::countForEach);
 
 } // namespace veltry::ProcessTable

@@ -1,8 +1,11 @@
 #include "Projects/Database.h"
 
+#include <fmt/format.h>
+
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <iterator>
 #include <thread>
 
 namespace veltry {
@@ -21,6 +24,25 @@ bool isEmpty(std::string_view sql)
     return sql.find_first_not_of(" \t\r\n;") == std::string_view::npos;
 }
 
+bool holdsBytes(const std::filesystem::path& file)
+{
+    std::error_code missing;
+    return std::filesystem::file_size(file, missing) > 0 && !missing;
+}
+
+/// As SQLite reads one with options: the path's own bytes, and three characters that would end it escaped.
+std::string addressOf(const std::filesystem::path& path, std::string_view option)
+{
+    std::string address = "file:";
+    for (const char c : std::filesystem::absolute(path).native()) {
+        if (c == '%' || c == '?' || c == '#')
+            fmt::format_to(std::back_inserter(address), "%{:02X}", static_cast<unsigned>(c));
+        else
+            address += c;
+    }
+    return fmt::format("{}?{}", address, option);
+}
+
 } // namespace
 
 void Connection::Closer::operator()(sqlite3* handle) const noexcept
@@ -28,24 +50,42 @@ void Connection::Closer::operator()(sqlite3* handle) const noexcept
     sqlite3_close_v2(handle);
 }
 
-Connection::Connection(const std::filesystem::path& path, std::chrono::milliseconds busyTimeout)
+void Connection::open(const std::string& name, int flags)
 {
     sqlite3* opened = nullptr;
     // Without SQLite's own mutex: Database lets one thread at a time come here.
-    const int code = sqlite3_open_v2(
-        path.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+    const int code = sqlite3_open_v2(name.c_str(), &opened, flags | SQLITE_OPEN_NOMUTEX, nullptr);
     handle_.reset(opened); // there is one even where opening fails
     if (code != SQLITE_OK)
         throw opened ? error({}) : DatabaseError(code, sqlite3_errstr(code));
-
     sqlite3_extended_result_codes(opened, 1);
     // Or a column that is misspelt in double quotes would be read as a text.
     sqlite3_db_config(opened, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
     sqlite3_db_config(opened, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
-    sqlite3_busy_timeout(opened, static_cast<int>(busyTimeout.count()));
+}
+
+Connection::Connection(const std::filesystem::path& path, std::chrono::milliseconds busyTimeout)
+{
+    const bool hasWAL = holdsBytes(path.string() + "-wal");
+    open(path.string(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    sqlite3_busy_timeout(handle_.get(), static_cast<int>(busyTimeout.count()));
+    // Whoever closes a file as the last one merges the WAL into it and removes it: into a file that can't be read, or
+    // into one that has another name by now, beside whose old place another's WAL lies.
+    sqlite3_db_config(handle_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, hasWAL ? 1 : 0, nullptr);
     execute("PRAGMA foreign_keys = ON");
     enterWAL(busyTimeout);
     execute("SELECT * FROM sqlite_master LIMIT 1"); // an unreadable file fails here at the latest
+    sqlite3_db_config(handle_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 0, nullptr);
+}
+
+Connection::Connection(const std::filesystem::path& path)
+{
+    // Without these two nobody has it open, and nothing has to be shared with anybody.
+    const bool isAtRest = !holdsBytes(path.string() + "-wal") && !holdsBytes(path.string() + "-shm");
+    open(addressOf(path, isAtRest ? "immutable=1" : "mode=ro"), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+    sqlite3_busy_timeout(handle_.get(), static_cast<int>(Database::defaultBusyTimeout.count()));
+    sqlite3_db_config(handle_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    execute("SELECT * FROM sqlite_master LIMIT 1");
 }
 
 /// SQLite's own busy time-out doesn't cover the switch of the journal mode: where another process opens the same new

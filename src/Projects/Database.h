@@ -30,6 +30,9 @@ public:
     /// Opens the file read-write, makes it if it is absent, and puts it into WAL mode. Locks of other processes are
     /// waited for as long as `busyTimeout`. A file that can't be read as a database fails here.
     Connection(const std::filesystem::path& path, std::chrono::milliseconds busyTimeout);
+    /// Opens the file for reading, as it is: neither the file nor its WAL change, as they would when the last one that
+    /// has them open closes them. Where it is in use, SQLite's file of shared memory may be made.
+    explicit Connection(const std::filesystem::path& path);
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
 
@@ -82,6 +85,7 @@ private:
 
     /// What SQLite says of its last failure.
     [[nodiscard]] DatabaseError error(std::string_view sql, std::vector<DatabaseError::Argument> arguments = {}) const;
+    void open(const std::string& name, int flags);
     void enterWAL(std::chrono::milliseconds limit);
     void run(std::string_view sql, std::span<const Argument> arguments);
     [[nodiscard]] Statement start(std::string_view sql, std::span<const Argument> arguments);
@@ -123,6 +127,10 @@ private:
 class Database {
 public:
     static constexpr std::chrono::milliseconds defaultBusyTimeout = std::chrono::seconds(10);
+
+    struct LookOnly {};
+    /// For read() alone: writes nothing anywhere, not even what SQLite does by itself. Throws DatabaseError.
+    Database(const std::filesystem::path& path, LookOnly /*unused*/) : connection_(path) {}
 
     /// Throws DatabaseError; then nothing stays open.
     explicit Database(const std::filesystem::path& path, std::chrono::milliseconds busyTimeout = defaultBusyTimeout)

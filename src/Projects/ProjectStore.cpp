@@ -1,5 +1,6 @@
 #include "Projects/ProjectStore.h"
 
+#include "Platform/FileLock.h"
 #include "Platform/Files.h"
 #include "Platform/StandardFolders.h"
 #include "Platform/SystemError.h"
@@ -11,6 +12,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 
@@ -63,6 +65,23 @@ public:
 private:
     Path copy_;
 };
+
+/// Looks at the file as the crash left it: to open one that is damaged may change it and its WAL. Throws what is wrong.
+void refuseDamaged(const Path& store)
+{
+    if (!Files::exists(store))
+        return;
+    const Path shared = appending(store, "-shm");
+    const bool wasShared = Files::exists(shared);
+    try {
+        static_cast<void>(ProjectStore::isForeign(store));
+    } catch (const DatabaseError& failure) {
+        if (!wasShared) // made by the look
+            Files::remove(shared);
+        if (failure.isDamage())
+            throw;
+    }
+}
 
 /// Never onto a file that is there: two stores set aside in one second are both worth keeping.
 void moveTo(const Path& target, const Path& source)
@@ -120,7 +139,7 @@ std::filesystem::path ProjectStore::defaultPath()
 
 ProjectStore::ProjectStore(const Path& file) : path_(madeAbsolute(file))
 {
-    Files::createFolders(path_.parent_path());
+    Files::createPrivateFolders(path_.parent_path());
     database_ = std::make_unique<Database>(path_);
     Migrations::refuseNewer(*database_);
     Migrations::apply(*database_);
@@ -131,8 +150,12 @@ ProjectStore::~ProjectStore() = default;
 ProjectStore::Opened ProjectStore::openOrReplace(const Path& file)
 {
     const Path store = madeAbsolute(file);
+    Files::createPrivateFolders(store.parent_path());
+    // Who comes second waits here, and then sees what the first has left.
+    const FileLock lock = FileLock::takeFolder(store.parent_path());
     const WALSnapshot snapshot(store);
     try {
+        refuseDamaged(store);
         return {.store = std::make_shared<ProjectStore>(store), .movedAside = std::nullopt};
     } catch (const DatabaseError& failure) {
         if (!failure.isDamage())
@@ -144,18 +167,20 @@ ProjectStore::Opened ProjectStore::openOrReplace(const Path& file)
     return {.store = std::make_shared<ProjectStore>(store), .movedAside = std::move(aside)};
 }
 
-std::int64_t ProjectStore::dataVersion() const
+bool ProjectStore::isForeign(const Path& file)
 {
-    return database_->read([](Connection& connection) {
-        Statement row = connection.query("PRAGMA data_version");
-        row.step();
-        return row.integer(0);
+    Database database(file, Database::LookOnly());
+    return database.read([](Connection& connection) {
+        const std::vector<std::string> tables = connection.texts(
+            "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\'");
+        return !tables.empty() && std::ranges::find(tables, "grdb_migrations") == tables.end();
     });
 }
 
-std::vector<std::string> ProjectStore::integrityProblems() const
+std::vector<std::string> ProjectStore::integrityProblems(const Path& file)
 {
-    return database_->read([](Connection& connection) {
+    Database database(file, Database::LookOnly());
+    return database.read([](Connection& connection) {
         std::vector<std::string> lines = connection.texts("PRAGMA integrity_check");
         if (lines.size() == 1 && lines.front() == "ok")
             lines.clear();
@@ -163,6 +188,15 @@ std::vector<std::string> ProjectStore::integrityProblems() const
             lines.push_back(
                 fmt::format("a row of {} refers to a row of {} that isn't there", row.string(0), row.string(2)));
         return lines;
+    });
+}
+
+std::int64_t ProjectStore::dataVersion() const
+{
+    return database_->read([](Connection& connection) {
+        Statement row = connection.query("PRAGMA data_version");
+        row.step();
+        return row.integer(0);
     });
 }
 

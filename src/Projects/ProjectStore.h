@@ -80,8 +80,18 @@ public:
     };
 
     /// The same; but a file that SQLite can't read is moved aside with its WAL as that was before, and a new store
-    /// made. All other failures end it as they end the constructor.
+    /// made. Of several processes that do so at the same moment one finds the file damaged, the others the new store.
+    /// All other failures end it as they end the constructor.
     [[nodiscard]] static Opened openOrReplace(const std::filesystem::path& path);
+
+    // Looks at a file that is there, which write nothing anywhere, as opening it would. Throw DatabaseError for one
+    // that can't be read.
+
+    /// True for another program's database: it has tables, and none of ours.
+    [[nodiscard]] static bool isForeign(const std::filesystem::path& path);
+    /// What SQLite finds wrong with the file's pages, indices and keys, a line each; nothing where it is sound. Reads
+    /// the whole file.
+    [[nodiscard]] static std::vector<std::string> integrityProblems(const std::filesystem::path& path);
 
     /// Absolute.
     [[nodiscard]] const std::filesystem::path& path() const { return path_; }
@@ -89,10 +99,6 @@ public:
     /// A number that is another one after any other process or connection has committed to the store. Costs a look at
     /// the file's header. Not to be compared across handles.
     [[nodiscard]] std::int64_t dataVersion() const;
-
-    /// What SQLite finds wrong with the file's pages, indices and keys, a line each; nothing where it is sound. Reads
-    /// the whole file.
-    [[nodiscard]] std::vector<std::string> integrityProblems() const;
 
     // Projects. Folders are made absolute and free of ".", ".." and doubled separators.
 

@@ -1,4 +1,5 @@
 #include "ComparedNode.h"
+#include "Experiments/Changes/NeutralRepository.h"
 #include "Platform/Files.h"
 #include "Refusal.h"
 
@@ -54,6 +55,12 @@ b' ' a' 'aä'; do echo 1 > "$n"; done)",
          "deleted a +0 -2\n@@ 1 0 \n-1\n-2\nadded a/big +3001 -0 tooLarge\nadded a/small +1 -0\n@@ 0 1 \n+b\n"},
         {"a folder in the place of a file that was renamed", "seq 9 > a", "mv a b; mkdir a; seq 3001 > a/big",
          "added a/big +3001 -0 tooLarge\nrenamed a -> b +0 -0\n"},
+        {"one line that begins two sections", "mkdir 'x b'; seq 9 > x; seq 20 29 > 'x b/y'",
+         "mkdir -p 'y b/x b'; mv x 'y b/x b/y'; echo 10 >> 'y b/x b/y'; echo 30 >> 'x b/y'",
+         "modified x b/y +1 -0\n@@ 8 8 \n 27\n 28\n 29\n+30\nrenamed x -> y b/x b/y +1 -0\n"
+         "@@ 7 7 \n 7\n 8\n 9\n+10\n"},
+        {"blanks at the end of texts that git is asked for apart", "mkdir a; seq 3001 > a/big",
+         "rm -r a; printf 'x  \n\t\n' > a", "added a +2 -0\n@@ 0 1 \n+x  \n+\t\ndeleted a/big +0 -3001 tooLarge\n"},
         {"a file in the place of a folder", "mkdir a; seq 3001 > a/big", "rm -r a; echo 1 > a",
          "added a +1 -0\n@@ 0 1 \n+1\ndeleted a/big +0 -3001 tooLarge\n"},
     };
@@ -147,6 +154,19 @@ TEST_F(ChangesTest, ThePersonsConfigurationHasNoSay)
     showsTheSame("all at once, with the repository's own attributes");
     compared.freeze();
     EXPECT_EQ(rendered(compared.changes().files), rendered(plain.files));
+}
+
+TEST(NeutralRepository, CopiesOfTheConfigurationOnlyWhatAComparisonNeeds)
+{
+    using std::string_view_literals::operator""sv;
+    constexpr std::string_view list =
+        "core.bare\nfalse\0diff.notes.binary\ntrue\0http.https://h.extraheader\nsecret\0"
+        "remote.origin.url\nhttps://me:secret@h\0user.name\nme\0filter.lfs.clean\nlfs\0"sv;
+    EXPECT_EQ(
+        NeutralRepository::withoutDrivers(list), "[core]\n\tbare = \"false\"\n[filter \"lfs\"]\n\tclean = \"lfs\"\n");
+    const std::string partial = std::string(list).append("remote.origin.promisor\ntrue\0"sv);
+    EXPECT_THAT(NeutralRepository::withoutDrivers(partial).value(), HasSubstr("secret@h"));
+    EXPECT_EQ(NeutralRepository::withoutDrivers("core.bare\nfalse\0"sv), std::nullopt);
 }
 
 TEST_F(ChangesTest, TheProjectsAttributesCount)

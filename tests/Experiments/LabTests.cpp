@@ -1,4 +1,7 @@
 #include "Experiments/Lab.h"
+#include "Experiments/RunProcesses.h"
+#include "Platform/ChildProcess.h"
+#include "Platform/FileLock.h"
 #include "Platform/Files.h"
 #include "Refusal.h"
 #include "Support/Eventually.h"
@@ -11,6 +14,7 @@
 namespace veltry {
 namespace {
 
+using test::eventually;
 using test::refusal;
 using test::TestLab;
 using testing::HasSubstr;
@@ -253,6 +257,52 @@ TEST(Lab, CancellingReachesEverythingThatARunStarted)
     EXPECT_EQ(ended.exitCode, 128 + SIGTERM);
     EXPECT_TRUE(test::eventually([&] { return ::kill(-*ended.pid, 0) != 0; })) << "a process of the group is left";
     EXPECT_EQ(test.lab.cancel(1), test.lab.run(1)) << "asking again changes nothing";
+}
+
+TEST(Lab, CancellingReachesNoStranger)
+{
+    TestLab test;
+    const Experiment node = test.baseline("true");
+    const struct {
+        std::string_view name;
+        std::optional<double> lockAge; ///< seconds before the leader began; nothing for no lock
+        bool isHeld, isReached;
+    } cases[] = {
+        {"its own, whose supervisor was lost", 1, false, true},
+        {"a pid that was used again", 3600, false, false},
+        {"an old run whose supervisor lives", 3600, true, true},
+        {"no lock", {}, false, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const ProcessID leader = ChildProcess::start(
+            {.executable = "/bin/sleep", .arguments = {"60"}, .environment = {}, .group = ChildProcess::Group::own});
+        const UUID id = UUID::random();
+        test.store->insertRun(id, node, "commit", test.runs() / id.text());
+        test.store->markRunning(id, leader);
+        const std::filesystem::path lock = test.runs() / id.text() / "supervisor.lock";
+        std::optional<FileLock> held;
+        if (c.lockAge) {
+            Files::createFolders(lock.parent_path());
+            held = FileLock::tryTake(lock);
+            const auto age = std::chrono::milliseconds(static_cast<int>(*c.lockAge * 1000));
+            std::filesystem::last_write_time(lock, std::filesystem::file_time_type::clock::now() - age);
+        }
+        if (!c.isHeld)
+            held.reset();
+        static_cast<void>(test.lab.cancel(id));
+        EXPECT_EQ(
+            eventually([&] { return ChildProcess::reapIfEnded(leader); }, std::chrono::seconds(c.isReached ? 10 : 1)),
+            c.isReached);
+        if (!c.isReached)
+            ChildProcess::endGroup(leader, std::chrono::seconds(0));
+        test.store->finishRun(id, Run::Status::cancelled, {}, {});
+    }
+    for (const ProcessID pid : {0, 1, -1}) {
+        Run run = test.lab.run(1);
+        run.pid = pid;
+        EXPECT_FALSE(RunProcesses::mayReachGroup(run)) << pid;
+    }
 }
 
 TEST(Lab, ReconcilingFailsOldRunsWhoseSupervisorIsGone)

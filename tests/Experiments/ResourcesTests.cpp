@@ -1,8 +1,11 @@
 #include "Experiments/Resources.h"
+#include "Platform/ChildProcess.h"
 #include "Support/Eventually.h"
 #include "Support/ShellGroup.h"
 
 #include <gtest/gtest.h>
+
+#include <unistd.h>
 
 namespace veltry {
 namespace {
@@ -34,6 +37,28 @@ TEST(Resources, GrowWithWhatIsUsed)
         "{ head -c 50000000 /dev/zero; sleep 60; } | tail"); // which keeps the last line, and it has no end
     EXPECT_TRUE(eventually([&] { return large.read().memory > 50'000'000; }));
     EXPECT_LT(large.read().memory, 200'000'000U);
+}
+
+TEST(Resources, DivideWhatForkedProcessesShareIfAsked)
+{
+    const Group forked(
+        "python3 -c 'import os, time; held = b\"x\" * 50_000_000; [os.fork() for _ in range(2)]; time.sleep(60)'");
+    const auto memory = [&](ProcessTable::SharedPages shared) { return Resources::read(forked.id(), shared)->memory; };
+    EXPECT_TRUE(eventually([&] { return forked.read().processes >= 4 && forked.read().memory > 200'000'000; }));
+    EXPECT_LT(memory(ProcessTable::SharedPages::divide), 100'000'000U);
+    EXPECT_GT(memory(ProcessTable::SharedPages::divide), 50'000'000U);
+}
+
+TEST(Resources, LeaveOutProcessesOfOtherUsers)
+{
+    if (::getuid() != 0)
+        GTEST_SKIP() << "only root can become somebody else";
+    const Group ours("sleep 60");
+    ASSERT_TRUE(eventually([&] { return ours.read().processes == 1; }));
+    const pid_t nobody = ::fork();
+    if (nobody == 0)
+        ::_exit(::setuid(65534) == 0 && !Resources::read(ours.id()) ? 0 : 1);
+    EXPECT_EQ(ChildProcess::wait(nobody), 0);
 }
 
 TEST(Resources, EndWithTheGroup)

@@ -1,9 +1,14 @@
 #include "Base/Text.h"
 #include "Host/Words/DiffText.h"
+#include "Platform/ChildProcess.h"
+#include "Platform/ProcessFacts.h"
+#include "Support/Eventually.h"
+#include "Support/HostLab.h"
 #include "Support/PseudoTerminal.h"
-#include "Support/TestLab.h"
 
 #include <gmock/gmock.h>
+
+#include <csignal>
 
 namespace veltry {
 namespace {
@@ -105,6 +110,36 @@ TEST(Diff, ShowsANodesWorkOnATerminal)
              .find("added")
              ->integer(),
         2);
+}
+
+TEST(Diff, LeavesNoCopyOfTheConfigurationBehindWhereASignalEndsIt)
+{
+    const test::HostLab lab;
+    const Experiment node = lab.baseline("true");
+    for (const auto& [key, value] : {std::pair("diff.notes.binary", "true"), {"filter.slow.clean", "sleep 20; cat"}})
+        lab.repository.git({"config", key, value});
+    lab.write(node, ".gitattributes", "*.slow filter=slow\n");
+    lab.write(node, "a.slow", "1\n");
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        SCOPED_TRACE(signal);
+        const test::TemporaryFolder temporary;
+        ChildProcess::Environment environment = ProcessFacts::environment();
+        environment.merge(lab.environment());
+        environment["TMPDIR"] = temporary.path();
+        const ProcessID child = ChildProcess::start(
+            {.executable = test::hostProgram(),
+             .arguments = {"diff", node.slug, "--db", lab.database()},
+             .environment = environment,
+             .directory = lab.repository.path(),
+             .group = ChildProcess::Group::own});
+        EXPECT_TRUE(test::eventually([&] { return test::entryCount(temporary.path()) == 2; }));
+        for (const auto& entry : std::filesystem::directory_iterator(temporary.path()))
+            EXPECT_EQ(entry.status().permissions(), std::filesystem::perms::owner_all) << entry.path();
+        ::kill(child, signal);
+        EXPECT_EQ(ChildProcess::wait(child), 128 + signal);
+        EXPECT_TRUE(std::filesystem::is_empty(temporary.path()));
+        ChildProcess::killGroup(child);
+    }
 }
 
 } // namespace

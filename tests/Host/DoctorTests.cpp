@@ -12,8 +12,11 @@ namespace veltry {
 namespace {
 
 using Level = Finding::Level;
+using testing::AllOf;
+using testing::Field;
 using testing::HasSubstr;
 using testing::Not;
+using testing::ResultOf;
 
 constexpr std::uint64_t gibibyte = std::uint64_t{1} << 30U;
 constexpr std::uint64_t gigabyte = 1'000'000'000;
@@ -143,6 +146,23 @@ TEST_F(DoctorTest, TellsADamagedStoreFromANewerAndABusyOne)
         EXPECT_EQ(Files::readIfPossible(path(c.name)).value_or(""), before);
     }
     EXPECT_FALSE(Files::exists(path("absent")));
+}
+
+TEST_F(DoctorTest, NoCommandWritesToAnotherProgramsDatabase)
+{
+    const std::filesystem::path other = path("other");
+    Database(other).withConnection([](Connection& connection) { connection.execute("CREATE TABLE theirs (x)"); });
+    const std::string before = Files::read(other);
+    for (const char* command : {"tree", "projects", "doctor"})
+        EXPECT_THAT(
+            lab_.veltry({command, "--db", other.string()}),
+            AllOf(
+                Field(&ChildProcess::Output::exitNumber, 1),
+                ResultOf(
+                    [](const ChildProcess::Output& said) { return said.output + said.error; },
+                    HasSubstr("is another program's database: it has tables, and none of Veltry's."))))
+            << command;
+    EXPECT_TRUE(Files::read(other) == before);
 }
 
 TEST_F(DoctorTest, SetsAsideOnlyADamagedStoreAndOnlyWhenTold)

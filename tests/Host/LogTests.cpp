@@ -1,6 +1,8 @@
 #include "Experiments/RunLog/RunLog.h"
 #include "Host/Terminal/Harmless.h"
+#include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
+#include "Platform/ProcessFacts.h"
 #include "Support/Eventually.h"
 #include "Support/PseudoTerminal.h"
 #include "Support/TestLab.h"
@@ -9,7 +11,9 @@
 #include <gmock/gmock.h>
 
 #include <fcntl.h>
+#include <unistd.h>
 
+#include <array>
 #include <thread>
 
 namespace veltry {
@@ -135,6 +139,40 @@ TEST_F(LogTest, FollowsARunOnATerminalUntilItEnds)
     ASSERT_TRUE(test::eventually([&] { return lab_.store->run(2, lab_.lab.project.id)->pid.has_value(); }));
     waiting.type("\003");
     EXPECT_EQ(waiting.wait(), 130);
+}
+
+TEST_F(LogTest, FollowingEndsBesideAProcessThatWritesFasterThanItIsRead)
+{
+    const UUID id = UUID::random();
+    lab_.store->insertRun(id, node_, "commit", lab_.runs() / id.text());
+    lab_.store->markRunning(id, 1'000'000'000); // no process has it
+    const veltry::Run run = lab_.store->run(id).value();
+    Files::createFolders(run.directory);
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    const FileDescriptor reading(ends[0]);
+    FileDescriptor writing(ends[1]);
+    const ProcessID follower = ChildProcess::start(
+        {.executable = test::hostProgram(),
+         .arguments = words({std::to_string(run.number), "-f"}),
+         .environment = ProcessFacts::environment(),
+         .output = ChildProcess::Stream::to(writing.get()),
+         .group = ChildProcess::Group::own});
+    writing.reset();
+
+    const FileDescriptor log = Files::open(run.log(), Files::forAppending);
+    const std::string lines(262'144, '\n');
+    std::string read(65'536, '\0');
+    bool isOver = false;
+    for (int step = 0; step < 500 && !isOver; ++step) { // ten seconds
+        Files::writeAll(log, lines, "the log");
+        isOver = ::read(reading.get(), read.data(), read.size()) == 0;
+        if (step == 25)
+            lab_.store->finishRun(id, veltry::Run::Status::succeeded, 0, {});
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    EXPECT_TRUE(isOver);
+    ChildProcess::endGroup(follower, std::chrono::milliseconds(0));
 }
 
 } // namespace

@@ -48,7 +48,10 @@ TEST(Top, ShowsWhatRunsUseUntilTheyEnd)
     }));
     EXPECT_THAT(
         test::runProgram(test::hostProgram(), words).output,
-        AllOf(HasSubstr("run  node  "), ContainsRegex("#1   Busy +[0-9.]+ s +[2-9] +[0-9.]+ +[0-9.]+ [kM]B\n")));
+        AllOf(
+            HasSubstr("run  node  "), HasSubstr("  memory at most\n"),
+            ContainsRegex("#1   Busy +[0-9.]+ s +[2-9] +[0-9.]+ +[0-9.]+ [kM]B\n")));
+    EXPECT_THAT(test::runProgram(test::hostProgram(), with({"--exact"})).output, HasSubstr("  memory\n"));
 
     test::PseudoTerminal terminal(test::hostProgram(), with({"1"}));
     EXPECT_TRUE(terminal.shows("Busy"));

@@ -8,6 +8,7 @@
 #include <sqlite3.h>
 
 #include <cstdlib>
+#include <future>
 
 namespace veltry::test {
 namespace {
@@ -17,6 +18,7 @@ using testing::IsEmpty;
 using testing::MatchesRegex;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
+using testing::UnorderedElementsAreArray;
 
 class OpeningTest : public testing::Test {
 protected:
@@ -108,7 +110,7 @@ TEST_F(OpeningTest, ReplacesOnlyWhatCannotBeRead)
     EXPECT_THAT(log.lines, SizeIs(2));
     EXPECT_EQ(
         log.lines.front(), "the database is unreadable, moving it aside: SQLite error 26: file is not a database "
-                           "- while executing `PRAGMA journal_mode = WAL`");
+                           "- while executing `SELECT * FROM sqlite_master LIMIT 1`");
 }
 
 TEST_F(OpeningTest, TheOldWALGoesAsideAsItWas)
@@ -122,6 +124,51 @@ TEST_F(OpeningTest, TheOldWALGoesAsideAsItWas)
     ASSERT_TRUE(opened.movedAside);
     EXPECT_EQ(Files::read(opened.movedAside->string() + "-wal"), "what was written last");
     EXPECT_FALSE(Files::exists(path.string() + "-wal.before-open"));
+}
+
+TEST_F(OpeningTest, LooksAndRecoversAtOnceWithoutChangingWhatACrashLeft)
+{
+    const std::filesystem::path crashed = folder / "crashed";
+    static_cast<void>(ProjectStore(path)); // so that the WAL doesn't hold the damaged page
+    {
+        const std::unique_ptr<ProjectStore> store = makeStoreWithWAL();
+        for (const char* suffix : {"", "-wal"})
+            Files::copy(path.string() + suffix, crashed.string() + suffix);
+    }
+    EXPECT_FALSE(ProjectStore::isForeign(crashed));
+    std::string damaged = Files::read(crashed);
+    damaged[0] = 'X';
+    Files::writeAtomically(crashed, damaged);
+    const std::string wal = Files::read(crashed.string() + "-wal");
+    ASSERT_FALSE(wal.empty());
+    EXPECT_THROW(static_cast<void>(ProjectStore::isForeign(crashed)), DatabaseError);
+    EXPECT_THROW(ProjectStore store(crashed), DatabaseError);
+
+    std::vector<std::future<std::optional<std::filesystem::path>>> recoveries;
+    for (int count = 0; count < 6; ++count)
+        recoveries.push_back(
+            std::async(std::launch::async, [&] { return ProjectStore::openOrReplace(crashed).movedAside; }));
+    std::vector<std::filesystem::path> aside;
+    for (auto& recovery : recoveries)
+        if (const auto moved = recovery.get())
+            aside.push_back(*moved);
+    ASSERT_THAT(aside, SizeIs(1));
+    EXPECT_TRUE(Files::read(aside[0]) == damaged);
+    EXPECT_TRUE(Files::read(aside[0].string() + "-wal") == wal);
+    EXPECT_THAT(ProjectStore::integrityProblems(crashed), IsEmpty());
+}
+
+TEST_F(OpeningTest, ALookTellsAForeignDatabaseAndWritesNothing)
+{
+    const std::filesystem::path foreign = folder / "a %?#.db";
+    execute(foreign, "CREATE TABLE theirs (x)");
+    write("", "");
+    static_cast<void>(ProjectStore(folder / "ours"));
+    const std::vector<std::string> before = names();
+    EXPECT_TRUE(ProjectStore::isForeign(foreign));
+    EXPECT_FALSE(ProjectStore::isForeign(path));
+    EXPECT_FALSE(ProjectStore::isForeign(folder / "ours"));
+    EXPECT_THAT(names(), UnorderedElementsAreArray(before));
 }
 
 TEST_F(OpeningTest, AStoreInUseIsOpenedBesideItsWAL)

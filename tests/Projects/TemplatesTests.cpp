@@ -1,3 +1,4 @@
+#include "Base/Text.h"
 #include "Platform/ChildProcess.h"
 #include "Platform/Files.h"
 #include "Projects/Templates.h"
@@ -80,7 +81,7 @@ protected:
     }
 
     TemporaryFolder folder;
-    std::filesystem::path target = folder / "the target";
+    std::filesystem::path target = folder / "the\\target";
     std::shared_ptr<HTTPSession> session = std::make_shared<HTTPSession>();
 };
 
@@ -132,6 +133,40 @@ TEST_F(TemplatesTest, NothingIsWrittenOutsideTheFolder)
         EXPECT_EQ(test::entryCount(folder.path()), 3);
         for (const auto& entry : std::filesystem::recursive_directory_iterator(target))
             EXPECT_TRUE(entry.is_symlink() || entry.is_regular_file() || entry.is_directory()) << entry.path();
+        emptyTarget();
+    }
+}
+
+TEST_F(TemplatesTest, NothingOfGitsOwnIsUnpacked)
+{
+    EXPECT_EQ(
+        fetch(
+            "n", archive("f t/n/.git/hooks/pre-commit 1\nf t/n/.GIT/config 2\nf t/n/deep/.Git/x 3\nl t/n/d/.git /tmp\n"
+                         "f t/n/d/.git/y 4\nf t/n/.gitignore 5\nf t/n/a.git/x 6\nf t/n/git 7")),
+        "done");
+    EXPECT_EQ(unpacked(), R"({ ".gitignore=5", "a.git", "a.git/x=6", "git=7" })");
+}
+
+TEST_F(TemplatesTest, FindsTheTopFolderOfAnyArchive)
+{
+    const struct {
+        std::string_view name;
+        std::string lines, names;
+    } cases[] = {
+        {"plain", "f top/n/x 1\nf top/m/x 2", "m n"},
+        {"dots before one folder", "f ./top/n/x 1\nf ./top/m/x 2", "m n"},
+        {"a dot alone", "f ./n/x 1\nf ./m/x 2", "m n"},
+        {"a dot alone over one", "f ./n/x 1", "n"},
+        {"several tops", "f a/n/x 1\nf b/m/x 2", "m n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Templates::Archive from = archive(c.lines);
+        const std::vector<std::string> names =
+            test::runOnExecutor([&](const auto&) { return Templates::names(from, session); });
+        EXPECT_EQ(text::joined(names, " "), c.names);
+        EXPECT_EQ(fetch("n", from), "done");
+        EXPECT_EQ(unpacked(), R"({ "x=1" })");
         emptyTarget();
     }
 }

@@ -102,10 +102,25 @@ std::string quotedIfNeeded(const std::string& path)
     return inside == path ? std::move(inside) : fmt::format("\"{}\"", inside);
 }
 
-/// The line that the file's section begins with.
-std::string sectionHeader(const std::string& oldPath, const std::string& path)
+/// What the file's section says of its paths: the line that it begins with and, if it was renamed, its new path, since
+/// " b/" may stand in a path.
+std::pair<std::string, std::string> sectionName(const std::optional<std::string>& oldPath, const std::string& path)
 {
-    return fmt::format("diff --git {} {}", quotedIfNeeded("a/" + oldPath), quotedIfNeeded("b/" + path));
+    return {
+        fmt::format("diff --git {} {}", quotedIfNeeded("a/" + oldPath.value_or(path)), quotedIfNeeded("b/" + path)),
+        oldPath ? quotedIfNeeded(path) : ""};
+}
+
+/// git's text to be read. At the very end of a comparison's text white space is left out, as Git::run() has it; at the
+/// end of others it belongs to a line of the file.
+std::string_view toBeRead(std::string_view diff, const std::string* veryLast)
+{
+    if (veryLast) {
+        const std::size_t lastSection = diff.rfind("\ndiff --git ") + 1; // 0 where there is one alone
+        if (diff.substr(lastSection).starts_with(*veryLast + '\n'))
+            return text::trimmed(diff);
+    }
+    return diff.substr(0, diff.ends_with('\n') ? diff.size() - 1 : diff.size());
 }
 
 } // namespace
@@ -179,6 +194,9 @@ void Comparison::choose(Entries& entries)
         if (entry.chosen)
             budget -= lines;
     }
+    if (const auto last = std::ranges::find_if(entries.rbegin(), entries.rend(), &Entry::chosen);
+        last != entries.rend())
+        last->isLast = true;
 }
 
 Git::Arguments Comparison::command(const Git::Arguments& options) const
@@ -262,16 +280,18 @@ void Comparison::read(const Wanted& wanted, const Git::Arguments& options, bool 
 
 void Comparison::readBatch(const Wanted& wanted, const Git::Arguments& options, const Git::Arguments& paths) const
 {
-    std::map<std::string, Entry*, std::less<>> byHeader;
+    std::map<std::pair<std::string, std::string>, Entry*> byName;
     for (Entry* entry : wanted)
-        byHeader.emplace(sectionHeader(entry->oldPath.value_or(entry->path), entry->path), entry);
+        byName.emplace(sectionName(entry->oldPath, entry->path), entry);
     Git::Arguments arguments = options;
     arguments.push_back(fmt::format("--unified={}", Changes::contextLines));
     arguments = command(arguments);
     arguments.insert(arguments.end(), paths.begin(), paths.end());
     const std::string diff = git_.output(arguments, {}, sides_.environment);
-    for (DiffReader::Section& section : DiffReader(text::trimmed(diff)).read())
-        if (const auto found = byHeader.find(section.header); found != byHeader.end())
+    const auto last = std::ranges::find_if(byName, [](const auto& named) { return named.second->isLast; });
+    const std::string_view text = toBeRead(diff, last == byName.end() ? nullptr : &last->first.first);
+    for (DiffReader::Section& section : DiffReader(text).read())
+        if (const auto found = byName.find({section.header, section.target}); found != byName.end())
             found->second->hunks = std::move(section.hunks);
 }
 

@@ -38,6 +38,7 @@ private:
         std::optional<std::int64_t> added;
         std::optional<std::int64_t> removed;
         bool chosen = false; ///< its text is to be shown
+        bool isLast = false; ///< the last of the chosen ones
         std::optional<std::vector<Changes::Hunk>> hunks{};
     };
 

@@ -3,6 +3,7 @@
 #include "Base/Text.h"
 
 #include <limits>
+#include <utility>
 
 namespace veltry {
 
@@ -60,8 +61,12 @@ std::vector<DiffReader::Section> DiffReader::read()
         // No line of a hunk looks like these: each has a sign in front.
         if (line.starts_with("diff --git ") || line.starts_with("Submodule "))
             beginSection(line);
-        else if (!(line.starts_with("@@ ") && beginHunk(line)) && hunk_)
+        else if (line.starts_with("@@ ") && beginHunk(line))
+            continue;
+        else if (hunk_)
             hunkLine(line);
+        else if (!sections_.empty())
+            extendHeader(line);
     }
     return std::move(sections_);
 }
@@ -79,8 +84,20 @@ std::string_view DiffReader::takeLine()
 void DiffReader::beginSection(std::string_view line)
 {
     hunk_ = nullptr;
-    if (sections_.empty() || sections_.back().header != line)
-        sections_.push_back({.header = std::string(line), .hunks = {}});
+    sections_.push_back({.header = std::string(line), .hunks = {}});
+    wentAwayBefore_ = std::exchange(wentAway_, false);
+}
+
+/// What stands between a section's first line and its hunks.
+void DiffReader::extendHeader(std::string_view line)
+{
+    for (const std::string_view name : {"rename to ", "copy to "})
+        if (line.starts_with(name))
+            sections_.back().target = line.substr(name.size());
+    wentAway_ = wentAway_ || line.starts_with("deleted file mode ");
+    if (wentAwayBefore_ && line.starts_with("new file mode ") &&
+        sections_.back().header == sections_[sections_.size() - 2].header)
+        sections_.pop_back();
 }
 
 bool DiffReader::beginHunk(std::string_view line)

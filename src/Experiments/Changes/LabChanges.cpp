@@ -1,9 +1,9 @@
 #include "Base/Text.h"
-#include "Base/UUID.h"
 #include "Experiments/Changes/Comparison.h"
 #include "Experiments/Changes/NeutralRepository.h"
 #include "Experiments/Lab.h"
 #include "Platform/Files.h"
+#include "Platform/Leftover.h"
 #include "Platform/SystemError.h"
 
 #include <fmt/format.h>
@@ -36,13 +36,23 @@ Counterpart checkedOut(const Git& git)
 /// git's messages as isMomentary() knows them, whatever language the person reads.
 const Git::Environment plainWords{{"LC_ALL", "C.UTF-8"}, {"LANGUAGE", ""}};
 
-/// True if git gave up only because a file went away or shrank between two looks at it.
-bool isMomentary(std::string_view errors)
+/// git maps large files, and whoever reads of a map what was cut off the file is ended by the system.
+bool readsWhatShrank(const Git::Failure& failure)
 {
+    return failure.exitNumber == ChildProcess::endedByLostBytes;
+}
+
+/// True if git gave up only because a file went away or shrank between two looks at it.
+bool isMomentary(const Git::Failure& failure)
+{
+    if (readsWhatShrank(failure))
+        return true;
+    const std::string_view errors = failure.output;
     for (const std::string_view line : text::split(errors, '\n')) {
         const bool isError = line.starts_with("error: ") || line.starts_with("fatal: ");
         const bool isCause = line.ends_with(": No such file or directory") || line.contains("short read");
-        const bool isConsequence = line.starts_with("error: unable to index file") || line.ends_with("files failed");
+        const bool isConsequence = line.starts_with("error: unable to index file") || line.ends_with("files failed") ||
+                                   line.ends_with(": failed to insert into database");
         if (isError && !isCause && !isConsequence)
             return false;
     }
@@ -54,20 +64,11 @@ bool isMomentary(std::string_view errors)
 class StagedCopy {
 public:
     StagedCopy(const Git& git, const std::filesystem::path& worktree, const std::filesystem::path& index)
-        : path_(std::filesystem::temp_directory_path() / ("veltry-index-" + UUID::random().text()))
+        : folder_("veltry-index"), path_(folder_ / "index")
     {
         copy(index);
-        try {
-            stage(git, worktree);
-        } catch (...) {
-            remove();
-            throw;
-        }
+        stage(git, worktree);
     }
-
-    StagedCopy(const StagedCopy&) = delete;
-    StagedCopy& operator=(const StagedCopy&) = delete;
-    ~StagedCopy() { remove(); }
 
     [[nodiscard]] Git::Environment environment() const { return {{"GIT_INDEX_FILE", path_.string()}}; }
 
@@ -83,12 +84,12 @@ private:
         try {
             Files::copy(index, path_);
         } catch (const SystemError&) {
-            remove(); // as well; not a part of it
+            Files::remove(path_); // as well; not a part of it
             return;
         }
         std::filesystem::last_write_time(path_, time, error);
         if (error)
-            remove();
+            Files::remove(path_);
     }
 
     /// Somebody who writes at that moment is met by trying again.
@@ -101,17 +102,13 @@ private:
                 git.run({"add", "--all"}, worktree, own);
                 return;
             } catch (const Git::Failure& failure) {
-                if (left == 0 || !isMomentary(failure.output))
+                if (left == 0 || !isMomentary(failure))
                     throw;
+                Files::remove(path_.string() + ".lock"); // of a git that was killed
             }
     }
 
-    void remove() const noexcept
-    {
-        Files::remove(path_);
-        Files::remove(path_.string() + ".lock"); // of a git that was killed
-    }
-
+    ScratchFolder folder_;
     std::filesystem::path path_;
 };
 
@@ -141,8 +138,17 @@ std::vector<Changes::File> workingFiles(const Git& git, const std::filesystem::p
     const StagedCopy index(git, worktree, found.asked);
     Git::Environment environment = neutral.environment();
     environment.merge(index.environment());
-    return Comparison({.folder = worktree, .revisions = {"--cached", base}, .environment = std::move(environment)})
-        .files();
+    Comparison::Sides sides{.folder = worktree, .revisions = {"--cached", base}, .environment = std::move(environment)};
+    try {
+        return Comparison(sides).files();
+    } catch (const Git::Failure& failure) {
+        if (!readsWhatShrank(failure))
+            throw;
+    }
+    // What is staged can be read from the worktree as well, and git does; of two trees it reads neither from there. The
+    // tree isn't made each time, since it stays in the repository.
+    sides.revisions = {base, git.run({"write-tree"}, worktree, sides.environment)};
+    return Comparison(std::move(sides)).files();
 }
 
 std::vector<Changes::File> committedFiles(const Git& git, const std::string& base, const std::string& tip)

@@ -1,13 +1,15 @@
 #include "Experiments/Changes/NeutralRepository.h"
 
 #include "Base/Text.h"
-#include "Base/UUID.h"
 #include "Platform/Files.h"
 #include "Platform/SystemError.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <iterator>
+#include <vector>
 
 namespace veltry {
 
@@ -31,10 +33,23 @@ struct Entry {
 
     [[nodiscard]] bool isDriver() const { return section == "diff" && subsection; }
 
-    /// What a file of everything must not repeat: files that are read into it, here already, and one beside it.
-    [[nodiscard]] bool leadsToOthers() const
+    /// Says of a remote that it has what isn't here.
+    [[nodiscard]] bool isPromise() const
     {
-        return section == "include" || section == "includeif" || (section == "extensions" && name == "worktreeconfig");
+        return (section == "remote" && name == "promisor") || (section == "extensions" && name == "partialclone");
+    }
+
+    /// What decides how git opens a repository, converts a file's contents and finds what changed. Files that are read
+    /// into the configuration are in it already, and so is the one beside it.
+    [[nodiscard]] bool isNeeded(bool mayFetch) const
+    {
+        constexpr std::array<std::string_view, 8> always = {"core",   "diff",  "extensions", "feature",
+                                                            "filter", "index", "pack",       "safe"};
+        constexpr std::array<std::string_view, 6> toFetch = {"credential", "http", "protocol", "remote", "ssh", "url"};
+        if (section == "extensions" && name == "worktreeconfig")
+            return false;
+        return std::ranges::find(always, section) != always.end() ||
+               (mayFetch && std::ranges::find(toFetch, section) != toFetch.end());
     }
 
     std::string_view section; // in lower case, as the name
@@ -68,15 +83,17 @@ void append(std::string& file, const Entry& entry)
 
 std::optional<std::string> NeutralRepository::withoutDrivers(std::string_view list)
 {
-    bool found = false;
+    std::vector<Entry> entries;
+    for (const std::string_view item : text::split(list, '\0'))
+        entries.emplace_back(item);
+    if (std::ranges::none_of(entries, &Entry::isDriver))
+        return std::nullopt;
+    const bool mayFetch = std::ranges::any_of(entries, &Entry::isPromise);
     std::string file;
-    for (const std::string_view item : text::split(list, '\0')) {
-        const Entry entry(item);
-        found |= entry.isDriver();
-        if (!entry.name.empty() && !entry.isDriver() && !entry.leadsToOthers())
+    for (const Entry& entry : entries)
+        if (!entry.name.empty() && !entry.isDriver() && entry.isNeeded(mayFetch))
             append(file, entry);
-    }
-    return found ? std::optional(std::move(file)) : std::nullopt;
+    return file;
 }
 
 NeutralRepository::NeutralRepository(const Git& git, const std::filesystem::path& common)
@@ -87,31 +104,23 @@ NeutralRepository::NeutralRepository(const Git& git, const std::filesystem::path
         makeStandIn(common, configuration ? &*configuration : nullptr);
 }
 
-NeutralRepository::~NeutralRepository()
-{
-    std::error_code ignored; // links and a small file stay in the system's temporary folder
-    if (!standIn_.empty())
-        std::filesystem::remove_all(standIn_, ignored);
-}
-
 void NeutralRepository::makeStandIn(const std::filesystem::path& common, const std::string* configuration)
 {
-    standIn_ = std::filesystem::temp_directory_path() / ("veltry-repository-" + UUID::random().text());
-    Files::createFolders(standIn_);
+    const ScratchFolder& standIn = standIn_.emplace("veltry-repository");
     std::error_code error;
     for (std::filesystem::directory_iterator entry(common, error), end; !error && entry != end;
          entry.increment(error)) {
         const std::filesystem::path name = entry->path().filename();
         if (name == "info" || (name == "config" && configuration))
             continue;
-        std::filesystem::create_symlink(entry->path(), standIn_ / name, error);
+        std::filesystem::create_symlink(entry->path(), standIn.path() / name, error);
         if (error)
             break;
     }
     if (error)
         throw SystemError("could not stand in for " + common.string(), error.value());
     if (configuration)
-        Files::writeAtomically(standIn_ / "config", *configuration);
+        standIn.write("config", *configuration);
 }
 
 Git::Environment NeutralRepository::environment() const
@@ -120,10 +129,10 @@ Git::Environment NeutralRepository::environment() const
         {"GIT_ATTR_NOSYSTEM", "1"},   {"GIT_DIFF_OPTS", ""},         {"GIT_GLOB_PATHSPECS", "0"},
         {"GIT_ICASE_PATHSPECS", "0"}, {"GIT_NOGLOB_PATHSPECS", "0"},
     };
-    if (!standIn_.empty())
-        environment["GIT_COMMON_DIR"] = standIn_;
+    if (standIn_)
+        environment["GIT_COMMON_DIR"] = standIn_->path();
     if (ownConfiguration_) {
-        environment["GIT_CONFIG_GLOBAL"] = standIn_ / "config";
+        environment["GIT_CONFIG_GLOBAL"] = *standIn_ / "config";
         environment["GIT_CONFIG_NOSYSTEM"] = "1";
         environment["GIT_CONFIG_PARAMETERS"] = "";
         environment["GIT_CONFIG_COUNT"] = "0";

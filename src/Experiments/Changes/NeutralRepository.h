@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Experiments/Git.h"
+#include "Platform/Leftover.h"
 
 #include <filesystem>
 #include <optional>
@@ -13,7 +14,8 @@ namespace veltry {
 /// the drivers that `diff.<name>.*` defines, for neither of which git has an option to leave it out.
 ///
 /// Only where there are such settings a stand-in is made for the folder that a repository's worktrees share: a
-/// temporary folder of links, with a configuration of its own. It goes away with this object.
+/// temporary folder of links, with a configuration of its own, that nobody else can read. It goes away with this
+/// object, and where a signal ends the process.
 class NeutralRepository {
 public:
     /// `common` is the shared folder (`git rev-parse --git-common-dir`), absolute. Throws what Git::run() throws, and
@@ -21,19 +23,19 @@ public:
     NeutralRepository(const Git& git, const std::filesystem::path& common);
     NeutralRepository(const NeutralRepository&) = delete;
     NeutralRepository& operator=(const NeutralRepository&) = delete;
-    ~NeutralRepository();
 
     /// To be added to git's: it leads there, and undoes what the caller's own environment says of diffs and paths.
     [[nodiscard]] Git::Environment environment() const;
 
-    /// From the output of `git config -z --list` a configuration file with everything in it but the diff drivers.
-    /// Nothing if there are no drivers.
+    /// From the output of `git config -z --list` a configuration file with what a comparison needs, but no diff
+    /// drivers. Addresses and what proves somebody's identity to them are left out, except where blobs may have to be
+    /// fetched (a partial clone). Nothing if there are no drivers.
     [[nodiscard]] static std::optional<std::string> withoutDrivers(std::string_view list);
 
 private:
     void makeStandIn(const std::filesystem::path& common, const std::string* configuration);
 
-    std::filesystem::path standIn_; // empty where none is needed
+    std::optional<ScratchFolder> standIn_; // nothing where none is needed
     bool ownConfiguration_ = false;
 };
 

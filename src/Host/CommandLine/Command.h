@@ -41,9 +41,10 @@ struct Command {
         project, ///< --db and --project
     };
 
-    std::string_view name;    ///< "tree", "project rename"
-    std::string_view summary; ///< a line without a full stop
-    std::string_view example; ///< a whole command line; several stand on lines of their own
+    std::string_view name;         ///< "tree", "project rename"
+    std::string_view summary;      ///< a line without a full stop
+    std::string_view example;      ///< a whole command line; several stand on lines of their own
+    std::string_view details = {}; ///< for the manual page: sentences on what the summary can't say
     Scope scope = Scope::project;
     bool hasJSON = false; ///< shows something, and so takes --json
     bool hidden = false;  ///< for programs: no help, manual page or completion names it

@@ -72,7 +72,9 @@ bool setAside(const Context& context, bool isWanted)
         context.note(fmt::format(
             "The damaged store lies at {} now, and {} is a new one. Register your projects again: veltry init.",
             opened.movedAside->string(), context.storePath().string()));
-    return opened.movedAside.has_value();
+    else
+        context.note("Another program has just set the damaged store aside. The one that is there now can be read.");
+    return true;
 }
 
 void doctor(Context& context, const Arguments& arguments)

@@ -9,12 +9,14 @@
 #include "Host/Terminal/Progress.h"
 #include "Platform/Async/Awaited.h"
 #include "Platform/Files.h"
+#include "Platform/Leftover.h"
 #include "Projects/FolderListing.h"
 #include "Projects/NewProjectFolder.h"
 #include "Projects/Templates.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <string>
 
@@ -41,30 +43,46 @@ std::filesystem::path parentFolder(const Arguments& arguments)
     return parent;
 }
 
-/// Removes the folder that was made, if it is empty. What tar wrote before it failed stays.
-void giveUp(const Context& context, const std::filesystem::path& folder)
+Refusal noTemplate(const std::string& starter, const std::vector<std::string>& known)
 {
-    std::error_code notEmpty;
-    if (!std::filesystem::remove(folder, notEmpty))
-        context.note(fmt::format("{} stays, with what was unpacked.", folder.string()));
+    return Refusal(fmt::format(
+        "There is no template {}.{} These are there: {}.", starter, didYouMean(starter, known),
+        text::joined(known, ", ")));
 }
 
-void fill(const Context& context, const std::filesystem::path& folder, const std::string& starter)
+/// The archive that holds the template, downloaded where it must be: before there is a folder, since that may take
+/// long.
+Templates::LocalArchive archiveWith(const Context& context, const std::string& starter)
 {
-    const Templates::Archive archive = Templates::archive();
+    Templates::Archive archive = Templates::archive();
+    if (!Templates::isName(starter) && std::holds_alternative<Templates::WebAddress>(archive))
+        throw Refusal(
+            fmt::format("There is no template {}. A template's name has small letters, digits and hyphens.", starter));
+    const Progress progress(context.notes(), "Fetching the template");
+    Templates::LocalArchive local = awaited(Templates::local(std::move(archive)));
+    const std::vector<std::string> known = awaited(Templates::names(local.path()));
+    if (!std::ranges::binary_search(known, starter))
+        throw noTemplate(starter, known);
+    return local;
+}
+
+/// Makes the folder and fills it. Left empty it goes away again; what tar wrote before it failed stays.
+std::filesystem::path filledFolder(
+    const Context& context, const std::string& title, const std::filesystem::path& parent, const std::string& starter)
+{
+    const Templates::LocalArchive archive = archiveWith(context, starter);
+    Leftover folder(NewProjectFolder::make(title, parent), Leftover::What::ifEmpty);
+    std::filesystem::path path = folder.path();
     try {
-        const Progress progress(context.notes(), "Fetching the template");
-        awaited(Templates::fetch(starter, folder, archive));
-    } catch (const Templates::Missing&) {
-        giveUp(context, folder);
-        const std::vector<std::string> known = awaited(Templates::names(archive));
-        throw Refusal(fmt::format(
-            "There is no template {}.{} These are there: {}.", starter, didYouMean(starter, known),
-            text::joined(known, ", ")));
+        awaited(Templates::fetch(starter, path, archive.path()));
+    } catch (const Templates::Missing&) { // it is there, but holds nothing
     } catch (...) {
-        giveUp(context, folder);
+        if (!std::filesystem::is_empty(path))
+            context.note(fmt::format("{} stays, with what was unpacked.", path.string()));
         throw;
     }
+    folder.keep();
+    return path;
 }
 
 void makeFirstCommit(const std::filesystem::path& folder, const std::string& starter)
@@ -89,8 +107,7 @@ void makeProject(Context& context, const Arguments& arguments)
     const std::filesystem::path parent = parentFolder(arguments);
     static_cast<void>(context.storeMadeIfMissing());
 
-    const std::filesystem::path folder = NewProjectFolder::make(title, parent);
-    fill(context, folder, starter);
+    const std::filesystem::path folder = filledFolder(context, title, parent, starter);
     makeFirstCommit(folder, starter);
     context.note(fmt::format("Made {} from the template {}, with a first commit.", folder.string(), starter));
     Init::run(context, {.folder = folder, .name = title, .client = arguments.text("--client").value_or("common")});

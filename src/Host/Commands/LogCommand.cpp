@@ -74,16 +74,20 @@ void follow(Context& context, const Run& run, std::int64_t count, bool times)
     for (bool caughtUp = false;;) {
         if (live.look().isFinished())
             follower.finish();
-        while (true) {
+        // What writes faster than we print must not keep us from seeing that the run has ended.
+        const auto nextLook = std::chrono::steady_clock::now() + patience;
+        bool isAtEnd = false;
+        while (!isAtEnd && (live.run().isFinished() || std::chrono::steady_clock::now() < nextLook)) {
             std::vector<RunLog::Follower::Piece> pieces = follower.next();
-            if (pieces.empty())
-                break;
+            isAtEnd = pieces.empty();
             if (caughtUp && !live.run().isFinished())
                 stamp(pieces);
             printer.print(pieces);
         }
         if (live.run().isFinished())
             break;
+        if (!isAtEnd)
+            continue;
         caughtUp = true;
         if (!watch && Files::exists(run.log()))
             watch.emplace(run.log());

@@ -156,7 +156,7 @@ void set(Context& context, const Arguments& arguments)
         throw UsageError(fmt::format("{} must be on one line, without control characters.", key.text()));
     const SettingsFile file;
     const std::string text = changed(context, file, key, *value);
-    Files::createFolders(file.path.parent_path());
+    Files::createPrivateFolders(file.path.parent_path());
     Files::writeAtomically(file.path, text);
     context.note(
         isReadable(text) ? fmt::format("{} is {} now, in {}.", key.text(), word, file.path.string())

@@ -1,6 +1,7 @@
 #include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Experiments/Resources.h"
+#include "Experiments/RunProcesses.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Context.h"
 #include "Host/Terminal/Screen.h"
@@ -48,9 +49,9 @@ struct Usage {
     std::vector<double> coresBefore; ///< the newest last, as is the next
     std::vector<double> memoryBefore;
 
-    void read()
+    void read(ProcessTable::SharedPages shared)
     {
-        reading = run.pid ? Resources::read(*run.pid) : std::nullopt;
+        reading = RunProcesses::mayReachGroup(run) ? Resources::read(*run.pid, shared) : std::nullopt;
         if (!reading) {
             last.reset();
             cores = 0;
@@ -69,7 +70,10 @@ struct Usage {
 /// The runs in flight, or the one that was named.
 class Watched {
 public:
-    Watched(Context& context, std::optional<UUID> only) : context_(&context), only_(only) {}
+    Watched(Context& context, std::optional<UUID> only, ProcessTable::SharedPages shared)
+        : context_(&context), only_(only), shared_(shared)
+    {
+    }
 
     void read()
     {
@@ -81,7 +85,7 @@ public:
             const auto known = std::ranges::find(usages_, run.id, [](const Usage& usage) { return usage.run.id; });
             Usage usage = known == usages_.end() ? Usage(run, context_->titleOf(run)) : std::move(*known);
             usage.run = std::move(run);
-            usage.read();
+            usage.read(shared_);
             usages.push_back(std::move(usage));
         }
         usages_ = std::move(usages);
@@ -91,12 +95,14 @@ public:
     }
 
     [[nodiscard]] const std::vector<Usage>& usages() const { return usages_; }
+    [[nodiscard]] bool isExact() const { return shared_ == ProcessTable::SharedPages::divide; }
     [[nodiscard]] std::optional<double> gpu() const { return gpu_; }
     [[nodiscard]] const std::vector<double>& gpuBefore() const { return gpuBefore_; }
 
 private:
     Context* context_;
     std::optional<UUID> only_;
+    ProcessTable::SharedPages shared_;
     std::vector<Usage> usages_;
     std::optional<double> gpu_;
     std::vector<double> gpuBefore_;
@@ -124,6 +130,14 @@ JSONValue json(const Watched& watched)
     return runs;
 }
 
+/// What stands in place of a reading. The run of a command that has ended is in flight until its row says otherwise.
+std::string_view withoutReading(const Run& run)
+{
+    if (run.status == Run::Status::queued)
+        return "queued";
+    return run.pid ? "no process is left" : "starting";
+}
+
 std::string tableOf(const Watched& watched, const Terminal& terminal)
 {
     TextTable table(
@@ -132,7 +146,7 @@ std::string tableOf(const Watched& watched, const Terminal& terminal)
          {.heading = "for", .toTheRight = true},
          {.heading = "processes", .toTheRight = true},
          {.heading = "cores", .toTheRight = true},
-         {.heading = "memory", .toTheRight = true}});
+         {.heading = watched.isExact() ? "memory" : "memory at most", .toTheRight = true}});
     for (const Usage& usage : watched.usages()) {
         std::vector<TextTable::Cell> row = {
             {fmt::format("#{}", usage.run.number), Style::bold},
@@ -143,12 +157,16 @@ std::string tableOf(const Watched& watched, const Terminal& terminal)
             row.push_back({fmt::format("{:.2f}", usage.cores), Style::cyan});
             row.push_back({shownBytes(usage.reading->memory), Style::magenta});
         } else {
-            row.push_back({usage.run.status == Run::Status::queued ? "queued" : "starting", Style::dim});
+            row.push_back({std::string(withoutReading(usage.run)), Style::dim});
             row.insert(row.end(), 2, {});
         }
         table.add(std::move(row));
     }
     std::string text = table.text(terminal);
+    if (!watched.isExact())
+        text +=
+            terminal.styled(Style::dim, "Pages that forked processes share count for each of them; not with --exact.") +
+            "\n";
     if (watched.gpu())
         text += fmt::format("\nGPU {}, of the whole machine\n", percent(*watched.gpu()));
     return text;
@@ -197,10 +215,13 @@ std::string screenOf(const Watched& watched, const Terminal& terminal)
 void watch(Context& context, Watched& watched, bool isOne)
 {
     Screen screen(context.out());
-    for (auto next = Clock::now() + betweenReadings;; next += betweenReadings) {
+    for (auto pause = Clock::duration(betweenReadings);;) {
         screen.show(screenOf(watched, context.out()));
-        std::this_thread::sleep_until(next);
+        std::this_thread::sleep_for(pause);
+        const Clock::time_point before = Clock::now();
         watched.read();
+        // Exact sums of much memory take long; the machine belongs to the runs.
+        pause = std::max<Clock::duration>(betweenReadings, 20 * (Clock::now() - before)) - (Clock::now() - before);
         if (isOne && watched.usages().empty())
             return;
     }
@@ -211,7 +232,9 @@ void top(Context& context, const Arguments& arguments)
     std::optional<Run> only;
     if (const std::optional<std::string> given = arguments.text("RUN"))
         only = context.run(*given);
-    Watched watched(context, only ? std::optional(only->id) : std::nullopt);
+    Watched watched(
+        context, only ? std::optional(only->id) : std::nullopt,
+        arguments.has("--exact") ? ProcessTable::SharedPages::divide : ProcessTable::SharedPages::countForEach);
     watched.read();
     // How many cores they use shows in the difference of two readings.
     if (!watched.usages().empty()) {
@@ -234,6 +257,7 @@ void top(Context& context, const Arguments& arguments)
 
 constexpr std::array topOptions = {
     Option{"RUN", "", "One run; by default all that are in flight", Count::optional, Completion::run},
+    Option{"--exact", "", "Divide the memory that processes share among them, which takes longer"},
 };
 
 constexpr std::array table = {
@@ -241,6 +265,11 @@ constexpr std::array table = {
         .name = "top",
         .summary = "Watch what the runs in flight use: processes, cores, memory, GPU",
         .example = "veltry top",
+        .details =
+            "Memory is what the processes of a run's group have in memory that no file holds, and what of theirs "
+            "is swapped out. Pages that forked processes share count for each of them, so that the sum may be "
+            "far above what the run takes; with --exact they are divided among those who share them. Processes "
+            "of other users are left out.",
         .hasJSON = true,
         .options = topOptions,
         .run = &top},

@@ -20,33 +20,34 @@ using State = Store::State;
 constexpr std::uint64_t gigabyte = 1'000'000'000;
 constexpr std::size_t problemsTold = 3;
 
-Store ill(const std::filesystem::path& path, const std::string& problems, std::shared_ptr<ProjectStore> store)
+Store ill(const std::filesystem::path& path, const std::string& problems)
 {
     return {
         State::ill,
         {"store", Level::wrong, fmt::format("{} isn't whole: {}.", path.string(), problems),
          "Copy it first. Then take out what can be read: sqlite3 FILE .recover | sqlite3 NEWFILE."},
-        std::move(store)};
+        nullptr};
 }
 
-Store read(const std::filesystem::path& path, std::shared_ptr<ProjectStore> store)
+/// Opened only once it was seen to be sound: opening writes, and what isn't whole is left as it is.
+Store read(const std::filesystem::path& path)
 {
     std::vector<std::string> problems;
     try {
-        problems = store->integrityProblems();
+        problems = ProjectStore::integrityProblems(path);
     } catch (const DatabaseError& error) {
         if (!error.isDamage())
             throw;
         problems = {error.message};
     }
     if (problems.empty())
-        return {State::sound, {"store", Level::good, path.string()}, std::move(store)};
+        return {State::sound, {"store", Level::good, path.string()}, std::make_shared<ProjectStore>(path)};
     const std::size_t more = problems.size() > problemsTold ? problems.size() - problemsTold : 0;
     problems.resize(problems.size() - more);
     std::string told = text::oneLine(text::joined(problems, "; "));
     if (more > 0)
         told += fmt::format("; and {} more", more);
-    return ill(path, told, std::move(store));
+    return ill(path, told);
 }
 
 Finding place(const std::string& what, const FileSystemFacts::FileSystem& system, bool holdsStore)
@@ -84,7 +85,11 @@ Store store(const std::filesystem::path& path)
         return Store{state, {"store", Level::wrong, fmt::format("{} {}", path.string(), text), advice}, nullptr};
     };
     try {
-        return read(path, std::make_shared<ProjectStore>(path));
+        if (ProjectStore::isForeign(path))
+            return wrong(
+                State::refused, "is another program's database: it has tables, and none of Veltry's.",
+                "Name the store with --db or VELTRY_DATABASE_PATH.");
+        return read(path);
     } catch (const ProjectStoreError&) {
         return wrong(State::newer, "was made by a newer Veltry.", "Use the newer program; this one changes nothing.");
     } catch (const DatabaseError& error) {

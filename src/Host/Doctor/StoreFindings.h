@@ -30,7 +30,7 @@ struct Store {
     std::shared_ptr<ProjectStore> store; ///< where it could be opened
 };
 
-/// Opens it, unless it isn't there, and reads all of it.
+/// Reads all of it, if it is there, and opens it if it is sound. What isn't is left as it was found, with its WAL.
 [[nodiscard]] Store store(const std::filesystem::path& path);
 
 /// The file systems of the store and of the runs, and what is free there.

@@ -158,6 +158,8 @@ std::string sectionOf(const Command& command)
     for (const Option& argument : placesOf(command))
         call += " " + placeOf(argument);
     std::string text = fmt::format(".SS {}\n{}\n.PP\n{}.\n", escaped(command.name), call, escaped(command.summary));
+    if (!command.details.empty())
+        text += fmt::format(".PP\n{}\n", escaped(command.details));
     for (const Option& option : command.options)
         text += itemOf(option);
     std::string common;

@@ -74,7 +74,7 @@ void writeSettings(const Context& context)
     const std::filesystem::path path = Context::settingsPath();
     if (Files::exists(path))
         return;
-    Files::createFolders(path.parent_path());
+    Files::createPrivateFolders(path.parent_path());
     Files::writeAtomically(path, VeltrySettings::templateText(VeltrySettings()));
     context.note(fmt::format("Wrote the settings to {}.", path.string()));
 }

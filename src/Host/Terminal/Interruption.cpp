@@ -1,5 +1,6 @@
 #include "Host/Terminal/Interruption.h"
 
+#include "Platform/Leftover.h"
 #include "Platform/ProcessEnd.h"
 #include "Platform/StandardStreams.h"
 
@@ -22,6 +23,7 @@ void writeUndo()
 void end(int signal)
 {
     writeUndo();
+    Leftover::removeAll();
     ProcessEnd::leaveBy(signal);
 }
 

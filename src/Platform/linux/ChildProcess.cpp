@@ -236,6 +236,8 @@ std::optional<std::filesystem::path> find(const std::string& command, std::strin
     return std::nullopt;
 }
 
+const int endedByLostBytes = 128 + SIGBUS;
+
 int wait(ProcessID child) noexcept
 {
     int status = 0;

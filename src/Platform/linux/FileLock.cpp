@@ -43,7 +43,16 @@ std::optional<FileLock> FileLock::tryTake(const std::filesystem::path& path)
 
 FileLock FileLock::take(const std::filesystem::path& path)
 {
-    FileDescriptor file = openAt(AT_FDCWD, path.c_str(), lockFlags, 0644);
+    return waitFor(openAt(AT_FDCWD, path.c_str(), lockFlags, 0644), path);
+}
+
+FileLock FileLock::takeFolder(const std::filesystem::path& path)
+{
+    return waitFor(openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY, 0), path);
+}
+
+FileLock FileLock::waitFor(FileDescriptor file, const std::filesystem::path& path)
+{
     if (!file)
         throw SystemError("could not open " + path.string());
     while (::flock(file.get(), LOCK_EX) != 0)

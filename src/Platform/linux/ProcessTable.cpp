@@ -15,6 +15,7 @@
 
 #include <charconv>
 #include <csignal>
+#include <initializer_list>
 #include <memory>
 #include <string_view>
 
@@ -34,6 +35,11 @@ ProcessID processOf(std::string_view name)
     return error == std::errc() && end == name.data() + name.size() ? process : 0;
 }
 
+double seconds(const timespec& time)
+{
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
 /// Processor time in nanoseconds, where the kernel's files count ticks of ten milliseconds.
 std::optional<double> cpuSeconds(ProcessID process)
 {
@@ -41,10 +47,10 @@ std::optional<double> cpuSeconds(ProcessID process)
     timespec time{};
     if (::clock_getcpuclockid(process, &clock) != 0 || ::clock_gettime(clock, &time) != 0)
         return std::nullopt;
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+    return seconds(time);
 }
 
-/// The rest of the line of `status` that begins with that name, without blanks.
+/// The rest of the line of a file that begins with that name, without blanks.
 std::string_view field(std::string_view status, std::string_view name)
 {
     const std::size_t place = status.find(name);
@@ -57,6 +63,14 @@ std::string_view field(std::string_view status, std::string_view name)
 std::uint64_t bytes(std::string_view kibibytes)
 {
     return 1024 * static_cast<std::uint64_t>(text::integer(kibibytes.substr(0, kibibytes.find(' '))).value_or(0));
+}
+
+std::uint64_t sum(std::string_view file, std::initializer_list<std::string_view> names)
+{
+    std::uint64_t sum = 0;
+    for (const std::string_view name : names)
+        sum += bytes(field(file, name));
+    return sum;
 }
 
 template <typename Predicate>
@@ -119,9 +133,25 @@ bool kill(ProcessID process, const std::function<bool(ProcessID process)>& isMea
     }
 }
 
-std::optional<Usage> usage(ProcessID process)
+std::optional<double> began(ProcessID process)
 {
-    // smaps_rollup tells more, and walks the page tables of all that it measures: 10 milliseconds for each gigabyte.
+    const std::optional<std::string> stat = Files::readIfPossible(fmt::format("/proc/{}/stat", process));
+    const std::size_t name = stat ? stat->rfind(')') : std::string::npos; // anything may stand in a name
+    if (name == std::string::npos)
+        return std::nullopt;
+    constexpr std::size_t behindName = 20; // the 22nd field of all, see proc(5)
+    const auto fields = text::split(std::string_view(*stat).substr(name), ' ');
+    const auto ticks = fields.size() > behindName ? text::integer(fields[behindName]) : std::nullopt;
+    timespec sinceBoot{};
+    timespec now{};
+    if (!ticks || ::clock_gettime(CLOCK_BOOTTIME, &sinceBoot) != 0 || ::clock_gettime(CLOCK_REALTIME, &now) != 0)
+        return std::nullopt;
+    return seconds(now) - seconds(sinceBoot) +
+           static_cast<double>(*ticks) / static_cast<double>(::sysconf(_SC_CLK_TCK));
+}
+
+std::optional<Usage> usage(ProcessID process, SharedPages shared)
+{
     const std::optional<std::string> status = Files::readIfPossible(fmt::format("/proc/{}/status", process));
     if (!status)
         return std::nullopt;
@@ -129,10 +159,14 @@ std::optional<Usage> usage(ProcessID process)
     const std::optional<double> time = cpuSeconds(process);
     if (!time || state.starts_with('Z') || state.starts_with('X')) // ended, and waiting to be waited for
         return std::nullopt;
-    return Usage{
-        .cpuSeconds = *time,
-        .memory = bytes(field(*status, "\nRssAnon:")) + bytes(field(*status, "\nRssShmem:")) +
-                  bytes(field(*status, "\nVmSwap:"))};
+    const uid_t user = ::geteuid();
+    const std::string_view owners = field(*status, "\nUid:");
+    if (user != 0 && owners.substr(0, owners.find('\t')) != std::to_string(user))
+        return std::nullopt;
+    if (shared == SharedPages::divide)
+        if (const auto sums = Files::readIfPossible(fmt::format("/proc/{}/smaps_rollup", process)))
+            return Usage{.cpuSeconds = *time, .memory = sum(*sums, {"\nPss_Anon:", "\nPss_Shmem:", "\nSwapPss:"})};
+    return Usage{.cpuSeconds = *time, .memory = sum(*status, {"\nRssAnon:", "\nRssShmem:", "\nVmSwap:"})};
 }
 
 } // namespace veltry::ProcessTable
