@@ -299,7 +299,7 @@ TEST(Lab, CancellingReachesNoStranger)
         test.store->finishRun(id, Run::Status::cancelled, {}, {});
     }
     for (const ProcessID pid : {0, 1, -1}) {
-        Run run = test.lab.run(1);
+        veltry::Run run = test.lab.run(1);
         run.pid = pid;
         EXPECT_FALSE(RunProcesses::mayReachGroup(run)) << pid;
     }

@@ -150,7 +150,7 @@ TEST_F(DoctorTest, TellsADamagedStoreFromANewerAndABusyOne)
 
 TEST_F(DoctorTest, NoCommandWritesToAnotherProgramsDatabase)
 {
-    const std::filesystem::path other = path("other");
+    const std::filesystem::path other = lab_ / "other";
     Database(other).withConnection([](Connection& connection) { connection.execute("CREATE TABLE theirs (x)"); });
     const std::string before = Files::read(other);
     for (const char* command : {"tree", "projects", "doctor"})

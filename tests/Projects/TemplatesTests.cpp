@@ -162,8 +162,7 @@ TEST_F(TemplatesTest, FindsTheTopFolderOfAnyArchive)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const Templates::Archive from = archive(c.lines);
-        const std::vector<std::string> names =
-            test::runOnExecutor([&](const auto&) { return Templates::names(from, session); });
+        const std::vector<std::string> names = test::resultOf(Templates::names(from, session));
         EXPECT_EQ(text::joined(names, " "), c.names);
         EXPECT_EQ(fetch("n", from), "done");
         EXPECT_EQ(unpacked(), R"({ "x=1" })");
