@@ -192,8 +192,9 @@ std::string Computer::description() const
         if (gpus)
             text += gpuLine(*gpus, visibleGPUs, longest);
         text += memoryLine(*this);
-        if (freeDisk)
-            text += fmt::format("- Disk: {} free where runs are written\n", gigabytes(*freeDisk));
+        if (freeDisk) // disks are counted in decimal gigabytes
+            text +=
+                fmt::format("- Disk: {:.0f} GB free where runs are written\n", static_cast<double>(*freeDisk) / 1e9);
         text += runsLine(*this, longest);
         if (text.size() <= longestDescription)
             break;
