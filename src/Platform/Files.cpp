@@ -207,7 +207,7 @@ void createPrivateFolders(const std::filesystem::path& path)
 
 bool createFolder(const std::filesystem::path& path)
 {
-    // Of two who make it at the same moment, mkdir tells one that it was first.
+    // If two make it at the same moment, mkdir tells one of them that it was first.
     if (::mkdir(path.c_str(), 0777) == 0)
         return true;
     if (errno == EEXIST)
