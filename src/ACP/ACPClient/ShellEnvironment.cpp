@@ -63,8 +63,8 @@ std::shared_ptr<Probe> Probe::start(
     std::chrono::seconds timeout)
 {
     const std::shared_ptr<Probe> probe(new Probe(executor));
-    const auto take = [weak =
-                           std::weak_ptr(probe)](std::string_view bytes) { // the probe holds the shell that holds this
+    // Weakly, since the probe holds the shell, which holds this.
+    const auto take = [weak = std::weak_ptr(probe)](std::string_view bytes) {
         if (const std::shared_ptr<Probe> waiting = weak.lock())
             waiting->take(bytes);
     };

@@ -58,7 +58,8 @@ public:
     /// The outcome of a transfer that came to its end.
     Outcome end(int status)
     {
-        if (!failure_ && request_.file && ::fsync(request_.file.get()) != 0 && errno != EINVAL) // a pipe has no disk
+        // EINVAL: a pipe has no disk to wait for.
+        if (!failure_ && request_.file && ::fsync(request_.file.get()) != 0 && errno != EINVAL)
             failOnDisk();
         if (failure_)
             return std::unexpected(*failure_);

@@ -337,8 +337,9 @@ std::optional<Output> runWithin(std::chrono::milliseconds patience, Command comm
     error.writing.reset();
 
     Output result;
+    // It may have closed its ends of the pipes and go on all the same.
     const bool isWhole = drain<2>({&output.reading, &error.reading}, {&result.output, &result.error}, deadline) &&
-                         hasEnded(leader, timeLeft(deadline)); // it may have closed its ends and go on
+                         hasEnded(leader, timeLeft(deadline));
     if (!isWhole) {
         killGroup(leader);
         return std::nullopt;

@@ -60,7 +60,8 @@ bool SharedOutput::writeIfPossible(std::string_view bytes) const
         return false;
     if (count < 0)
         throw SystemError("could not write to the peer");
-    writeAll(bytes.substr(static_cast<std::size_t>(count))); // a disk that is nearly full; the rest says so
+    // A disk that is nearly full took a part; writing the rest tells what is wrong.
+    writeAll(bytes.substr(static_cast<std::size_t>(count)));
     return true;
 }
 
