@@ -89,7 +89,8 @@ std::string read(const std::filesystem::path& path)
 std::string read(const FileDescriptor& file, std::string_view what)
 {
     std::string contents;
-    contents.resize(size(file)); // what a file in /proc says of itself is 0; the loop reads on all the same
+    // What a file in /proc says of itself is 0; the loop reads on all the same.
+    contents.resize(size(file));
     std::size_t count = 0;
     while (true) {
         if (count == contents.size())

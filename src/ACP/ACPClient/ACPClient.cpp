@@ -189,7 +189,8 @@ asio::awaitable<std::vector<SessionInfo>> ACPClient::listSessions(std::filesyste
 {
     const std::shared_ptr<JSONRPCConnection> connection = connection_;
     std::vector<SessionInfo> sessions;
-    std::set<std::string> seen; // an agent that names a page again would be asked for ever
+    // An agent that names a page again would be asked for ever.
+    std::set<std::string> seen;
     ListSessionsParams page{.cwd = std::move(cwd), .cursor = std::nullopt};
     do {
         std::string method = "session/list";

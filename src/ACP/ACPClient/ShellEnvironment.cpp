@@ -92,7 +92,8 @@ asio::awaitable<Environment> Probe::answer(std::shared_ptr<Probe> self)
     const std::optional<Ending> ending = co_await self->ending_.next();
     if (ending == Ending::exited)
         co_await waitForTheRest(self);
-    self->shell_->ignoreOutput(); // a child that the profile left behind may hold it open for ever
+    // A child that the profile left behind may hold it open for ever.
+    self->shell_->ignoreOutput();
     // A shell that printed everything and then hangs has told what was asked.
     if (ending == Ending::timedOut && !self->reader_.isComplete())
         throw Failure(Failure::Kind::timedOut);

@@ -263,7 +263,8 @@ void HTTPSession::run() noexcept
 {
     sigset_t all;
     ::sigfillset(&all);
-    ::pthread_sigmask(SIG_BLOCK, &all, nullptr); // signals are the main thread's, and a lost peer is an error here
+    // Signals are the main thread's, and a lost peer is an error here.
+    ::pthread_sigmask(SIG_BLOCK, &all, nullptr);
     try {
         Transfers transfers(CurlLibrary::load());
         work(transfers);

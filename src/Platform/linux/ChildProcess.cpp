@@ -33,7 +33,8 @@ public:
     {
         check(posix_spawn_file_actions_init(&actions_));
         if (const int result = posix_spawnattr_init(&attributes_); result != 0) {
-            posix_spawn_file_actions_destroy(&actions_); // no destructor runs for what wasn't constructed
+            // No destructor runs for what wasn't constructed.
+            posix_spawn_file_actions_destroy(&actions_);
             check(result);
         }
     }

@@ -33,7 +33,8 @@ void lowerProcessors(ControlGroupLimits& limits, std::string_view quota, std::st
 
 void lowerMemory(ControlGroupLimits& limits, std::string_view bytes)
 {
-    const auto count = text::integer(bytes); // without a limit the first version writes about 2^63, the second "max"
+    // Without a limit the first version writes about 2^63, the second "max".
+    const auto count = text::integer(bytes);
     if (count && *count >= 0)
         lower(limits.memory, static_cast<std::uint64_t>(*count));
 }

@@ -88,7 +88,8 @@ void SharedOutput::close() noexcept
 
 void SharedOutput::stop() noexcept
 {
-    ::eventfd_write(stopEvent_.get(), 1); // never read, so that it holds for every wait to come
+    // Never read, so that it holds for every wait to come.
+    ::eventfd_write(stopEvent_.get(), 1);
 }
 
 /// Blocks until the peer takes more; false once stop() was called.
