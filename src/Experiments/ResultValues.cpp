@@ -45,6 +45,7 @@ public:
         leave();
     }
 
+    ///  A list is one value, shown as its JSON, whatever it holds.
     void beginArray() override
     {
         list_.beginArray();
@@ -113,7 +114,8 @@ private:
 
 std::string ResultValue::text() const
 {
-    return number() ? JSONValue(*number() + 0.0).text() : std::get<std::string>(value); // no "-0"
+    // Adding zero makes 0 of -0.
+    return number() ? JSONValue(*number() + 0.0).text() : std::get<std::string>(value);
 }
 
 ResultValues resultValues(const Run& run)
@@ -144,6 +146,7 @@ const double* findNumber(const ResultValues& values, std::string_view key)
 std::optional<double> difference(const ResultValue& value, const ResultValues& reference)
 {
     const double* other = findNumber(reference, value.key);
+    // Two numbers that a double holds may differ by more than it holds.
     if (!other || !value.number() || !std::isfinite(*value.number() - *other))
         return std::nullopt;
     return *value.number() - *other;
