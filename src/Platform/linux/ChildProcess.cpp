@@ -253,14 +253,25 @@ bool reapIfEnded(ProcessID child) noexcept
     return ::waitpid(child, &status, WNOHANG) != 0; // a failure means that somebody else took it
 }
 
+namespace {
+
+/// With 0 kill(2) means our own group, with -1 all processes of the user.
+void signalGroup(ProcessID leader, int signal) noexcept
+{
+    if (leader > 1)
+        ::kill(-leader, signal);
+}
+
+} // namespace
+
 void terminateGroup(ProcessID leader) noexcept
 {
-    ::kill(-leader, SIGTERM);
+    signalGroup(leader, SIGTERM);
 }
 
 void killGroup(ProcessID leader) noexcept
 {
-    ::kill(-leader, SIGKILL);
+    signalGroup(leader, SIGKILL);
 }
 
 namespace {
