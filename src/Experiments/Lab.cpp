@@ -119,6 +119,7 @@ ExperimentTree Lab::treeAround(const std::vector<UUID>& nodes) const
         const ExperimentTree::Node* node = tree.find(id);
         if (!node)
             throw noExperiment(id);
+        // A node's values are measured by those of its parent and its baseline.
         asked.insert({node, node->parent, node->baseline});
     }
     asked.erase(nullptr);
@@ -126,7 +127,8 @@ ExperimentTree Lab::treeAround(const std::vector<UUID>& nodes) const
     for (const ExperimentTree::Node* node : asked)
         std::ranges::move(store->runsOfExperiment(node->record.id), std::back_inserter(runs));
     reconcile(runs);
-    std::ranges::sort(runs, {}, &Run::number); // they came node by node
+    // They came node by node, and the tree takes the last answered run of a node as its answer.
+    std::ranges::sort(runs, {}, &Run::number);
     const std::vector<const ExperimentTree::Node*> read(asked.begin(), asked.end());
     return std::move(tree).withRunsOf(read, std::move(runs), store->citations(project.id));
 }
@@ -199,17 +201,19 @@ Experiment Lab::create(const NewNode& node) const
         .conversationID = node.conversation,
         .createdAt = Date::now()};
     try {
+        // The worktrees lie in the person's repository, whose status must not show them.
         git.excludePrivately("/.veltry/");
         git.run({"branch", made.branch, *base});
         git.run({"worktree", "add", "--quiet", worktree(made).string(), made.branch});
     } catch (const Git::Failure& failure) {
         throw LabError::of(failure);
     }
+    // Last: a branch without a row only keeps its slug, but a row without a branch would be a node that can't run.
     store->insertExperiment(made);
     return made;
 }
 
-/// A slug that no node, no branch and no folder of the worktrees has. What an earlier attempt left behind keeps its
+/// A slug that no node, no branch and no folder of the worktrees has. What an earlier attempt left keeps its
 /// slug.
 std::string Lab::freeSlug(std::string_view title) const
 {
@@ -218,6 +222,7 @@ std::string Lab::freeSlug(std::string_view title) const
         taken.insert(std::move(node.slug));
     const std::string wanted = slug(title);
     const std::filesystem::path folder = project.folders.front() / worktrees;
+    // The slug becomes a branch and a folder, and a person may have made either by hand.
     std::string candidate = wanted;
     for (int suffix = 2; taken.contains(candidate) || Files::exists(folder / candidate) ||
                          repository().resolve(Git::branchReference("veltry/" + candidate));
@@ -242,6 +247,7 @@ Run Lab::launch(const NodeName& name, std::int64_t maxRuns) const
     const Run run = admit(node, maxRuns);
     std::string reason;
     try {
+        // Without the launch lock, since writing a large repository out may take long.
         repository().snapshot(run.commit, run.source());
         startSupervisor(run);
         return run;
@@ -280,6 +286,7 @@ Run Lab::admit(const Experiment& experiment, std::int64_t maxRuns) const
                     run->number, experiment.title),
                 {.title = experiment.title, .run = run->number});
 
+    // After the looks at the node, so that a launch refused by them commits nothing.
     const std::string commit = commitPending(experiment, node.runs.size());
     try {
         static_cast<void>(TelemetryLayout::read(worktree(experiment)));
@@ -298,6 +305,7 @@ void Lab::checkLimit(std::int64_t maxRuns) const
 {
     if (maxRuns < 1)
         return;
+    // A row whose supervisor is gone may not have been failed yet, and takes no place.
     const std::int64_t live = std::ranges::count_if(store->unfinishedRuns(), isLive);
     if (live >= maxRuns)
         throw LabError(
@@ -330,6 +338,7 @@ std::string Lab::commitPending(const Experiment& experiment, std::size_t runsSoF
 
 void Lab::startSupervisor(const Run& run) const
 {
+    // In a session of its own, so that the run goes on when this server and its terminal are gone.
     const ProcessID supervisor = Spawn::start({
         .executable = tools,
         .arguments = {"supervise", "--db", store->path().string(), "--run", run.id.text()},
@@ -347,7 +356,10 @@ Run Lab::cancel(const RunName& name) const
     Run run = this->run(name);
     if (run.isFinished())
         return run;
+    // Before the signal: the supervisor looks for the request when the shell has ended, and without it the run has
+    // failed.
     store->requestCancel(run.id);
+    // The number may be another program's by now.
     if (RunProcesses::mayReachGroup(run))
         ChildProcess::terminateGroup(*run.pid);
     return store->run(run.id).value_or(std::move(run));
@@ -365,7 +377,8 @@ void Lab::reconcile(std::vector<Run>& runs) const
         if (run.isFinished() || isLive(run))
             continue;
         store->finishRun(run.id, Run::Status::failed, std::nullopt, std::nullopt);
-        if (std::optional<Run> fresh = store->run(run.id)) // the supervisor may have been the first to end it
+        // The supervisor may have been the first to end it.
+        if (std::optional<Run> fresh = store->run(run.id))
             run = std::move(*fresh);
     }
 }

@@ -263,15 +263,25 @@ bool reapIfEnded(ProcessID child) noexcept
     return ::waitpid(child, &status, WNOHANG) != 0; // a failure means that somebody else took it
 }
 
+namespace {
+
+/// A negative number names a group (kill(2)); but 0 is our own group, and -1 all processes of the user.
+void signalGroup(ProcessID leader, int signal) noexcept
+{
+    if (leader > 1)
+        ::kill(-leader, signal);
+}
+
+} // namespace
+
 void terminateGroup(ProcessID leader) noexcept
 {
-    // A negative number names a group (kill(2)).
-    ::kill(-leader, SIGTERM);
+    signalGroup(leader, SIGTERM);
 }
 
 void killGroup(ProcessID leader) noexcept
 {
-    ::kill(-leader, SIGKILL);
+    signalGroup(leader, SIGKILL);
 }
 
 namespace {
