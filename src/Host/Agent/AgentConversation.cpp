@@ -66,6 +66,7 @@ AgentConversation::AgentConversation(Context& context, Setup setup, const asio::
 
 asio::awaitable<std::optional<int>> AgentConversation::run(std::shared_ptr<AgentConversation> self)
 {
+    // First, since an agent may take long to start, and Ctrl-C has to end that as well.
     asio::co_spawn(executor_, watchSignals(self), asio::detached);
     if (isInteractive_) {
         input_ = PipeTransport::make(executor_, StandardStreams::duplicate(StandardStreams::input), FileDescriptor());
@@ -78,7 +79,8 @@ asio::awaitable<std::optional<int>> AgentConversation::run(std::shared_ptr<Agent
     try {
         if (ending->cutsTurn)
             endTurn();
-        save(); // now, whatever becomes of the rest
+        // Now, before anything waits for the agent, which may never go.
+        save();
     } catch (...) {
         if (!ending->failure)
             ending->failure = std::current_exception();
@@ -88,7 +90,8 @@ asio::awaitable<std::optional<int>> AgentConversation::run(std::shared_ptr<Agent
         ending->failure = display_.failure();
     if (ending->failure)
         std::rethrow_exception(ending->failure);
-    save(); // the agent's last words
+    // Once more, for the agent's last words.
+    save();
     co_return ending->signal;
 }
 
@@ -108,6 +111,7 @@ void AgentConversation::happened(Event event, std::optional<int> signal)
         ending_.push({.failure = nullptr, .signal = signal, .cutsTurn = wasInTurn});
         return;
     case ConversationPhase::Action::hurry:
+        // Somebody who asks a second time waits neither for the agent nor for a reader of the output.
         farewell_.cancel();
         display_.drop();
         return;
@@ -123,6 +127,7 @@ asio::awaitable<void> AgentConversation::work(std::shared_ptr<AgentConversation>
         ending.failure = std::current_exception();
     }
     if (ending.failure)
+        // Not in the handler above, where a coroutine can't wait.
         ending.failure = co_await self->explained(ending.failure);
     self->ending_.push(std::move(ending));
 }
@@ -134,9 +139,11 @@ asio::awaitable<std::optional<int>> AgentConversation::converse()
     if (!setup_.conversation)
         setup_.conversation = store_.createConversation(
             context_.project().id, setup_.prompt ? titleOf(*setup_.prompt) : "", setup_.harness.name);
+    // From the row on, so that what a session's history brings is saved as well.
     asio::co_spawn(executor_, keepSaved(shared_from_this()), asio::detached);
     co_await beginSession();
     co_await setAutoMode();
+    // Rounds of questions come through the store: the tool server that asks is a process of the agent's.
     asio::co_spawn(executor_, watchRounds(shared_from_this()), asio::detached);
     if (setup_.prompt) {
         const bool isDone = co_await turn(*setup_.prompt);
@@ -194,6 +201,7 @@ asio::awaitable<void> AgentConversation::beginSession()
             happened(Event::begins);
             co_return;
         } catch (const JSONRPCError& error) {
+            // An agent may tell only here that it wants a login; it gets one chance after that.
             if (!error.isAuthRequired() || attempt > 0)
                 throw Refusal(fmt::format("{} began no session: {}.", setup_.harness.name, error.description()));
         }
@@ -205,6 +213,7 @@ asio::awaitable<void> AgentConversation::beginSession()
 asio::awaitable<bool> AgentConversation::continueSession(std::string sessionID)
 {
     const bool isNew = transcript_.isEmpty();
+    // Loading tells the whole history, which only an empty transcript needs.
     const bool loads = abilities_.loadsSessions() && (isNew || !abilities_.resumesSessions());
     if (!loads && !abilities_.resumesSessions()) {
         display_.line(fmt::format("{} can't continue an older session; it begins a new one.", setup_.harness.name));
@@ -277,8 +286,9 @@ asio::awaitable<bool> AgentConversation::turn(std::string prompt)
     bool isCancelled = false;
     try {
         const StopReason reason = co_await client_->prompt(sessionID_, std::move(prompt));
-        isCancelled = reason.kind == StopReason::Kind::cancelled ||
-                      phase_.phase() == ConversationPhase::Phase::cancelling; // agents may not say it
+        // Agents may end a cancelled turn as any other, so what was asked for counts too.
+        isCancelled =
+            reason.kind == StopReason::Kind::cancelled || phase_.phase() == ConversationPhase::Phase::cancelling;
         display_.endTurn(isCancelled ? StopReason(StopReason::Kind::cancelled) : reason);
     } catch (const JSONRPCError& error) {
         const std::string what = fmt::format("The agent failed: {}.", error.description());
@@ -300,6 +310,7 @@ void AgentConversation::endTurn()
     happened(Event::turnEnds);
     typed_.dropQuestions();
     transcript_.endTurn();
+    // The agent waits for no answer any more, and a round left open would be shown to the person for good.
     store_.withdrawQuestions(setup_.conversation->id);
     save();
 }
@@ -362,7 +373,8 @@ asio::awaitable<void> AgentConversation::end()
         co_await input_->close();
     if (agent_) {
         agent_->terminate();
-        co_await agentEnded(); // one that stays goes with the executor
+        // An agent that stays goes with the executor.
+        co_await agentEnded();
     }
     display_.finish();
     co_await display_.written();
@@ -371,6 +383,7 @@ asio::awaitable<void> AgentConversation::end()
 
 asio::awaitable<void> AgentConversation::receive(SessionNotification notification)
 {
+    // A new session's updates may come before the answer that names it.
     if (notification.sessionId != sessionID_ && !sessionID_.empty())
         co_return;
     if (const auto* unknown = std::get_if<SessionUpdate::Unknown>(&notification.update.value))
@@ -380,7 +393,8 @@ asio::awaitable<void> AgentConversation::receive(SessionNotification notificatio
         co_return;
     transcript_.add(notification.update);
     display_.show(notification.update);
-    co_await display_.room(); // an agent that is quicker than the reader waits
+    // An agent that is quicker than the reader waits.
+    co_await display_.room();
 }
 
 SessionSetup AgentConversation::sessionSetup() const

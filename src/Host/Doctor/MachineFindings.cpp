@@ -25,6 +25,7 @@ constexpr double gibibyte = 1024.0 * 1024.0 * 1024.0;
 Finding git()
 {
     try {
+        // In a folder that is always there: what is asked for has nothing to do with a repository.
         const std::string version = Git("/").run({"--version"});
         return {"git", Level::good, version};
     } catch (const Error& error) {
@@ -100,6 +101,7 @@ Finding agent(const Harness& harness, const std::string& path, bool isDefault)
 std::vector<Finding> programs(const std::filesystem::path& folder, const std::filesystem::path& tools)
 {
     std::vector<Finding> findings = {git()};
+    // Without git the question for a name would only fail in the same way.
     if (findings.front().level == Level::good)
         findings.push_back(identity(folder));
     findings.push_back(tar());
@@ -151,6 +153,7 @@ std::vector<Finding> fit(const Capacity& capacity, std::int64_t maxRuns)
         runs = {
             "max_runs", Level::advice, fmt::format("{} runs at once are more than the cores: {}.", maxRuns, machine),
             setting};
+    // A run that trains anything takes more than 1 GiB.
     else if (memory / static_cast<double>(maxRuns) < 1)
         runs = {
             "max_runs", Level::advice,
