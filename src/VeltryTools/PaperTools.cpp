@@ -118,6 +118,7 @@ PaperTools::Answer PaperTools::searchPapers(JSONValue arguments) const
     page.papers.resize(std::min(shown, page.papers.size()));
     std::vector<PaperTexts::Entry> entries;
     for (Paper& paper : page.papers) {
+        // Before the paper is moved away.
         const bool saved = isSaved(paper);
         entries.push_back({.paper = std::move(paper), .saved = saved});
     }
