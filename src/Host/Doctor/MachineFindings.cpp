@@ -153,7 +153,6 @@ std::vector<Finding> fit(const Capacity& capacity, std::int64_t maxRuns)
         runs = {
             "max_runs", Level::advice, fmt::format("{} runs at once are more than the cores: {}.", maxRuns, machine),
             setting};
-    // A run that trains anything takes more than 1 GiB.
     else if (memory / static_cast<double>(maxRuns) < 1)
         runs = {
             "max_runs", Level::advice,

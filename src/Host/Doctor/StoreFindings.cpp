@@ -86,7 +86,7 @@ Store store(const std::filesystem::path& path)
         return Store{state, {"store", Level::wrong, fmt::format("{} {}", path.string(), text), advice}, nullptr};
     };
     try {
-        // First, since to look further into another program's database isn't ours.
+        // First, since another program's database is not ours to examine any further.
         if (ProjectStore::isForeign(path))
             return wrong(
                 State::refused, "is another program's database: it has tables, and none of Veltry's.",
