@@ -28,9 +28,10 @@ std::vector<Run> RunWatch::finishedSince()
 
 void RunWatch::keepInFlight(const ProjectStore::RunLook& look)
 {
-    inFlight_.clear();
+    // What is waited for stays, even if its row couldn't be read this time.
+    inFlight_.assign(waiting_.begin(), waiting_.end());
     for (const Run& run : look.runs)
-        if (!run.isFinished())
+        if (!run.isFinished() && !waiting_.contains(run.id))
             inFlight_.push_back(run.id);
     lastRowID_ = look.lastRowID;
 }

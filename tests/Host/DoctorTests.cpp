@@ -157,7 +157,7 @@ TEST_F(DoctorTest, NoCommandWritesToAnotherProgramsDatabase)
     const std::string before = Files::read(other);
     for (const char* command : {"tree", "projects", "doctor"})
         EXPECT_THAT(
-            lab_.veltry({command, "--db", other.string()}),
+            lab_.veltry({command, "--json", "--db", other.string()}), // which breaks no lines
             AllOf(
                 Field(&ChildProcess::Output::exitNumber, 1),
                 ResultOf(

@@ -155,8 +155,8 @@ TEST_F(LogTest, FollowingEndsBesideAProcessThatWritesFasterThanItIsRead)
          .group = ChildProcess::Group::own});
 
     const FileDescriptor log = Files::open(run.log(), Files::forAppending);
-    const std::string lines(
-        262'144, '\n'); // it makes a line with number and time of each byte, so it is the slower one
+    // It makes a line with a number and a time of each byte, and so is the slower one.
+    const std::string lines(65'536, '\n');
     bool isOver = false;
     for (int step = 0; step < 500 && !isOver; ++step) { // ten seconds
         Files::writeAll(log, lines, "the log");

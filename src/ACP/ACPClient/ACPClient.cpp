@@ -81,6 +81,7 @@ ACPClient::ACPClient(
 ACPClient::~ACPClient()
 {
     cancelAsks(std::nullopt);
+    // The task holds the transport alone: client and agent are gone when it runs.
     asio::co_spawn(executor_, close(agent_->transport()), asio::detached);
 }
 

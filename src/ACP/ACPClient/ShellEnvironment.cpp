@@ -71,6 +71,7 @@ std::shared_ptr<Probe> Probe::start(
     probe->shell_ = WatchedChild::start(
         executor,
         {.executable = shell,
+         // A login shell and an interactive one: variables are set in the files of either.
          .arguments = {"-ilc", command()},
          .environment = environment,
          .directory = {},
@@ -125,6 +126,7 @@ asio::awaitable<void> Probe::watchTime(std::shared_ptr<Probe> self)
 {
     asio::error_code cancelled;
     co_await self->timer_.async_wait(asio::redirect_error(asio::use_awaitable, cancelled));
+    // A timer that was cancelled and one that ran out come here alike.
     if (self->shell_->exitNumber())
         co_return;
     self->shell_->kill();

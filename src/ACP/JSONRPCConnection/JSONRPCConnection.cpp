@@ -257,6 +257,7 @@ void JSONRPCConnection::resume(const Envelope& response)
     }
     const std::optional<std::int64_t> id = response.id->integer(); // nothing for 1e300, which names no request
     const auto waiter = id ? takeWaiter(*id) : nullptr;
+    // Failed meanwhile, or never asked: nobody waits for it.
     if (!waiter)
         return;
     if (response.error)

@@ -183,8 +183,10 @@ asio::awaitable<std::optional<Answer>> AgentConversation::answerTo(Question ques
         if (!line)
             co_return std::nullopt;
         std::expected<Answer, std::string> meant = RoundAnswers::fromLine(question, *line);
-        if (meant)
+        if (meant) {
+            display_.line("Answered: " + RoundAnswers::kept(*meant), Style::dim);
             co_return std::move(*meant);
+        }
         display_.line(meant.error(), Style::yellow);
     }
 }

@@ -41,8 +41,11 @@ Store read(const std::filesystem::path& path)
             throw;
         problems = {error.message};
     }
-    if (problems.empty())
-        return {State::sound, {"store", Level::good, path.string()}, std::make_shared<ProjectStore>(path)};
+    if (problems.empty()) {
+        // Opened first: GCC 12 destroys the finding of a result twice where what stands behind it throws.
+        auto opened = std::make_shared<ProjectStore>(path);
+        return {State::sound, {"store", Level::good, path.string()}, std::move(opened)};
+    }
     const std::size_t more = problems.size() > problemsTold ? problems.size() - problemsTold : 0;
     problems.resize(problems.size() - more);
     std::string told = text::oneLine(text::joined(problems, "; "));

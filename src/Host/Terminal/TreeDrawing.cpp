@@ -70,8 +70,7 @@ std::vector<Line> lines(const Forest& forest, Manner manner, bool isUTF8)
         for (auto child = children.rbegin(); child != children.rend(); ++child) {
             Place below = place;
             below.number = *child;
-            const bool branches = manner == Manner::graph && children.size() > 1;
-            below.own = !branches ? "" : child == children.rbegin() ? strokes.last : strokes.middle;
+            below.own = manner == Manner::indented ? "" : child == children.rbegin() ? strokes.last : strokes.middle;
             open.push_back(std::move(below));
         }
     }

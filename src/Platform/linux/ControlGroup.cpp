@@ -66,6 +66,7 @@ ControlGroupLimits controlGroupLimits(const std::filesystem::path& groups, const
         const std::filesystem::path mount = isSecondVersion ? root : root / controllers;
         // In a container the path may be one outside of it, which isn't there: the root of what is mounted is its own.
         std::filesystem::path group = std::filesystem::path(line.substr(second + 1)).relative_path();
+        // A group is held to the limits of all that it lies in, so the least on the way up counts.
         while (true) {
             readGroup(limits, mount / group);
             if (isSecondVersion)

@@ -69,6 +69,7 @@ bool SharedOutput::writeAll(std::string_view bytes) const
     while (!bytes.empty()) {
         if (!waitForRoom())
             return false;
+        // In pieces that a pipe with room takes whole: a longer write would block where stop() can't reach it.
         const ssize_t count = ::write(file_.get(), bytes.data(), std::min(atomicSize, bytes.size()));
         if (count < 0 && errno != EINTR && errno != EAGAIN)
             throw SystemError("could not write to the peer");
