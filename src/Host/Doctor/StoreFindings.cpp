@@ -36,6 +36,7 @@ Store read(const std::filesystem::path& path)
     try {
         problems = ProjectStore::integrityProblems(path);
     } catch (const DatabaseError& error) {
+        // A busy file or one that can't be read says nothing about what is in it.
         if (!error.isDamage())
             throw;
         problems = {error.message};
@@ -88,6 +89,7 @@ Store store(const std::filesystem::path& path)
         return Store{state, {"store", Level::wrong, fmt::format("{} {}", path.string(), text), advice}, nullptr};
     };
     try {
+        // First, since another program's database is not ours to examine any further.
         if (ProjectStore::isForeign(path))
             return wrong(
                 State::refused, "is another program's database: it has tables, and none of Veltry's.",
