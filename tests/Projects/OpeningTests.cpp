@@ -52,6 +52,8 @@ TEST_F(OpeningTest, MakesFolderAndStoreOnce)
 {
     const std::filesystem::path deep = folder / "a/b/veltry.sqlite";
     EXPECT_EQ(ProjectStore(deep).path(), deep);
+    for (const char* made : {"a", "a/b"})
+        EXPECT_EQ(std::filesystem::status(folder / made).permissions(), std::filesystem::perms::owner_all) << made;
     EXPECT_EQ(rows(deep, "PRAGMA journal_mode"), std::vector<std::string>{"wal"});
     const std::string first = Files::read(deep);
     EXPECT_EQ(ProjectStore::openOrReplace(deep).movedAside, std::nullopt);
