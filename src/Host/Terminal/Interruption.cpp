@@ -3,6 +3,7 @@
 #include "Platform/Leftover.h"
 #include "Platform/ProcessEnd.h"
 #include "Platform/StandardStreams.h"
+#include "Platform/TerminalInput.h"
 
 #include <atomic>
 
@@ -23,6 +24,7 @@ void writeUndo()
 void end(int signal)
 {
     writeUndo();
+    TypedKeys::restore();
     Leftover::removeAll();
     ProcessEnd::leaveBy(signal);
 }
