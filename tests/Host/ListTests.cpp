@@ -93,5 +93,32 @@ TEST(List, IsMadeForEyesAndForPrograms)
     EXPECT_THAT(csv.output(), testing::Not(HasSubstr("\033[2J")));
 }
 
+TEST(List, GoesThroughAPagerWhereItIsLongerThanTheTerminal)
+{
+    const test::HostHistory lab;
+    for (int number = 0; number < 25; ++number)
+        lab.answered(lab.leaf, "{}");
+    const struct {
+        std::string pager;
+        std::vector<std::string> arguments;
+        std::string shown, missing;
+    } cases[] = {
+        {"sed s/^/paged/", {"list"}, "paged", "\nrun"},
+        {"sed s/^/paged/", {"list", "-n", "9"}, "run", "paged"},
+        {"sed s/^/paged/", {"list", "--no-pager"}, "run", "paged"},
+        {"head -n 1", {"list"}, "run", "leaf"},
+        {"no-such-program", {"list"}, "leaf", "veltry:"},
+        {"", {"list"}, "leaf", "veltry:"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.pager);
+        ChildProcess::Environment environment = lab.environment();
+        environment["PAGER"] = c.pager;
+        test::PseudoTerminal terminal(test::hostProgram(), c.arguments, environment, lab.repository.path());
+        EXPECT_EQ(terminal.wait(), 0);
+        EXPECT_THAT(terminal.output(), testing::AllOf(HasSubstr(c.shown), testing::Not(HasSubstr(c.missing))));
+    }
+}
+
 } // namespace
 } // namespace veltry

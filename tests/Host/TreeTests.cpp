@@ -109,6 +109,24 @@ TEST(Tree, IsDrawnAgainWhenSomethingChangesAndLeavesTheTerminalAsItWas)
     EXPECT_THAT(terminal.output(), testing::EndsWith("\033[?25h\033[?1049l"));
 }
 
+TEST(Tree, ScrollsWhileItIsWatchedAndQuits)
+{
+    test::HostHistory lab;
+    for (int number = 0; number < 25; ++number)
+        static_cast<void>(lab.child(lab.leaf, "Number " + std::to_string(number)));
+    test::PseudoTerminal terminal(test::hostProgram(), {"tree", "--watch"}, lab.environment(), lab.repository.path());
+    ASSERT_TRUE(terminal.shows("6 lines more"));
+    terminal.type("jj");
+    ASSERT_TRUE(terminal.shows("2 lines above, 4 below"));
+    terminal.type("\033[6~");
+    ASSERT_TRUE(terminal.shows("Number 24"));
+    terminal.type("\033[5~\033[H");
+    ASSERT_TRUE(terminal.shows("6 lines more"));
+    terminal.type("q");
+    EXPECT_EQ(terminal.wait(), 0);
+    EXPECT_THAT(terminal.output(), testing::EndsWith("\033[?25h\033[?1049l"));
+}
+
 TEST(Tree, SaysWhatToDoInAnEmptyProject)
 {
     const test::HostLab lab;

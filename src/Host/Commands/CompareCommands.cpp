@@ -1,7 +1,9 @@
 #include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
+#include "Host/Commands/SharedOptions.h"
 #include "Host/Context.h"
+#include "Host/Terminal/Pager.h"
 #include "Host/Terminal/Progress.h"
 #include "Host/Terminal/SideBySide.h"
 #include "Host/Terminal/Times.h"
@@ -156,7 +158,7 @@ TextTable::Cell factText(const Side& side, std::string_view name)
     return {side.run->endedAt ? Times::length(RunWords::seconds(*side.run)) : ""};
 }
 
-void print(const Context& context, const std::vector<Side>& sides)
+void print(const Context& context, const std::vector<Side>& sides, bool direct)
 {
     std::string text = rows(context, sides, {"state", "run", "took"}, factText, "");
     if (const std::vector<std::string> keys = inOrder(sides, keysOf); !keys.empty())
@@ -187,7 +189,7 @@ void print(const Context& context, const std::vector<Side>& sides)
                        context, sides, paths,
                        [](const Side& side, const std::string& path) { return TextTable::Cell{fileText(side, path)}; },
                        "files changed");
-    context.print(text);
+    writePaged(context.out(), text, direct);
     for (const Side& side : sides)
         if (!side.changes)
             context.note(text::oneLine(fmt::format("The changes of {}: {}", side.name, side.changes.error())));
@@ -226,7 +228,7 @@ void compare(Context& context, const Arguments& arguments)
             sides.push_back(side(context.lab(), named));
     }
     if (!context.json())
-        return print(context, sides);
+        return print(context, sides, arguments.has(noPagerOption.names));
     JSONValue::Array documents;
     for (const Side& each : sides)
         documents.push_back(json(each, sides.front()));
@@ -237,6 +239,7 @@ constexpr std::array options = {
     Option{
         "NODE|RUN", "", "Nodes or runs; differences are to the first", Option::Count::oneOrMore,
         Option::Completion::node},
+    noPagerOption,
 };
 
 constexpr std::array table = {

@@ -1,7 +1,9 @@
 #include "Base/Numbers.h"
 #include "Base/Text.h"
 #include "Host/Commands/Commands.h"
+#include "Host/Commands/SharedOptions.h"
 #include "Host/Context.h"
+#include "Host/Terminal/Pager.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/Times.h"
 #include "Host/Views/NodeState.h"
@@ -197,7 +199,8 @@ void list(Context& context, const Arguments& arguments)
     std::string hidden;
     if (!wereChosen && !arguments.has("--all-columns"))
         hidden = hideConstant(table, columns, sortedBy);
-    context.print(forEyes(context, table, columns, wereChosen, sortedBy));
+    writePaged(
+        context.out(), forEyes(context, table, columns, wereChosen, sortedBy), arguments.has(noPagerOption.names));
     if (!hidden.empty())
         context.note(hidden);
 }
@@ -212,6 +215,7 @@ constexpr std::array options = {
     Option{"-n,--last", "N", "Only the last N runs of those"},
     Option{"--columns", "KEY,KEY", "These columns, in this order", Option::Count::many},
     Option{"--all-columns", "", "Also those in which all of the runs have the same"},
+    noPagerOption,
     Option{"--csv", "", "Write comma-separated values with all digits and, unless --columns chooses, all columns"},
 };
 

@@ -14,6 +14,9 @@ inline constexpr Option clientOption = {
     Option::Completion::none,
     ClientConfiguration::kinds};
 
+/// For tables that may be longer than the terminal (writePaged()).
+inline constexpr Option noPagerOption = {"--no-pager", "", "Don't show in a pager what is longer than the terminal"};
+
 inline constexpr Option runOption = {
     "RUN", "", "The run, by its number or id", Option::Count::required, Option::Completion::run};
 

@@ -3,7 +3,9 @@
 #include "Experiments/Telemetry/Telemetry.h"
 #include "Host/CommandLine/Nearest.h"
 #include "Host/Commands/Commands.h"
+#include "Host/Commands/SharedOptions.h"
 #include "Host/Context.h"
+#include "Host/Terminal/Pager.h"
 #include "Host/Terminal/Screen.h"
 #include "Host/Terminal/TextTable.h"
 #include "Host/Terminal/Times.h"
@@ -11,6 +13,7 @@
 #include "Host/Views/NodeState.h"
 #include "Host/Views/StoreWatch.h"
 #include "Host/Views/TreeJSON.h"
+#include "Platform/TerminalInput.h"
 
 #include <fmt/format.h>
 
@@ -24,7 +27,8 @@ namespace veltry::Commands {
 
 namespace {
 
-constexpr std::chrono::seconds betweenLooks(1); // at what runs
+constexpr std::chrono::milliseconds betweenLooks(200);
+constexpr std::chrono::seconds betweenReadings(1); // of what runs
 
 struct Wish {
     bool all;
@@ -232,6 +236,44 @@ View viewed(const Context& context, const Lab& lab, const Wish& wish, Live* live
     return view;
 }
 
+/// Until Ctrl-C or q.
+void watch(const Context& context, const Lab& lab, const Wish& wish)
+{
+    using Clock = std::chrono::steady_clock;
+    StoreWatch store(lab, context.out());
+    Screen screen(context.out());
+    std::optional<TypedKeys> keys;
+    if (context.out().canRedraw())
+        keys.emplace();
+    Live live;
+    std::string text;
+    bool isMoving = false;
+    Clock::time_point drawn;
+    const auto draw = [&] {
+        const View view = viewed(context, lab, wish, &live);
+        text = view.note.empty() ? view.text : view.text + view.note + "\n";
+        isMoving = keys && !lab.store->runsInFlight(lab.project.id).runs.empty();
+        drawn = Clock::now();
+        screen.show(text);
+    };
+    draw();
+    while (true) {
+        std::string typed;
+        if (keys)
+            typed = keys->read(betweenLooks);
+        else
+            context.out().rest(betweenLooks);
+        const Screen::Wish asked = screen.typed(typed);
+        if (asked == Screen::Wish::quit)
+            return;
+        const bool hasChanged = store.wait(std::chrono::milliseconds(0)) != StoreWatch::Event::timedOut;
+        if (hasChanged || (isMoving && Clock::now() - drawn >= betweenReadings))
+            draw();
+        else if (asked == Screen::Wish::scroll)
+            screen.show(text);
+    }
+}
+
 void tree(Context& context, const Arguments& arguments)
 {
     const Wish wish{
@@ -243,23 +285,16 @@ void tree(Context& context, const Arguments& arguments)
     const Lab& lab = context.lab();
     if (!arguments.has("--watch")) {
         const View view = viewed(context, lab, wish);
-        context.print(view.text);
+        writePaged(context.out(), view.text, context.json() || arguments.has(noPagerOption.names));
         return view.note.empty() ? void() : context.note(view.note);
     }
-    StoreWatch watch(lab, context.out());
-    Screen screen(context.out());
-    Live live;
-    while (true) {
-        const View view = viewed(context, lab, wish, &live);
-        screen.show(view.note.empty() ? view.text : view.text + view.note + "\n");
-        const bool isMoving = context.out().canRedraw() && !lab.store->runsInFlight(lab.project.id).runs.empty();
-        static_cast<void>(isMoving ? watch.wait(betweenLooks) : watch.wait());
-    }
+    watch(context, lab, wish);
 }
 
 constexpr std::array options = {
     Option{"--all", "", "Archived nodes as well"},
-    Option{"--watch", "", "Draw it again whenever something changes, until Ctrl-C"},
+    Option{"--watch", "", "Draw it again whenever something changes, until q or Ctrl-C; the arrow keys scroll"},
+    noPagerOption,
     Option{"--metric", "KEY", "The number of the results to show; by default the one that most of them have"},
     Option{
         "--best", "DIRECTION", "Mark the best node: the one whose number is the least, or the greatest",

@@ -3,6 +3,7 @@
 #include "Platform/Leftover.h"
 #include "Platform/ProcessEnd.h"
 #include "Platform/StandardStreams.h"
+#include "Platform/TerminalInput.h"
 
 #include <atomic>
 
@@ -24,6 +25,7 @@ void writeUndo()
 void end(int signal)
 {
     writeUndo();
+    TypedKeys::restore();
     // After the terminal is itself again, which can't fail.
     Leftover::removeAll();
     ProcessEnd::leaveBy(signal);

@@ -4,6 +4,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <functional>
+#include <limits>
+
 namespace veltry {
 
 namespace {
@@ -35,19 +39,56 @@ void Screen::show(std::string_view view)
     if (!lines.empty() && lines.back().empty())
         lines.pop_back();
     const std::size_t rows = terminal_->size()->rows;
+    const bool isLonger = lines.size() > rows;
+    const std::size_t room = isLonger && rows > 0 ? rows - 1 : rows;
+    top_ = isLonger ? std::min(top_, lines.size() - room) : 0;
     std::string text(home);
-    for (std::size_t index = 0; index < lines.size(); ++index) {
-        const bool isLastRow = index + 1 == rows;
-        if (isLastRow && lines.size() > rows)
-            text += terminal_->styled(Style::dim, fmt::format("{} lines more", lines.size() - index));
+    for (std::size_t row = 0; row < std::min(rows, lines.size()); ++row) {
+        const std::size_t index = top_ + row;
+        if (isLonger && row == room)
+            text += terminal_->styled(
+                Style::dim, top_ > 0 ? fmt::format("{} lines above, {} below", top_, lines.size() - index)
+                                     : fmt::format("{} lines more", lines.size() - index));
         else
             text += lines[index];
         text += clearToLineEnd;
-        if (isLastRow)
-            break;
-        text += "\r\n";
+        if (row + 1 < rows)
+            text += "\r\n";
     }
     terminal_->write(text.append(clearBelow));
+}
+
+Screen::Wish Screen::typed(std::string_view keys)
+{
+    const std::optional<Terminal::Size> size = terminal_->size();
+    const std::size_t page = size && size->rows > 2 ? size->rows - 2 : 1;
+    constexpr std::size_t end = std::numeric_limits<std::size_t>::max() / 2; // show() knows how far it is
+    const auto up = [&](std::size_t lines) { top_ -= std::min(top_, lines); };
+    const auto down = [&](std::size_t lines) { top_ = std::min(end, top_ + lines); };
+    const struct {
+        std::string_view sequence;
+        std::function<void()> act;
+    } known[] = {
+        {"\033[A", [&] { up(1); }},     {"\033OA", [&] { up(1); }},   {"k", [&] { up(1); }},
+        {"\033[B", [&] { down(1); }},   {"\033OB", [&] { down(1); }}, {"j", [&] { down(1); }},
+        {"\033[5~", [&] { up(page); }}, {"b", [&] { up(page); }},     {"\033[6~", [&] { down(page); }},
+        {" ", [&] { down(page); }},     {"g", [&] { up(end); }},      {"G", [&] { down(end); }},
+    };
+    Wish wish = Wish::nothing;
+    while (!keys.empty()) {
+        if (keys.front() == 'q')
+            return Wish::quit;
+        const auto key = std::ranges::find_if(known, [&](const auto& each) { return keys.starts_with(each.sequence); });
+        if (key != std::end(known)) {
+            key->act();
+            wish = Wish::scroll;
+            keys.remove_prefix(key->sequence.size());
+        } else {
+            // The letters of another special key's sequence aren't keys.
+            keys.remove_prefix(keys.front() == '\033' ? keys.size() : 1);
+        }
+    }
+    return wish;
 }
 
 } // namespace veltry

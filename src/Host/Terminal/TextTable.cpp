@@ -51,6 +51,20 @@ bool TextTable::isEmpty(std::size_t column) const
         rows_, [&](const std::vector<Cell>& row) { return column >= row.size() || row[column].text.empty(); });
 }
 
+std::size_t TextTable::widestNumber(std::size_t column) const
+{
+    std::size_t widest = 0;
+    for (const std::vector<Cell>& row : rows_) {
+        if (column >= row.size())
+            continue;
+        const std::string_view text = row[column].text;
+        const std::size_t end = std::min(text.find(' '), text.size());
+        if (isPlainNumber(text.substr(0, end)) && (end == text.size() || text.substr(end).starts_with(" (")))
+            widest = std::max(widest, text::columns(text));
+    }
+    return widest;
+}
+
 void TextTable::alignDecimals(std::size_t column)
 {
     std::size_t longest = 0;
@@ -97,7 +111,8 @@ std::vector<std::optional<std::size_t>> TextTable::widths(const Terminal& termin
     const auto give = [&](std::size_t index) {
         if (!widths[index])
             return;
-        const std::size_t most = *widths[index] > narrowest ? *widths[index] - narrowest : 0;
+        const std::size_t floor = std::max(narrowest, widestNumber(index));
+        const std::size_t most = *widths[index] > floor ? *widths[index] - floor : 0;
         const std::size_t given = std::min(most, total > size->columns ? total - size->columns : 0);
         *widths[index] -= given;
         total -= given;
@@ -108,7 +123,7 @@ std::vector<std::optional<std::size_t>> TextTable::widths(const Terminal& termin
     for (std::size_t index = columns_.size(); index-- > 0;)
         if (!columns_[index].toTheRight)
             give(index);
-    leaveOut([&](std::size_t index) { return index > 0 && columns_[index].toTheRight; });
+    leaveOut([&](std::size_t index) { return index > 0 && (columns_[index].toTheRight || widestNumber(index) > 0); });
     return widths;
 }
 

@@ -40,6 +40,8 @@ private:
     /// The width of each column; nothing for one that is left out.
     [[nodiscard]] std::vector<std::optional<std::size_t>> widths(const Terminal& terminal) const;
     [[nodiscard]] bool isEmpty(std::size_t column) const;
+    /// How much the widest takes of its cells "0.5" and "0.5 (+0.1)"; 0 without any.
+    [[nodiscard]] std::size_t widestNumber(std::size_t column) const;
     void alignDecimals(std::size_t column);
     [[nodiscard]] std::string fittedText(const Terminal& terminal, std::vector<std::string>& leftOut) const;
 

@@ -34,17 +34,19 @@ Cell seconds(const Row& row)
 struct OwnColumn {
     std::string_view name;
     Cell (*cell)(const Row& row);
+    bool isNumber = false;
 };
 
 constexpr std::array ownColumns = {
-    OwnColumn{"run", [](const Row& row) { return Cell(static_cast<double>(row.run->number)); }},
+    OwnColumn{"run", [](const Row& row) { return Cell(static_cast<double>(row.run->number)); }, true},
     OwnColumn{"node", [](const Row& row) { return Cell(row.node->record.slug); }},
     OwnColumn{"title", [](const Row& row) { return Cell(row.node->record.title); }},
     OwnColumn{"status", [](const Row& row) { return Cell(std::string(toWord(row.run->status))); }},
-    OwnColumn{"exit", [](const Row& row) { return row.run->exitCode ? Cell(double(*row.run->exitCode)) : Cell(); }},
+    OwnColumn{
+        "exit", [](const Row& row) { return row.run->exitCode ? Cell(double(*row.run->exitCode)) : Cell(); }, true},
     OwnColumn{"began", [](const Row& row) { return Cell(row.run->createdAt.iso8601()); }},
     OwnColumn{"ended", [](const Row& row) { return row.run->endedAt ? Cell(row.run->endedAt->iso8601()) : Cell(); }},
-    OwnColumn{"seconds", &seconds},
+    OwnColumn{"seconds", &seconds, true},
     OwnColumn{"commit", [](const Row& row) { return Cell(row.run->commit); }},
 };
 
@@ -226,19 +228,26 @@ RunTable::RunTable(const ExperimentTree& tree) : tree_(&tree)
     }
 
     for (std::size_t own = 0; own < ownColumns.size(); ++own)
-        define(std::string(ownColumns.at(own).name), {.kind = Kind::own, .own = own, .key = ""});
+        define(
+            std::string(ownColumns.at(own).name),
+            {.kind = Kind::own,
+             .own = own,
+             .key = "",
+             .numbers = ownColumns.at(own).isNumber ? Numbers::only : Numbers::none});
     std::vector<std::string_view> keys;
-    std::unordered_map<std::string_view, bool> hasNumbers;
+    std::unordered_map<std::string_view, Numbers> numbersOf;
     for (const Row& row : rows_)
         for (const ResultValue& value : valuesOf(*row.run)) {
-            const auto [place, isNew] = hasNumbers.emplace(value.key, false);
+            const Numbers kind = value.number() ? Numbers::only : Numbers::none;
+            const auto [place, isNew] = numbersOf.emplace(value.key, kind);
             if (isNew)
                 keys.push_back(value.key);
-            place->second |= value.number() != nullptr;
+            else if (place->second != kind)
+                place->second = Numbers::some;
         }
     std::unordered_set<std::string> taken(names_.begin(), names_.end());
-    for (const auto& [key, isNumber] : hasNumbers)
-        if (isNumber) {
+    for (const auto& [key, numbers] : numbersOf)
+        if (numbers != Numbers::none) {
             taken.insert(std::string(key) + ":parent");
             taken.insert(std::string(key) + ":baseline");
         }
@@ -247,21 +256,13 @@ RunTable::RunTable(const ExperimentTree& tree) : tree_(&tree)
         while (taken.contains(name))
             name.insert(0, "result.");
         taken.insert(name);
-        define(name, {.kind = Kind::value, .own = 0, .key = std::string(key)});
-        if (!hasNumbers.at(key))
+        define(name, {.kind = Kind::value, .own = 0, .key = std::string(key), .numbers = numbersOf.at(key)});
+        if (numbersOf.at(key) == Numbers::none)
             continue;
-        define(name + ":parent", {.kind = Kind::toParent, .own = 0, .key = std::string(key)});
-        define(name + ":baseline", {.kind = Kind::toBaseline, .own = 0, .key = std::string(key)});
-    }
-    for (Column column = 0; column < names_.size(); ++column) {
-        bool hasTexts = false;
-        bool isNumber = names_[column] == "seconds" || names_[column] == "exit" || isDifference(column);
-        for (const Row& row : rows_) {
-            const Cell each = cell(row, column);
-            isNumber |= std::holds_alternative<double>(each);
-            hasTexts |= std::holds_alternative<std::string>(each);
-        }
-        numbers_.push_back(!isNumber ? Numbers::none : hasTexts ? Numbers::some : Numbers::only);
+        define(name + ":parent", {.kind = Kind::toParent, .own = 0, .key = std::string(key), .numbers = Numbers::only});
+        define(
+            name + ":baseline",
+            {.kind = Kind::toBaseline, .own = 0, .key = std::string(key), .numbers = Numbers::only});
     }
 }
 
@@ -323,7 +324,7 @@ void RunTable::keepWhere(std::string_view condition)
             "\"{}\" begins with a number. Write the column first: \"val_loss < 0.5\"; two conditions are two --where.",
             condition));
     const Column asked = column(wanted.key);
-    if (const Numbers kind = numbers_.at(asked); kind != Numbers::none && wanted.comparison->holds) {
+    if (const Numbers kind = definitions_.at(asked).numbers; kind != Numbers::none && wanted.comparison->holds) {
         wanted.number = measured(wanted.value, unitsOf(wanted.key));
         // Where texts stand among the numbers, "= diverged" asks for one of them.
         if (!wanted.number && (kind == Numbers::only || wanted.isOrder()))
@@ -348,7 +349,8 @@ void RunTable::keepLast(std::size_t count)
 
 bool RunTable::isConstant(Column column) const
 {
-    return std::ranges::all_of(rows_, [&](const Row& row) { return cell(row, column) == cell(rows_.front(), column); });
+    const Cell first = rows_.empty() ? Cell() : cell(rows_.front(), column);
+    return std::ranges::all_of(rows_, [&](const Row& row) { return cell(row, column) == first; });
 }
 
 void RunTable::sort(Column column, bool descending)

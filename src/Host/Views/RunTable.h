@@ -64,6 +64,7 @@ private:
         Kind kind;
         std::size_t own; ///< the place among the run's own columns
         std::string key; ///< of the result
+        Numbers numbers; ///< whether the runs have numbers there, or texts as well
     };
 
     void define(std::string name, Definition definition);
@@ -73,7 +74,6 @@ private:
     std::vector<Row> rows_;
     std::vector<std::string> names_;
     std::vector<Definition> definitions_;
-    std::vector<Numbers> numbers_; // of each column, among all runs
 };
 
 /// The cell for programs.
