@@ -18,7 +18,7 @@ TEST(HostCommand, SaysOfEachCommandLineThatMeansNothingWhatWasMeantPerhaps)
         {{"treee"}, "There is no command treee. Did you mean tree? veltry --help lists them."},
         {{"--json", "tree"},
          "The command comes before its options, and so before --json. veltry --help lists the commands."},
-        {{"project"}, "project needs a second word, one of these: rename, add-folder, remove."},
+        {{"project"}, "project needs a second word, one of these: rename, add-folder, move, remove."},
         {{"project", "remov"}, "There is no command project remov. Did you mean remove? After project comes"},
         {{"papers", "serch", "x"}, "There is no command papers serch. Did you mean search?"},
         {{"tree", "a", "b"}, "tree doesn't take a b. veltry tree --help tells what it takes."},
