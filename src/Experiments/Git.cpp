@@ -110,13 +110,9 @@ bool Git::isRepository() const
     }
 }
 
-std::optional<std::filesystem::path> Git::topLevel() const
+std::filesystem::path Git::topLevel() const
 {
-    try {
-        return run({"rev-parse", "--show-toplevel"});
-    } catch (const Error&) {
-        return std::nullopt; // no work tree, no git
-    }
+    return run({"rev-parse", "--show-toplevel"}, {}, {{"LC_ALL", "C"}});
 }
 
 std::optional<std::string> Git::fileOf(std::string_view commit, std::string_view path) const

@@ -65,8 +65,8 @@ public:
 
     /// True if the folder lies in a work tree. False for any failure.
     [[nodiscard]] bool isRepository() const;
-    /// The work tree's uppermost folder, absolute and free of links. Nothing outside a work tree, and for any failure.
-    [[nodiscard]] std::optional<std::filesystem::path> topLevel() const;
+    /// The work tree's uppermost folder, absolute and free of links. Fails with git's words in English.
+    [[nodiscard]] std::filesystem::path topLevel() const;
 
     /// Makes `entry` a line of the repository's `info/exclude`, which no commit ever holds, unless it is one already.
     /// From a linked work tree it reaches the file that all its siblings share.

@@ -79,9 +79,10 @@ const Project& projectAround(const std::vector<Project>& projects, const std::fi
     std::size_t longest = 0;
     for (const Project& project : projects)
         for (const std::filesystem::path& folder : project.folders)
-            if (folder.native().size() >= longest && holds(folder, directory)) {
+            if (const std::filesystem::path real = Context::realFolder(folder);
+                real.native().size() >= longest && holds(real, directory)) {
                 found = &project;
-                longest = folder.native().size();
+                longest = real.native().size();
             }
     if (found)
         return *found;
@@ -89,8 +90,8 @@ const Project& projectAround(const std::vector<Project>& projects, const std::fi
     for (const Project& project : projects)
         if (!project.folders.empty() && !Files::exists(project.folders.front()))
             gone += fmt::format(
-                " The folder of {}, {}, is gone; if this is it, move it back.", project.name,
-                project.folders.front().string());
+                " The folder of {}, {}, is gone; if this is it: veltry project move . --project {}.", project.name,
+                project.folders.front().string(), project.id.text().substr(0, shownIDStart));
     throw Refusal(fmt::format(
         "No project's folder contains {}.{} Change to one, name it with --project, or register this one: veltry init.",
         directory.string(), gone));
@@ -101,7 +102,27 @@ Refusal noRun(std::string_view given)
     return Refusal(fmt::format("There is no run \"{}\". veltry list shows the runs with their numbers.", given));
 }
 
+/// A name of several records is the name of none: whoever gets the oldest doesn't see that there were others.
+template <typename Record>
+void refuseSeveral(const std::vector<Record>& found, std::string_view given, std::string_view what)
+{
+    if (found.size() < 2)
+        return;
+    std::string ids;
+    for (const Record& record : found)
+        ids += (ids.empty() ? "" : ", ") + record.id.text();
+    throw Refusal(fmt::format(
+        "{} {} match \"{}\". Name one by its id or more of the start of it: {}.", found.size(), what, given, ids));
+}
+
 } // namespace
+
+std::filesystem::path Context::realFolder(const std::filesystem::path& folder)
+{
+    std::error_code error;
+    std::filesystem::path real = std::filesystem::canonical(folder, error);
+    return error ? folder : real;
+}
 
 Refusal Context::refusal(const DatabaseError& error) const
 {
@@ -128,7 +149,10 @@ void Context::note(std::string_view line) const
 
 std::filesystem::path Context::storePath() const
 {
-    return common_.database ? std::filesystem::absolute(*common_.database) : ProjectStore::defaultPath();
+    const std::filesystem::path path = common_.database.value_or(ProjectStore::defaultPath());
+    if (path.empty())
+        throw Refusal("VELTRY_DATABASE_PATH is empty. Unset it, or let it name the store's file.");
+    return std::filesystem::absolute(path);
 }
 
 const std::shared_ptr<ProjectStore>& Context::store()
@@ -165,12 +189,17 @@ const Lab& Context::lab()
         if (mine.folders.empty())
             throw Refusal(
                 fmt::format("The project {} has no folder. Add its repository: veltry project add-folder.", mine.name));
-        if (!Files::isFolder(mine.folders.front()))
-            throw Refusal(fmt::format(
-                "The folder of the project {}, {}, is gone. {}", mine.name, mine.folders.front().string(),
-                movedFolder));
         lab_.emplace(store(), mine, Lab::defaultRuns(), tools());
     }
+    return *lab_;
+}
+
+const Lab& Context::workingLab()
+{
+    const Project& mine = lab().project;
+    if (!Files::isFolder(mine.folders.front()))
+        throw Refusal(fmt::format(
+            "The folder of the project {}, {}, is gone. {}", mine.name, mine.folders.front().string(), movedFolder));
     return *lab_;
 }
 
@@ -208,10 +237,14 @@ Run Context::run(std::string_view given)
         found = store()->run(*id);
     if (found && found->projectID == project().id)
         return std::move(*found);
+    std::vector<Run> begun;
     if (name.size() >= shortestIDStart)
         for (Run& run : store()->runs(project().id))
             if (names(name, run.id))
-                return std::move(run);
+                begun.push_back(std::move(run));
+    refuseSeveral(begun, given, "runs");
+    if (!begun.empty())
+        return std::move(begun.front());
     throw noRun(given);
 }
 
@@ -260,11 +293,15 @@ std::string Context::titleOf(const Run& run)
 Conversation Context::conversation(std::string_view given)
 {
     std::vector<std::string> known;
+    std::vector<Conversation> found;
     for (Conversation& conversation : store()->conversations(project().id)) {
-        if (conversation.title == given || names(given, conversation.id))
-            return std::move(conversation);
         known.push_back(conversation.title);
+        if (conversation.title == given || names(given, conversation.id))
+            found.push_back(std::move(conversation));
     }
+    refuseSeveral(found, given, "conversations");
+    if (!found.empty())
+        return std::move(found.front());
     throw Refusal(fmt::format(
         "There is no conversation \"{}\".{} veltry conversations lists them.", given, didYouMean(given, known)));
 }
@@ -281,12 +318,14 @@ AgentQuestions Context::round(std::string_view given)
     if (const std::optional<std::int64_t> place = text::integer(given); place && *place >= 1)
         if (const auto index = static_cast<std::size_t>(*place - 1); index < open.size())
             return std::move(open[index]);
-    for (AgentQuestions& round : open)
-        if (names(given, round.id))
-            return std::move(round);
+    const bool isNone = open.empty();
+    std::erase_if(open, [&](const AgentQuestions& round) { return !names(given, round.id); });
+    refuseSeveral(open, given, "rounds");
+    if (!open.empty())
+        return std::move(open.front());
     throw Refusal(
-        open.empty() ? fmt::format("There is no round \"{}\": no agent of the project is asking anything.", given)
-                     : fmt::format("There is no round \"{}\". veltry questions lists the open ones.", given));
+        isNone ? fmt::format("There is no round \"{}\": no agent of the project is asking anything.", given)
+               : fmt::format("There is no round \"{}\". veltry questions lists the open ones.", given));
 }
 
 std::filesystem::path Context::settingsPath()

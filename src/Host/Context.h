@@ -42,6 +42,9 @@ public:
     void note(std::string_view line) const;
 
     [[nodiscard]] std::filesystem::path storePath() const;
+    /// A project's folder without links and without a separator at its end, as other programs may have stored it; as
+    /// it is stored where it isn't there.
+    [[nodiscard]] static std::filesystem::path realFolder(const std::filesystem::path& folder);
     /// What a failure of the store means to a person, and what to do.
     [[nodiscard]] Refusal refusal(const DatabaseError& error) const;
     /// Throws Refusal if there is no store or one that is newer than this program, DatabaseError for one that is
@@ -54,9 +57,13 @@ public:
     [[nodiscard]] const Project& project();
     /// What to do about a project's folder that is gone.
     static constexpr std::string_view movedFolder =
-        "Move it back: veltry init where it is now would begin a project without its experiments.";
-    /// Throws Refusal as project() does, and if the project's repository is gone.
+        "If it was moved: veltry project move FOLDER --project NAME. (veltry init would begin a project without its "
+        "experiments.)";
+    /// For what the store and the run folders tell, also of a project whose repository was moved or is out of reach.
+    /// Throws Refusal as project() does, and for a project without folders.
     [[nodiscard]] const Lab& lab();
+    /// For what works in the repository. Throws Refusal as lab() does, and if the repository is gone.
+    [[nodiscard]] const Lab& workingLab();
 
     /// The node of the project by its id or the start of one, its slug, its branch or its title; by "#3" the node of a
     /// run. Throws Refusal with the names that are near.
@@ -79,7 +86,8 @@ public:
     /// The title of the run's node; empty if it can't be read.
     [[nodiscard]] std::string titleOf(const Run& run);
 
-    /// The conversation of the project by its id or the start of one, or by its title. Throws Refusal.
+    /// The conversation of the project by its id or the start of one, or by its title. Throws Refusal, also for a name
+    /// of several, as run() and round() do.
     [[nodiscard]] Conversation conversation(std::string_view given);
     /// The open round of questions by its place in `questions`, from 1, or by its id or the start of one; by a whole id
     /// that of any project. Throws Refusal, also for one that was closed.

@@ -114,6 +114,9 @@ public:
     /// Adds the folder after the others; does nothing if the project has it. Throws DatabaseError for an unknown
     /// project.
     void addFolder(const std::filesystem::path& folder, const UUID& projectID);
+    /// The project's first folder, the repository, lies there now. Folders of the project below the old place follow.
+    /// Throws ProjectStoreError (noFolders) for a project without folders or an unknown one.
+    void moveProject(const UUID& projectID, const std::filesystem::path& folder);
     /// Takes everything of the project with it: conversations, experiments, runs.
     void removeProject(const UUID& id);
 

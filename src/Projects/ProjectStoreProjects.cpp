@@ -133,6 +133,31 @@ void ProjectStore::addFolder(const Path& folder, const UUID& projectID)
     });
 }
 
+void ProjectStore::moveProject(const UUID& projectID, const Path& folder)
+{
+    const Path there = standard(folder);
+    database_->write([&](Connection& connection) {
+        std::vector<Path> folders;
+        Statement rows =
+            connection.query("SELECT path FROM project_folder WHERE project_id = ? ORDER BY position", projectID);
+        while (rows.step())
+            folders.push_back(rows.path(0));
+        if (folders.empty())
+            throw ProjectStoreError(ProjectStoreError::Kind::noFolders);
+        const Path old = standard(folders.front());
+        std::vector<Path> moved;
+        for (const Path& each : folders) {
+            const Path inner = standard(each).lexically_relative(old);
+            const bool isInside = !inner.empty() && *inner.begin() != "..";
+            moved.push_back(isInside ? there / inner : each);
+        }
+        connection.execute("DELETE FROM project_folder WHERE project_id = ?", projectID);
+        std::int64_t position = 0;
+        for (const Path& each : standardOnce(moved))
+            insertFolder(connection, projectID, position++, each);
+    });
+}
+
 void ProjectStore::removeProject(const UUID& id)
 {
     database_->write([&](Connection& connection) { connection.execute("DELETE FROM project WHERE id = ?", id); });

@@ -167,7 +167,9 @@ void serve(const Options& options)
     // The store comes before the mode's own options: what is wrong with it is told first.
     std::shared_ptr<ProjectStore> store = openStore(options);
     Project project = findProject(*store, requiredOption(options, "--project"));
-    const std::optional<std::string> runs = option(options, "--runs");
+    std::optional<std::string> runs = option(options, "--runs");
+    if (runs && runs->empty())
+        runs = requiredOption(options, "--runs");
     Lab lab(
         std::move(store), std::move(project), runs ? std::filesystem::absolute(*runs) : Lab::defaultRuns(),
         // The supervisors that it starts are this same program.

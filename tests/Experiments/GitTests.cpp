@@ -66,7 +66,7 @@ TEST(Git, TellsARepositoryAndItsTop)
     EXPECT_EQ(Git(repository / "deep/er").topLevel(), repository.path());
     for (const std::filesystem::path& folder : {repository / ".git", empty.path()}) {
         EXPECT_FALSE(Git(folder).isRepository()) << folder;
-        EXPECT_EQ(Git(folder).topLevel(), std::nullopt) << folder;
+        EXPECT_THROW(static_cast<void>(Git(folder).topLevel()), Git::Failure) << folder;
     }
 }
 

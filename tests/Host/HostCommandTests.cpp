@@ -18,7 +18,7 @@ TEST(HostCommand, SaysOfEachCommandLineThatMeansNothingWhatWasMeantPerhaps)
         {{"treee"}, "There is no command treee. Did you mean tree? veltry --help lists them."},
         {{"--json", "tree"},
          "The command comes before its options, and so before --json. veltry --help lists the commands."},
-        {{"project"}, "project needs a second word, one of these: rename, add-folder, remove."},
+        {{"project"}, "project needs a second word, one of these: rename, add-folder, move, remove."},
         {{"project", "remov"}, "There is no command project remov. Did you mean remove? After project comes"},
         {{"papers", "serch", "x"}, "There is no command papers serch. Did you mean search?"},
         {{"tree", "a", "b"}, "tree doesn't take a b. veltry tree --help tells what it takes."},
@@ -45,10 +45,17 @@ TEST(HostCommand, TellsWhoseFolderMovedSoWhereverItIsLookedFor)
     lab.store->createProject("Digits", {gone});
     EXPECT_THAT(
         test::runProgram(test::hostProgram(), {"tree"}, lab.environment(), other).error,
-        testing::HasSubstr("The folder of Digits, " + gone.string() + ", is gone; if this is it, move it back."));
+        testing::HasSubstr(
+            "The folder of Digits, " + gone.string() + ", is gone; if this is it: veltry project move ."));
     EXPECT_THAT(
-        lab.veltry({"tree", "--project", "Digits"}).error,
-        testing::HasSubstr("The folder of the project Digits, " + gone.string() + ", is gone. Move it back: "));
+        lab.veltry({"agent", "--project", "Digits", "x"}).error,
+        testing::HasSubstr("The folder of the project Digits, " + gone.string() + ", is gone. If it was moved: "));
+    EXPECT_EQ(lab.veltry({"tree", "--project", "Digits"}).exitNumber, 0) << "the history is there";
+    for (const auto& [arguments, error] : {
+             std::pair(std::vector<std::string>{"projects", "--db", ""}, "--db is empty. Name a file, or leave"),
+             std::pair(std::vector<std::string>{"new", "T", "--in", ""}, "--in is empty. Name a folder, or leave"),
+         })
+        EXPECT_THAT(lab.veltry(arguments).error, testing::HasSubstr(error));
 }
 
 TEST(HostCommand, TellsADamagedStoreFromOneThatCanNotBeReached)

@@ -68,6 +68,7 @@ TEST_F(InitTest, ASecondCallFindsEverythingAgainAndKeepsWhatThePersonWrote)
     EXPECT_EQ(second.output, first);
     EXPECT_THAT(second.error, HasSubstr("whose top is the project's folder"));
     EXPECT_THAT(second.error, HasSubstr("is registered already, as the project "));
+    EXPECT_THAT(second.error, HasSubstr("To rename it: veltry project rename \"Other\" --project "));
     EXPECT_EQ(Files::read(settings()), "# mine\n[agents]\ndefault = \"Codex\"\n");
     ProjectStore store(database());
     ASSERT_EQ(store.projects().size(), 1u);
@@ -121,6 +122,7 @@ TEST_F(InitTest, RefusesInOneLineAndMakesNothing)
     repository.git({"branch", "veltry/a"});
     repository.git({"worktree", "add", "--quiet", ".veltry/worktrees/a", "veltry/a"});
     const std::string plain = data_.path().string();
+    const std::string bare = (repository.path() / ".git").string();
     const std::string node = (repository.path() / ".veltry/worktrees/a").string();
 
     const struct {
@@ -138,6 +140,11 @@ TEST_F(InitTest, RefusesInOneLineAndMakesNothing)
          "veltry: " + plain +
              " is not a git repository. Run `git init` there and commit the project's code, "
              "then call veltry init again.\n"},
+        {{bare},
+         1,
+         "veltry: git refuses " + bare +
+             ". Do as it says, then call veltry init again. It says: fatal: this operation must be run in a work "
+             "tree\n"},
         {{node},
          1,
          "veltry: " + node + " is the worktree of an experiment. Its project is " + repository.path().string() + ".\n"},

@@ -66,6 +66,43 @@ TEST_F(ProjectCommandsTest, AddsFoldersOnce)
     EXPECT_EQ(lab_.veltry({"project", "add-folder", "/no/where"}).error, "veltry: There is no folder /no/where.\n");
 }
 
+TEST_F(ProjectCommandsTest, ANameOfSeveralConversationsIsRefusedAndOneIsShown)
+{
+    const Conversation first = talk("Same");
+    EXPECT_THAT(lab_.veltry({"conversations", "show", "Same"}).error, HasSubstr("Nothing was said in Same yet."));
+    lab_.store->saveTranscript(
+        first.id,
+        R"([{"id":"1","kind":{"user":{"_0":"Hello\u001b"}}},{"id":"2","kind":{"tool":{"_0":{"title":"ls"}}}}])");
+    EXPECT_EQ(lab_.words({"conversations", "show", "Same"}), "user\n Hello\uFFFD\n\n [] ls\n\n");
+    const Conversation second = talk("Same");
+    EXPECT_THAT(
+        lab_.veltry({"conversations", "archive", "Same"}).error,
+        HasSubstr("2 conversations match \"Same\". Name one by its id or more of the start of it: " + first.id.text()));
+    EXPECT_EQ(lab_.json({"conversations", "show", first.id.text()}).find("items")->array()->size(), 2u);
+}
+
+TEST_F(ProjectCommandsTest, AMovedProjectKeepsItsHistoryAndItsWorktrees)
+{
+    const Experiment node = lab_.baseline("true");
+    const std::filesystem::path moved = lab_ / "moved";
+    const auto there = [&](std::vector<std::string> arguments) {
+        arguments.insert(arguments.end(), {"--project", name_});
+        return test::runProgram(test::hostProgram(), arguments, lab_.environment(), "/");
+    };
+    EXPECT_THAT(there({"project", "move", (lab_ / ".").string()}).error, HasSubstr("is not a git repository"));
+    std::filesystem::rename(lab_.repository.path(), moved);
+    EXPECT_THAT(there({"tree"}).output, HasSubstr(node.title));
+    EXPECT_EQ(there({"project", "move", moved.string() + "/"}).exitNumber, 0);
+    EXPECT_EQ(lab_.store->projects().at(0).folders.front(), moved);
+    EXPECT_EQ(Git(moved / ".veltry/worktrees" / node.slug).run({"status", "--porcelain"}), "");
+    std::filesystem::create_symlink(moved, lab_ / "link");
+    lab_.store->moveProject(lab_.lab.project.id, lab_ / "link"); // as another program may have stored it
+    EXPECT_EQ(test::runProgram(test::hostProgram(), {"tree"}, lab_.environment(), moved).exitNumber, 0);
+    EXPECT_EQ(test::runProgram(test::hostProgram(), {"init"}, lab_.environment(), moved).exitNumber, 0);
+    EXPECT_EQ(lab_.store->projects().size(), 1u);
+    std::filesystem::rename(moved, lab_.repository.path());
+}
+
 TEST_F(ProjectCommandsTest, RemovesOnlyAfterAYesAndTouchesNoFile)
 {
     const Experiment node = lab_.baseline("true");

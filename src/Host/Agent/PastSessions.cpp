@@ -16,7 +16,7 @@ namespace veltry::PastSessions {
 asio::awaitable<std::vector<PastConversation>> found(Context& context, Harness harness)
 {
     const asio::any_io_executor executor = co_await asio::this_coro::executor;
-    const std::filesystem::path folder = context.lab().project.folders.front();
+    const std::filesystem::path folder = context.workingLab().project.folders.front();
     const std::shared_ptr<AgentProcess> process = co_await AgentLaunch::start(context, harness, folder);
     const std::shared_ptr<ACPClient> client =
         ACPClient::make(executor, process, {}, Context::settings().logAgentTraffic);

@@ -73,7 +73,7 @@ Harness harnessOf(Context& context, const Arguments& arguments)
 void agent(Context& context, const Arguments& arguments)
 {
     const Harness harness = harnessOf(context, arguments);
-    static_cast<void>(context.lab()); // refuses a project whose folder is gone
+    static_cast<void>(context.workingLab()); // refuses a project whose folder is gone
     std::optional<std::string> prompt = promptOf(arguments);
     // For the description of the computer that the agent's server gives.
     static_cast<void>(
@@ -107,10 +107,21 @@ void import(Context& context, const Arguments& arguments)
         context.store()->dismissImport(context.project().id);
         return context.note("Noted: past sessions are no longer offered for this project.");
     }
+    if (context.json() && !arguments.has("--list"))
+        throw UsageError("--json is for --list: it shows the sessions and imports nothing.");
     const Harness harness = harnessOf(context, arguments);
     const std::vector<PastConversation> past = awaited(PastSessions::found(context, harness));
     if (!arguments.has("--list"))
         context.store()->dismissImport(context.project().id); // the offer is answered
+    if (context.json()) {
+        JSONValue::Array documents;
+        for (const PastConversation& session : past)
+            documents.push_back(JSONValue::object(
+                {{"title", session.title},
+                 {"agentSessionID", session.agentSessionID},
+                 {"lastUsedAt", session.createdAt.iso8601()}}));
+        return context.printJSON(JSONValue(std::move(documents)));
+    }
     if (past.empty())
         return context.note(
             fmt::format("{} has no past sessions in this folder that aren't here already.", harness.name));
@@ -159,6 +170,7 @@ constexpr std::array table = {
         .name = "import",
         .summary = "Take up an agent's own past sessions in this folder as conversations",
         .example = "veltry import --harness Codex",
+        .hasJSON = true,
         .options = importOptions,
         .run = &import},
 };

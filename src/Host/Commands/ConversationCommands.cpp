@@ -48,6 +48,51 @@ void list(Context& context, const Arguments& arguments)
     context.print(table.text(context.out()));
 }
 
+/// The member of an item's kind, {"user": {"_0": TEXT}}, that holds what was said.
+void addItem(std::string& text, const JSONValue& item, const Terminal& terminal)
+{
+    const JSONValue* const kind = item.find("kind");
+    if (!kind || !kind->object() || kind->object()->empty())
+        return;
+    const auto& [word, holder] = *kind->object()->begin();
+    const JSONValue* const held = holder.find("_0");
+    if (!held)
+        return;
+    if (const JSONValue* const title = held->find("title"); word == "tool" && title && title->string()) {
+        const JSONValue* const status = held->find("status");
+        text += terminal.styled(
+                    Style::dim, fmt::format(
+                                    "  [{}] {}", status && status->string() ? text::oneLine(*status->string()) : "",
+                                    text::oneLine(*title->string()))) +
+                "\n\n";
+    } else if (held->string()) {
+        text += terminal.styled(word == "thought" ? Style::dim : Style::bold, text::oneLine(word)) + "\n";
+        for (const std::string_view line : text::split(text::trimmed(*held->string()), '\n'))
+            text += "  " + text::oneLine(line) + "\n";
+        text += "\n";
+    }
+}
+
+void show(Context& context, const Arguments& arguments)
+{
+    const Conversation conversation = context.conversation(arguments.required("CONVERSATION"));
+    const std::optional<std::string> stored = context.store()->transcript(conversation.id);
+    std::optional<JSONValue> items = JSONValue::parseIfValid(stored.value_or("[]"));
+    if (!items || !items->array())
+        throw Refusal(fmt::format("What was said in {} can't be read.", text::oneLine(conversation.title)));
+    if (context.json()) {
+        JSONValue document = RecordJSON::of(conversation);
+        document.object()->emplace("items", std::move(*items));
+        return context.printJSON(document);
+    }
+    if (items->array()->empty())
+        return context.note(fmt::format("Nothing was said in {} yet.", text::oneLine(conversation.title)));
+    std::string text;
+    for (const JSONValue& item : *items->array())
+        addItem(text, item, context.out());
+    context.print(text);
+}
+
 void rename(Context& context, const Arguments& arguments)
 {
     const Conversation conversation = context.conversation(arguments.required("CONVERSATION"));
@@ -152,6 +197,13 @@ constexpr std::array table = {
         .hasJSON = true,
         .options = listOptions,
         .run = &list},
+    Command{
+        .name = "conversations show",
+        .summary = "Print what was said in a conversation",
+        .example = "veltry conversations show \"Learning rates\"",
+        .hasJSON = true,
+        .options = oneOption,
+        .run = &show},
     Command{
         .name = "conversations rename",
         .summary = "Give a conversation another title",

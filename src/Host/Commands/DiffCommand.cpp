@@ -13,7 +13,7 @@ namespace {
 void diff(Context& context, const Arguments& arguments)
 {
     const Experiment node = context.node(arguments.required("NODE"));
-    const Changes changes = context.lab().changes(node);
+    const Changes changes = context.workingLab().changes(node);
     if (context.json()) {
         JSONValue document = toJSON(changes);
         if (arguments.has("--stat"))

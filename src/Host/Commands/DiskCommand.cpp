@@ -23,7 +23,7 @@ constexpr std::size_t namedFiles = 5; // of those that a run wrote itself
 std::vector<Lab> labs(Context& context, bool all)
 {
     if (!all)
-        return {context.lab()};
+        return {context.workingLab()};
     std::vector<Lab> result;
     for (const Project& project : context.store()->projects())
         if (!project.folders.empty())

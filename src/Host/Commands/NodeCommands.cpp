@@ -33,7 +33,7 @@ void create(Context& context, const Arguments& arguments)
         .conversation = {}};
     if (const std::optional<std::string> parent = arguments.text("--parent"))
         wanted.parent = context.node(*parent).id;
-    const Lab& lab = context.lab();
+    const Lab& lab = context.workingLab();
     const Experiment made = lab.create(wanted);
     if (context.json()) {
         JSONValue document = RecordJSON::of(made);

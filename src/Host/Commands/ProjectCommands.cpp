@@ -1,5 +1,6 @@
 #include "Base/Numbers.h"
 #include "Base/Text.h"
+#include "Experiments/Git.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Commands/SharedOptions.h"
 #include "Host/Context.h"
@@ -101,6 +102,56 @@ void addFolder(Context& context, const Arguments& arguments)
     context.note(fmt::format("{} now has the folder {} too.", project.name, folder.string()));
 }
 
+/// The worktrees and the repository name each other by paths, which git mends for those it is told of.
+void repairWorktrees(const Context& context, const Project& project, const std::vector<Experiment>& nodes)
+{
+    const Git repository(project.folders.front());
+    for (const Experiment& node : nodes) {
+        const std::filesystem::path worktree = project.folders.front() / Lab::worktrees / node.slug;
+        if (!Files::isFolder(worktree))
+            continue;
+        try {
+            static_cast<void>(repository.run({"worktree", "repair", worktree.string()}));
+        } catch (const Git::Failure& failure) {
+            context.note(fmt::format("git couldn't repair the worktree {}: {}", worktree.string(), failure.output));
+        }
+    }
+}
+
+void moveProject(Context& context, const Arguments& arguments)
+{
+    Project project = context.project();
+    ProjectStore& store = *context.store();
+    const std::filesystem::path top = Init::repositoryTop(arguments.required("FOLDER"), context);
+    if (project.folders.empty())
+        throw Refusal(
+            fmt::format("The project {} has no folder. Add its repository: veltry project add-folder.", project.name));
+    const std::filesystem::path old = project.folders.front();
+    const bool isThere = Context::realFolder(old) == top;
+    if (!isThere && Files::isFolder(old))
+        throw Refusal(fmt::format(
+            "{} is still there, and is the folder of {}. Move it first: mv {} {}.", old.string(), project.name,
+            old.string(), top.string()));
+    for (const Project& other : store.projects())
+        if (other.id != project.id && !other.folders.empty() && Context::realFolder(other.folders.front()) == top)
+            throw Refusal(fmt::format(
+                "{} is the folder of another project, {}. Remove that one first if it was made by mistake: veltry "
+                "project remove --project {}.",
+                top.string(), other.name, other.id.text()));
+    const std::vector<Experiment> nodes = store.experiments(project.id);
+    const auto isKnown = [&](const Experiment& node) {
+        return Git(top).resolve(Git::branchReference(node.branch)).has_value();
+    };
+    if (!nodes.empty() && std::ranges::none_of(nodes, isKnown))
+        throw Refusal(fmt::format(
+            "{} is another repository: it has none of the {}'s branches, like {}.", top.string(), project.name,
+            nodes.front().branch));
+    store.moveProject(project.id, top);
+    project.folders.front() = top;
+    repairWorktrees(context, project, nodes);
+    context.note(fmt::format("{} lies in {} now. Clients attached to it find it there.", project.name, top.string()));
+}
+
 /// What a removal takes out of the store, and what it leaves on the disk.
 std::string removalText(const ProjectStore& store, const Project& project)
 {
@@ -176,6 +227,9 @@ constexpr std::array renameOptions = {
 constexpr std::array addFolderOptions = {
     Option{"FOLDER", "", "Another folder of the project", Count::required, Completion::folder},
 };
+constexpr std::array moveOptions = {
+    Option{"FOLDER", "", "Where the project's first folder lies now", Count::required, Completion::folder},
+};
 constexpr std::array removeOptions = {
     Option{"--yes", "", "Don't ask"},
 };
@@ -208,6 +262,15 @@ constexpr std::array table = {
         .example = "veltry project add-folder ~/data/digits",
         .options = addFolderOptions,
         .run = &addFolder},
+    Command{
+        .name = "project move",
+        .summary = "Say where a project's repository lies, after its folder was moved",
+        .example = "veltry project move ~/code/digits --project Digits",
+        .details =
+            "Move the folder first, with mv. Then the store names its new place, and git mends the worktrees of the "
+            "nodes.",
+        .options = moveOptions,
+        .run = &moveProject},
     Command{
         .name = "project remove",
         .summary = "Remove a project from the store, after asking; nothing on the disk is touched",

@@ -28,7 +28,8 @@ constexpr std::chrono::milliseconds betweenLooks(100);
 
 void tell(const Context& context, const Run& run)
 {
-    context.json() ? context.printJSON(RecordJSON::of(run)) : context.print(RunWords::state(run) + "\n");
+    context.json() ? context.printJSON(RecordJSON::of(run))
+                   : context.print(RunWords::state(run) + "\n" + RunWords::result(run));
 }
 
 /// So that the exit status tells of a run that didn't succeed, and the message what to do about it.
@@ -72,7 +73,7 @@ Run ended(Context& context, const Run& run, Work eachLook)
 void start(Context& context, const Arguments& arguments)
 {
     const Experiment node = context.node(arguments.required("NODE"));
-    Lab lab = context.lab();
+    Lab lab = context.workingLab();
     ProcessID supervisor = 0; // it outlives us, but while we wait we are its parent
     lab.adopt = [&](ProcessID started) { supervisor = started; };
     const Run run = [&] {
@@ -131,7 +132,8 @@ void waitForAll(Context& context, bool forAnyOne, Clock::time_point deadline)
         }
         for (const Run& run : finished) {
             notify(context, run);
-            context.json() ? records.push_back(RecordJSON::of(run)) : context.print(RunWords::state(run) + "\n");
+            context.json() ? records.push_back(RecordJSON::of(run))
+                           : context.print(RunWords::state(run) + "\n" + RunWords::result(run));
             if (run.status != Run::Status::succeeded)
                 unsuccessful += fmt::format("{}#{}", unsuccessful.empty() ? "" : ", ", run.number);
         }

@@ -1,5 +1,6 @@
 #include "Host/Registration/Init.h"
 
+#include "Base/Text.h"
 #include "Config/VeltrySettings.h"
 #include "Experiments/Git.h"
 #include "Experiments/Lab.h"
@@ -26,6 +27,8 @@ std::filesystem::path existingFolder(const std::filesystem::path& folder)
 {
     std::error_code error;
     std::filesystem::path real = std::filesystem::canonical(folder, error);
+    if (error && folder.is_relative())
+        static_cast<void>(std::filesystem::current_path()); // throws where that is what is gone
     if (error)
         throw Refusal(fmt::format(
             "There is no folder {}. Make it and commit the project's code in it, or name another: veltry init FOLDER.",
@@ -35,23 +38,26 @@ std::filesystem::path existingFolder(const std::filesystem::path& folder)
     return real;
 }
 
-/// The project's folder is the repository's top, below which the worktrees of the nodes lie.
-std::filesystem::path repositoryTop(const std::filesystem::path& folder, const Context& context)
+/// git's words in one language, so that "there is none" is told from what git refuses: another owner's folder, a bare
+/// repository.
+std::filesystem::path topOf(const std::filesystem::path& folder)
 {
-    const std::optional<std::filesystem::path> top = Git(folder).topLevel();
-    if (!top)
+    try {
+        return Git(folder).topLevel();
+    } catch (const Git::Failure& failure) {
+        if (failure.output.contains("not a git repository"))
+            throw Refusal(fmt::format(
+                "{} is not a git repository. Run `git init` there and commit the project's code, then call veltry init "
+                "again.",
+                folder.string()));
         throw Refusal(fmt::format(
-            "{} is not a git repository. Run `git init` there and commit the project's code, then call veltry init "
-            "again.",
-            folder.string()));
-    const std::string path = top->string();
-    if (const std::size_t node = path.find(fmt::format("/{}/", Lab::worktrees)); node != std::string::npos)
-        throw Refusal(
-            fmt::format("{} is the worktree of an experiment. Its project is {}.", path, path.substr(0, node)));
-    if (*top != folder)
-        context.note(
-            fmt::format("{} lies in the repository {}, whose top is the project's folder.", folder.string(), path));
-    return *top;
+            "git refuses {}. Do as it says, then call veltry init again. It says: {}", folder.string(),
+            failure.output));
+    } catch (const ChildProcess::StartFailure& failure) {
+        throw Refusal(fmt::format(
+            "git is needed and {}. Install it, so that {} is there, then call veltry init again.",
+            failure.description(), failure.executable));
+    }
 }
 
 Project findOrCreate(
@@ -59,8 +65,12 @@ Project findOrCreate(
     const Context& context)
 {
     for (Project& project : store.projects())
-        if (!project.folders.empty() && project.folders.front() == top) {
+        if (!project.folders.empty() && Context::realFolder(project.folders.front()) == top) {
             context.note(fmt::format("{} is registered already, as the project {}.", top.string(), project.name));
+            if (const std::string wanted(text::trimmed(name.value_or(""))); !wanted.empty() && wanted != project.name)
+                context.note(fmt::format(
+                    "It keeps that name. To rename it: veltry project rename {} --project {}", text::quoted(wanted),
+                    project.id.text().substr(0, 8)));
             return std::move(project);
         }
     Project project = store.createProject(name.value_or(""), {top});
@@ -88,6 +98,20 @@ Conversation findOrCreateConversation(ProjectStore& store, const Project& projec
 
 } // namespace
 
+std::filesystem::path repositoryTop(const std::filesystem::path& given, const Context& context)
+{
+    const std::filesystem::path folder = existingFolder(given);
+    std::filesystem::path top = topOf(folder);
+    const std::string path = top.string();
+    if (const std::size_t node = path.find(fmt::format("/{}/", Lab::worktrees)); node != std::string::npos)
+        throw Refusal(
+            fmt::format("{} is the worktree of an experiment. Its project is {}.", path, path.substr(0, node)));
+    if (top != folder)
+        context.note(
+            fmt::format("{} lies in the repository {}, whose top is the project's folder.", folder.string(), path));
+    return top;
+}
+
 std::optional<Conversation> conversationOfClients(const ProjectStore& store, const Project& project)
 {
     for (Conversation& conversation : store.conversations(project.id))
@@ -98,7 +122,7 @@ std::optional<Conversation> conversationOfClients(const ProjectStore& store, con
 
 void run(Context& context, const Options& options)
 {
-    const std::filesystem::path top = repositoryTop(existingFolder(options.folder), context);
+    const std::filesystem::path top = repositoryTop(options.folder, context);
     if (!Git(top).resolve("HEAD"))
         context.note(fmt::format(
             "{} has no commit yet. Commit the project's code before the first experiment: git add --all && git "

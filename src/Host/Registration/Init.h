@@ -31,6 +31,10 @@ struct Options {
 /// and what the store and the file system throw.
 void run(Context& context, const Options& options);
 
+/// The top of the repository in which the folder lies, and a note where that is another one. Throws Refusal for what is
+/// no folder, no repository or a node's worktree.
+[[nodiscard]] std::filesystem::path repositoryTop(const std::filesystem::path& folder, const Context& context);
+
 /// The conversation that run() made for that project, if it did.
 [[nodiscard]] std::optional<Conversation> conversationOfClients(const ProjectStore& store, const Project& project);
 

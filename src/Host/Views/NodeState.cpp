@@ -1,6 +1,7 @@
 #include "Host/Views/NodeState.h"
 
 #include "Base/Words.h"
+#include "Host/Words/RunWords.h"
 
 #include <fmt/format.h>
 
@@ -76,6 +77,8 @@ std::string statusText(const Run& run)
         return std::string(status) + (run.cancelRequested ? ", asked to stop" : "");
     if (run.exitCode && *run.exitCode != 0)
         return fmt::format("{} (exit {})", status, *run.exitCode);
+    if (const std::string_view lost = RunWords::withoutEnd(run); !lost.empty())
+        return fmt::format("{} ({})", status, lost);
     return std::string(status);
 }
 

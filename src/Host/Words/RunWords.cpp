@@ -1,6 +1,10 @@
 #include "Host/Words/RunWords.h"
 
+#include "Base/Numbers.h"
+#include "Base/Text.h"
+#include "Experiments/ResultValues.h"
 #include "Host/Terminal/Times.h"
+#include "Platform/Files.h"
 
 #include <fmt/format.h>
 
@@ -8,11 +12,14 @@ namespace veltry::RunWords {
 
 namespace {
 
-constexpr std::size_t shownCommit = 12;  // digits: git knows it by them even in a large repository
+constexpr std::size_t shownCommit = 12; // digits: git knows it by them even in a large repository
+constexpr std::size_t shownResult = 65536;
 constexpr std::int32_t signalBase = 128; // of the exit code where a signal ended it
 
 std::string exitWords(const Run& run)
 {
+    if (const std::string_view lost = RunWords::withoutEnd(run); !lost.empty())
+        return fmt::format(": {}", lost);
     if (!run.exitCode || *run.exitCode == 0)
         return "";
     if (*run.exitCode > signalBase)
@@ -21,6 +28,32 @@ std::string exitWords(const Run& run)
 }
 
 } // namespace
+
+std::string_view withoutEnd(const Run& run)
+{
+    if (run.status != Run::Status::failed || run.exitCode)
+        return {};
+    return run.pid ? "its supervisor was lost" : "it was never started";
+}
+
+std::string result(const Run& run)
+{
+    std::string text;
+    for (const ResultValue& value : resultValues(run))
+        text += fmt::format(
+            "  {}  {}\n", text::oneLine(value.key),
+            value.number() ? shownNumber(*value.number()) : text::oneLine(value.text()));
+    if (run.result || !run.isFinished())
+        return text;
+    const std::optional<std::string> left = Files::readStart(run.resultFile(), shownResult);
+    if (!left)
+        return text;
+    const bool hasNaN = left->contains("NaN") || left->contains("Infinity");
+    text += fmt::format(
+        "  It has no result: {} isn't one JSON object of 64 KiB or less.{}\n", run.resultFile().string(),
+        hasNaN ? " JSON has no NaN and no Infinity: write null, or leave the key out." : "");
+    return text;
+}
 
 std::string commit(const Run& run)
 {
