@@ -29,6 +29,7 @@ public:
             std::chrono::day(static_cast<unsigned>(day))};
         const double fraction = accept('.') ? fractionDigits() : 0;
         const int offset = zone();
+        // Fields are checked one by one, since chrono carries what is too large over into the next.
         if (failed_ || !rest_.empty() || !date.ok() || hour > 23 || minute > 59 || second > 59)
             return std::nullopt;
         const auto whole = sys_days(date).time_since_epoch() + hours(hour) + minutes(minute - offset) + seconds(second);

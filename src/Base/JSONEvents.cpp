@@ -80,6 +80,7 @@ private:
 
     void deepen()
     {
+        // The parser has no limit of its own, and values are written and freed by recursion.
         if (depth_++ == JSONValue::maximumDepth)
             throw JSONValue::Failure(fmt::format("more than {} levels of arrays and objects", JSONValue::maximumDepth));
     }

@@ -147,6 +147,7 @@ std::optional<std::int64_t> JSONValue::integer() const noexcept
 {
     constexpr double limit = 9223372036854775808.0; // 2^63
     const double* value = number();
+    // Half open, as the type is: converting a double outside of it is undefined.
     if (!value || !std::isfinite(*value) || *value >= limit || *value < -limit)
         return std::nullopt;
     return static_cast<std::int64_t>(*value);

@@ -10,6 +10,7 @@ namespace veltry {
 
 namespace {
 
+// Up to here a double holds every whole number.
 constexpr double exactIntegers = 9007199254740992.0; // 2^53
 
 bool isWhole(double number)
@@ -39,6 +40,7 @@ std::string shortNumber(double value)
 
 std::string exactNumber(double number)
 {
+    // Adding zero takes the sign from a negative zero.
     return isWhole(number) ? fmt::format("{:.0f}", number + 0.0) : fmt::format("{}", number);
 }
 
@@ -75,6 +77,7 @@ std::string shownBytes(std::uint64_t bytes)
         return fmt::format("{} B", bytes);
     double number = static_cast<double>(bytes) / 1000;
     std::size_t unit = 0;
+    // From here on one decimal would round to 1000.0 of the smaller unit.
     for (; number >= 999.95 && unit + 1 < units.size(); ++unit)
         number /= 1000;
     return fmt::format("{:.1f} {}", number, units.at(unit));

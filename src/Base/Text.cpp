@@ -387,6 +387,7 @@ std::string quoted(std::string_view text)
 
 std::optional<std::int64_t> integer(std::string_view text)
 {
+    // from_chars takes no plus; after one, it would take a minus.
     if (text.starts_with('+')) {
         text.remove_prefix(1);
         if (text.starts_with('-'))

@@ -156,6 +156,7 @@ private:
         skipBlanks();
         if (!accept(']') || (isList && !accept(']')))
             fail("expected ]");
+        // endOfLine() goes on to the next line, and a failure after it means this one.
         const std::size_t line = line_;
         endOfLine();
         section_ = isList ? newRow(name, line) : newTable(name, line);
@@ -185,6 +186,7 @@ private:
             fail("expected = after " + name);
         skipBlanks();
         TOML read = value(0);
+        // As in header(): the line is told that held the name.
         const std::size_t line = line_;
         endOfLine();
         if (!section_->try_emplace(name, std::move(read)).second)
@@ -218,6 +220,7 @@ private:
         if (at('"') || at('\''))
             return string();
         if (accept('[')) {
+            // Arrays are read by recursion, and a file mustn't exhaust the stack.
             if (depth == TOML::maximumDepth)
                 fail("expected a value");
             return array(depth + 1);

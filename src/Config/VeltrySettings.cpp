@@ -161,6 +161,7 @@ std::string written(const Value& value)
         return *flag ? "true" : "false";
     if (const std::int64_t* number = std::get_if<std::int64_t>(&value))
         return fmt::format("{}", *number);
+    // Backslashes first, or those of the quotes would be doubled.
     const std::string escaped = text::replacingAll(std::get<std::string>(value), "\\", "\\\\");
     return '"' + text::replacingAll(escaped, "\"", "\\\"") + '"';
 }
@@ -209,7 +210,7 @@ std::optional<std::string_view> tableName(std::string_view header)
 }
 
 /// The comment after a value, from its "#" on; empty if there is none. A "#" inside quotes begins no comment.
-std::string_view commentBehind(std::string_view value)
+std::string_view commentAfter(std::string_view value)
 {
     char quote = 0;
     for (std::size_t index = 0; index < value.size(); ++index) {
@@ -226,11 +227,12 @@ std::string_view commentBehind(std::string_view value)
     return {};
 }
 
+/// Keeps what stands before the value, indentation and all, and the comment after it.
 std::string changedLine(std::string_view line, const Value& value)
 {
-    const std::size_t behindEquals = line.find('=') + 1;
-    const std::string_view comment = commentBehind(line.substr(behindEquals));
-    std::string changed = fmt::format("{} {}", line.substr(0, behindEquals), written(value));
+    const std::size_t afterEquals = line.find('=') + 1;
+    const std::string_view comment = commentAfter(line.substr(afterEquals));
+    std::string changed = fmt::format("{} {}", line.substr(0, afterEquals), written(value));
     if (!comment.empty())
         changed.append(" ").append(comment);
     return changed;
@@ -324,6 +326,7 @@ VeltrySettings::Reading VeltrySettings::read(std::string_view text)
 VeltrySettings VeltrySettings::load(const std::filesystem::path& file)
 {
     const std::optional<std::string> contents = Files::readIfPossible(file);
+    // As a file with a slip in it: the usual values count.
     if (!contents || !text::isValidUTF8(*contents))
         return {};
     try {
@@ -394,6 +397,8 @@ std::string VeltrySettings::settingInReadable(Key key, const Value& value, std::
     const VeltrySettings before = read(text).settings;
     std::string changed = setting(key, value, text);
     try {
+        // The line is found without a parser, so the new text is read once more: it must hold the new value, and every
+        // other one as before.
         const VeltrySettings after = read(changed).settings;
         if (after.value(key) == value && std::ranges::all_of(fields, [&](const Field& each) {
                 return each.key == key || each.value(after) == each.value(before);

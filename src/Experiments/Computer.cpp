@@ -26,6 +26,7 @@ constexpr std::size_t kindsInFull = 2;
 std::string gigabytes(std::uint64_t bytes)
 {
     const double value = static_cast<double>(bytes) / static_cast<double>(std::uint64_t{1} << 30);
+    // With two digits, 100 would be written as 1e+02.
     return value < 9.95 ? fmt::format("{:.2g} GB", value) : fmt::format("{:.0f} GB", value);
 }
 
@@ -77,6 +78,7 @@ std::string deviceNames(std::size_t count)
 
 std::string usage(const std::vector<Card>& cards)
 {
+    // A count that leaves out the cards whose driver doesn't tell would be taken for the whole.
     if (!std::ranges::all_of(cards, [](const Card& card) { return card.isInUse.has_value(); }))
         return "";
     const auto busy = std::ranges::count_if(cards, [](const Card& card) { return *card.isInUse; });
@@ -140,13 +142,15 @@ std::string runsLine(const Computer& computer, std::size_t longest)
     text +=
         computer.maxRuns > 0 ? fmt::format("at most {} at once.", computer.maxRuns) : "as many at once as you start.";
     text += fmt::format(" They start in a login {}", cut(computer.shell.filename().string(), longest));
+    // What another shell finds says nothing about this one.
     if (!computer.python || computer.python->shell != computer.shell)
         return text + ".";
     if (!computer.python->program)
         return text + "; there is no `python3` in it.";
     const std::string program = computer.python->program->string();
     if (program.size() > 2 * longest)
-        return text + "."; // half a path is none
+        // Half a path is none.
+        return text + ".";
     text += fmt::format("; `python3` there is {}", text::oneLine(program));
     if (!computer.python->version.empty())
         text += fmt::format(" ({})", cut(computer.python->version, longest));
@@ -192,8 +196,9 @@ std::string Computer::description() const
         if (gpus)
             text += gpuLine(*gpus, visibleGPUs, longest);
         text += memoryLine(*this);
-        if (freeDisk)
-            text += fmt::format("- Disk: {} free where runs are written\n", gigabytes(*freeDisk));
+        if (freeDisk) // disks are counted in decimal gigabytes
+            text +=
+                fmt::format("- Disk: {:.0f} GB free where runs are written\n", static_cast<double>(*freeDisk) / 1e9);
         text += runsLine(*this, longest);
         if (text.size() <= longestDescription)
             break;

@@ -21,7 +21,8 @@ ExperimentTree::References ExperimentTree::Node::references() const
 ExperimentTree::ExperimentTree(std::vector<Experiment> nodes, std::vector<Run> runs, std::vector<Citation> citations)
     : runs_(std::move(runs)), citations_(std::move(citations))
 {
-    nodes_.reserve(nodes.size()); // each is pointed at as soon as it stands there
+    // Parents, children and the map point at the nodes, which must not move from now on.
+    nodes_.reserve(nodes.size());
     byID_.reserve(nodes.size());
     for (Experiment& record : nodes) {
         Node& node = nodes_.emplace_back();
@@ -83,7 +84,8 @@ void ExperimentTree::cutRingAbove(const Node& node)
         inRing = inRing->parent;
     const Node* oldest = inRing;
     for (const Node* next = inRing->parent; next != inRing; next = next->parent)
-        oldest = std::min(oldest, next); // they lie by age
+        // They lie by age, so the lowest address is the oldest one.
+        oldest = std::min(oldest, next);
     Node& root = own(oldest);
     std::erase(own(root.parent).children, oldest);
     root.parent = nullptr;
@@ -96,7 +98,8 @@ void ExperimentTree::joinRuns()
         if (Node* node = nodeWith(run.experimentID)) {
             node->runs.push_back(&run);
             if (run.answered())
-                node->answer = &run; // by number, so that the last one stays
+                // Runs come by number, so the last one stays.
+                node->answer = &run;
         }
     for (const Citation& citation : citations_)
         if (Node* node = nodeWith(citation.experimentID))
@@ -127,6 +130,7 @@ std::vector<ExperimentTree::Place> ExperimentTree::depthFirst(Archived archived)
     std::vector<Place> places;
     std::vector<Place> open; // the next one last
     for (const Node& node : nodes_ | std::views::reverse)
+        // A node whose parent is hidden stands at the top.
         if (isSeen(node) && !(node.parent && isSeen(*node.parent)))
             open.push_back({&node, 0});
     while (!open.empty()) {

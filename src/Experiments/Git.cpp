@@ -15,10 +15,12 @@ namespace {
 
 constexpr const char* gitProgram = "/usr/bin/git";
 constexpr const char* tarProgram = "/usr/bin/tar";
+// git refuses commits of somebody without a name and an address, and a run begins with a commit.
 constexpr const char* fallbackName = "user.name=Harrowick Veltry";
 constexpr const char* fallbackEmail = "user.email=veltry@localhost";
 
 /// What `git rev-parse --local-env-vars` lists, but for what carries configuration, and what a receiving hook sets.
+// A server that was started by a hook has these, and git would work in the hook's repository.
 constexpr std::array repositoryVariables = {
     "GIT_ALTERNATE_OBJECT_DIRECTORIES",
     "GIT_COMMON_DIR",
@@ -71,11 +73,13 @@ std::string Git::output(
     command.arguments.insert(command.arguments.end(), arguments.begin(), arguments.end());
     for (const auto& [name, value] : environment)
         command.environment[name] = value;
+    // Nobody could answer, and the server would wait for good.
     command.environment["GIT_TERMINAL_PROMPT"] = "0";
 
     ChildProcess::Output result = ChildProcess::run(std::move(command));
     if (result.exitNumber == 0)
         return std::move(result.output);
+    // Some commands tell on standard output why they failed: `git commit` does where there is nothing to commit.
     std::string error = stripped(result.error);
     throw Failure(
         text::repaired("git " + text::joined(arguments, " ")),
@@ -93,6 +97,7 @@ std::optional<std::string> Git::resolve(std::string_view revision) const
 
 std::string Git::branchReference(std::string_view branch)
 {
+    // In full, since git prefers a tag to a branch of the same name.
     return fmt::format("refs/heads/{}", branch);
 }
 
@@ -125,7 +130,9 @@ std::optional<std::string> Git::fileOf(std::string_view commit, std::string_view
 
 void Git::excludePrivately(std::string_view entry) const
 {
-    const std::filesystem::path common = directory / run({"rev-parse", "--git-common-dir"}); // an absolute one replaces
+    // In the folder that all worktrees share: git reads no other. The path may be absolute, and then replaces the
+    // first.
+    const std::filesystem::path common = directory / run({"rev-parse", "--git-common-dir"});
     Files::createFolders(common / "info");
     const std::filesystem::path file = common / "info" / "exclude";
     std::string lines = Files::readIfPossible(file).value_or("");
@@ -134,6 +141,7 @@ void Git::excludePrivately(std::string_view entry) const
         return;
     if (!lines.empty() && !lines.ends_with('\n'))
         lines += '\n';
+    // The file is the person's: what stands there stays, and an interruption must not cut it.
     Files::writeAtomically(file, lines.append(entry) + '\n');
 }
 
@@ -167,6 +175,7 @@ void Git::commitAll(const std::filesystem::path& in, const std::string& message,
     Arguments arguments;
     if (!hasIdentity(in))
         arguments = {"-c", fallbackName, "-c", fallbackEmail};
+    // The person's hooks check what they commit themselves; one that fails must not keep a run from starting.
     for (const char* argument : {"commit", "--quiet", "--no-verify", "-m"})
         arguments.emplace_back(argument);
     arguments.push_back(message);
@@ -177,9 +186,11 @@ void Git::commitAll(const std::filesystem::path& in, const std::string& message,
 void Git::initialize(const std::string& message) const
 {
     Arguments arguments = {"init", "--quiet"};
+    // The name that the person chose for their repositories counts.
     if (configured("init.defaultBranch", directory).empty())
         arguments.insert(arguments.end(), {"--initial-branch", "main"});
     run(arguments);
+    // A node's branch needs a commit to begin at, also where the folder is empty.
     commitAll(directory, message, {"--allow-empty"});
 }
 

@@ -78,7 +78,7 @@ struct LabError : Error {
 
 /// The words are stable.
 template <>
-constexpr auto wordsOf<LabError::Code> = std::to_array<Word<LabError::Code>>({
+inline constexpr auto wordsOf<LabError::Code> = std::to_array<Word<LabError::Code>>({
     {LabError::Code::missingOption, "missing_option"},
     {LabError::Code::projectNotFound, "project_not_found"},
     {LabError::Code::runNotFound, "run_not_found"},

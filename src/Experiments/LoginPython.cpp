@@ -10,6 +10,7 @@ namespace veltry {
 
 namespace {
 
+// A profile may wait for something that never comes.
 constexpr auto patience = std::chrono::seconds(10);
 constexpr std::string_view programMark = "veltry-python3=";
 constexpr std::string_view versionMark = "veltry-version=";
@@ -78,7 +79,9 @@ try {
         patience, {.executable = shell,
                    .arguments = {"-l", "-c", question},
                    .environment = ProcessFacts::environment(),
+                   // Version managers choose by the current folder, in which no run starts.
                    .directory = "/"});
+    // A profile may end the shell before it comes to the question.
     if (!answer || !answer->output.contains(programMark))
         return std::nullopt;
     LoginPython python{.shell = shell, .program = {}, .version = {}, .asked = Date::now()};

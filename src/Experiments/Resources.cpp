@@ -45,6 +45,7 @@ std::optional<double> gpuUtilization(std::span<const double> percentages)
 {
     if (percentages.empty())
         return std::nullopt;
+    // The busiest card: a mean over many would hide that one run keeps one of them full.
     return std::min(std::ranges::max(percentages) / 100.0, 1.0);
 }
 

@@ -12,6 +12,7 @@ namespace veltry {
 namespace {
 
 constexpr double longestStart = 10; // seconds
+// A process may start another between the look and its end, so looks are repeated, for a second in all.
 constexpr int rounds = 50;
 constexpr std::chrono::milliseconds betweenRounds(20);
 
@@ -35,9 +36,11 @@ const std::set<ProcessID>& RunProcesses::look(const Run& run)
     if (group_ > 0)
         add(ProcessTable::group(group_));
     if (group_ > 0 && processes_.empty()) {
+        // From now on the system may give the group's number to others.
         group_ = 0;
         groupIsOver_ = true;
     }
+    // What left the group still carries the run's variables.
     add(ProcessTable::carriers(Supervisor::resultVariable, run.resultFile().string()));
     return processes_;
 }

@@ -20,8 +20,10 @@ ProcessID start(const Options& options)
              .arguments = options.arguments,
              .environment = options.environment,
              .directory = options.directory,
+             // Nobody types to a run: what asks something meets the end of its input.
              .input = ChildProcess::Stream::null(),
              .output = ChildProcess::Stream::appendTo(options.log),
+             // One open file for both, so that their lines keep their order in the log.
              .error = ChildProcess::Stream::sameAsOutput(),
              .group = options.group ? ChildProcess::Group::own : ChildProcess::Group::ownSession});
     } catch (const ChildProcess::StartFailure& failure) {
@@ -36,6 +38,7 @@ std::int32_t wait(ProcessID child) noexcept
 
 std::filesystem::path loginShell()
 {
+    // zsh first: bash and sh read /etc/profile, which on Debian sets PATH anew.
     for (const char* shell : {"/bin/zsh", "/bin/bash"})
         if (Files::isExecutable(shell))
             return shell;

@@ -86,7 +86,9 @@ void supervise(const UUID& id, ProjectStore& store)
     store.markRunning(
         id, shell); // if it fails nobody waits for the shell, and the row is failed when the lock is missed
     const std::int32_t exitNumber = Spawn::wait(shell);
+    // Before the row ends, since whoever waits for the end asks for the result at once.
     const std::optional<std::string> result = readResult(*run);
+    // Somebody may have cancelled the run in the meantime, or removed its project and with it the row.
     const Run fresh = store.run(id).value_or(*run);
     store.finishRun(id, finalStatus(fresh.cancelRequested, exitNumber), exitNumber, result);
 }
@@ -107,6 +109,7 @@ std::optional<double> begunAt(const Run& run) noexcept
 
 std::optional<std::string> readResult(const Run& run)
 {
+    // One byte more than allowed shows that the file is too long, whatever its size.
     const std::optional<std::string> bytes = Files::readStart(run.resultFile(), resultLimit + 1);
     if (!bytes)
         return std::nullopt;
@@ -127,6 +130,7 @@ void note(std::string_view line, const std::filesystem::path& log) noexcept
 {
     try {
         if (const FileDescriptor file = Files::tryOpen(log, Files::forWriting))
+            // The run's last line may have no line feed.
             Files::writeAll(file, fmt::format("\n{}\n", line), log.string());
         else
             Files::writeAtomically(log, fmt::format("{}\n", line));

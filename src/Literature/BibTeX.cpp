@@ -106,7 +106,7 @@ std::string baseKey(const Paper& paper)
     return hasWords ? key : plain(paper.id) + key; // names and title in another script
 }
 
-/// "", "b", ... "z", "2b", ...
+/// "", "b", ... "z", "2b", ...: no "a", since the first of equal keys has nothing after it.
 std::string suffix(int number)
 {
     constexpr int letters = 26;

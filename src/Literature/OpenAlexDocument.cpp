@@ -67,6 +67,7 @@ private:
         std::vector<Place> ordered(places_.size(), {.position = -1, .word = 0});
         for (const Place& place : places_) {
             const bool fits = place.position >= 0 && std::cmp_less(place.position, ordered.size());
+            // Positions come from a stranger: sorting copes with any, and costs more.
             if (!fits || ordered[static_cast<std::size_t>(place.position)].position != -1)
                 return std::ranges::sort(places_, {}, &Place::position), void();
             ordered[static_cast<std::size_t>(place.position)] = place;
@@ -192,6 +193,7 @@ JSONValue documentOf(std::string_view body, int depthOfWorks)
 
 JSONValue page(std::string_view body)
 {
+    // Root, list of results, work.
     return documentOf(body, 3);
 }
 

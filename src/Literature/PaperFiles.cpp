@@ -70,6 +70,7 @@ PaperFiles PaperFiles::beside(const std::filesystem::path& store)
 std::filesystem::path PaperFiles::location(const Paper& paper) const
 {
     std::u32string stem = text::scalars(paper.id);
+    // An id comes from a stranger and must not lead out of the folder.
     std::erase_if(stem, [](char32_t scalar) { return !text::isAlphanumeric(scalar); });
     return folder / (stem.empty() ? "paper.pdf" : text::fromScalars(stem) + ".pdf");
 }

@@ -96,6 +96,7 @@ std::string cut(std::string_view text, std::size_t count)
     std::string_view start = text::firstCharacters(text, count);
     if (start.size() == text.size())
         return std::string(text);
+    // At a blank, so that no word is cut; a text without one is cut where it must be.
     if (const std::size_t blank = start.rfind(' '); blank != std::string_view::npos)
         start = start.substr(0, blank);
     return std::string(start) + "…";

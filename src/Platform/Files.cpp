@@ -46,6 +46,7 @@ int flags(Purpose purpose) noexcept
     case forReadingPlain:
         return O_RDONLY | O_NONBLOCK; // without it a named pipe would hold us up before we could ask what it is
     case forWriting:
+        // At a named pipe that nobody reads this fails instead of waiting.
         return O_WRONLY | O_APPEND | O_NONBLOCK;
     case forAppending:
         return O_WRONLY | O_APPEND | O_CREAT;
@@ -75,6 +76,7 @@ FileDescriptor open(const std::filesystem::path& path, Purpose purpose)
 
 FileDescriptor tryOpen(const std::filesystem::path& path, Purpose purpose) noexcept
 {
+    // A terminal that lies there must not become the one of our session.
     FileDescriptor file = openAt(AT_FDCWD, path.c_str(), flags(purpose) | O_NOCTTY, 0644);
     return purpose == forReadingPlain && file ? onlyPlain(std::move(file)) : std::move(file);
 }
@@ -87,7 +89,8 @@ std::string read(const std::filesystem::path& path)
 std::string read(const FileDescriptor& file, std::string_view what)
 {
     std::string contents;
-    contents.resize(size(file)); // what a file in /proc says of itself is 0; the loop reads on all the same
+    // What a file in /proc says of itself is 0; the loop reads on all the same.
+    contents.resize(size(file));
     std::size_t count = 0;
     while (true) {
         if (count == contents.size())
@@ -137,6 +140,7 @@ std::size_t readInto(std::span<char> buffer, const FileDescriptor& file, std::ui
 {
     std::size_t done = 0;
     while (done < buffer.size()) {
+        // Fewer bytes than were asked for don't mean the end; only none does.
         const ssize_t got =
             ::pread(file.get(), buffer.data() + done, buffer.size() - done, static_cast<off_t>(offset + done));
         if (got < 0 && errno == EINTR)
@@ -204,6 +208,7 @@ void createPrivateFolders(const std::filesystem::path& path)
 
 bool createFolder(const std::filesystem::path& path)
 {
+    // If two make it at the same moment, mkdir tells one of them that it was first.
     if (::mkdir(path.c_str(), 0777) == 0)
         return true;
     if (errno == EEXIST)
@@ -232,6 +237,7 @@ void move(const std::filesystem::path& from, const std::filesystem::path& to)
 {
     std::error_code error;
     std::filesystem::rename(from, to, error);
+    // A rename can't leave its file system. The copy is whole before the original goes.
     if (error == std::errc::cross_device_link) {
         Files::copy(from, to);
         Files::remove(from);

@@ -33,8 +33,9 @@ bool holdsBytes(const std::filesystem::path& file)
 /// As SQLite reads one with options: the path's own bytes, and three characters that would end it escaped.
 std::string addressOf(const std::filesystem::path& path, std::string_view option)
 {
+    const std::filesystem::path whole = std::filesystem::absolute(path);
     std::string address = "file:";
-    for (const char c : std::filesystem::absolute(path).native()) {
+    for (const char c : whole.native()) {
         if (c == '%' || c == '?' || c == '#')
             fmt::format_to(std::back_inserter(address), "%{:02X}", static_cast<unsigned>(c));
         else

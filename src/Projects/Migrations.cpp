@@ -15,6 +15,8 @@ namespace veltry::Migrations {
 namespace {
 
 // clang-format off: the scripts are SQL, and what stands in a trigger is stored to the byte.
+// Other programs open the same stores and know these names and scripts: what stands here stays, and what changes is a
+// new row at the end.
 constexpr Migration migrations[] = {
     {"v1", R"sql(
 CREATE TABLE project (
@@ -170,6 +172,7 @@ bool isApplied(Connection& connection, const Migration& migration)
         .has_value();
 }
 
+/// Before the commit: keys that were off while the step ran aren't checked when they come on again.
 void refuseDanglingKeys(Connection& connection)
 {
     Statement violation = connection.query("PRAGMA foreign_key_check");
@@ -217,6 +220,7 @@ void apply(Connection& connection, const Migration& migration)
             failure.extendedCode,
             failure.message + " - while bringing the store up to date (" + std::string(migration.identifier) + ")");
     }
+    // In the step's own transaction, so that a step is either whole and noted or not there at all.
     connection.execute("INSERT INTO grdb_migrations (identifier) VALUES (?)", migration.identifier);
     refuseDanglingKeys(connection);
     transaction.commit();

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <type_traits>
 
 namespace veltry {
 
@@ -66,6 +67,26 @@ private:
     Path copy_;
 };
 
+/// A look takes no lock where nobody has the file open. If somebody opens, writes and closes it meanwhile, what was
+/// read proves nothing, and a sound store must not be taken for a damaged one.
+template <typename Body>
+std::invoke_result_t<const Body&, Connection&> look(const Path& file, const Body& body)
+{
+    std::error_code unknown;
+    for (int again = 3;; --again) {
+        const auto before = std::filesystem::last_write_time(file, unknown);
+        const auto isFinal = [&] { return again == 0 || std::filesystem::last_write_time(file, unknown) == before; };
+        try {
+            auto result = Database(file, Database::LookOnly()).read(body);
+            if (isFinal())
+                return result;
+        } catch (const DatabaseError& failure) {
+            if (!failure.isDamage() || isFinal())
+                throw;
+        }
+    }
+}
+
 /// Looks at the file as the crash left it: to open one that is damaged may change it and its WAL. Throws what is wrong.
 void refuseDamaged(const Path& store)
 {
@@ -76,10 +97,11 @@ void refuseDamaged(const Path& store)
     try {
         static_cast<void>(ProjectStore::isForeign(store));
     } catch (const DatabaseError& failure) {
+        if (!failure.isDamage())
+            return;
         if (!wasShared) // made by the look
             Files::remove(shared);
-        if (failure.isDamage())
-            throw;
+        throw;
     }
 }
 
@@ -169,8 +191,7 @@ ProjectStore::Opened ProjectStore::openOrReplace(const Path& file)
 
 bool ProjectStore::isForeign(const Path& file)
 {
-    Database database(file, Database::LookOnly());
-    return database.read([](Connection& connection) {
+    return look(file, [](Connection& connection) {
         const std::vector<std::string> tables = connection.texts(
             "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite\\_%' ESCAPE '\\'");
         return !tables.empty() && std::ranges::find(tables, "grdb_migrations") == tables.end();
@@ -179,8 +200,7 @@ bool ProjectStore::isForeign(const Path& file)
 
 std::vector<std::string> ProjectStore::integrityProblems(const Path& file)
 {
-    Database database(file, Database::LookOnly());
-    return database.read([](Connection& connection) {
+    return look(file, [](Connection& connection) {
         std::vector<std::string> lines = connection.texts("PRAGMA integrity_check");
         if (lines.size() == 1 && lines.front() == "ok")
             lines.clear();

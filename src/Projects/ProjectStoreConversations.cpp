@@ -87,6 +87,7 @@ void ProjectStore::retitleConversation(const UUID& id, std::string_view title)
 void ProjectStore::setHarness(const UUID& id, std::string_view harness)
 {
     database_->write([&](Connection& connection) {
+        // The session goes with the agent that it was held with: no other could continue it.
         connection.execute("UPDATE conversation SET harness = ?, agent_session_id = NULL WHERE id = ?", harness, id);
     });
 }

@@ -6,6 +6,7 @@ namespace veltry {
 
 namespace {
 
+/// An UPDATE that meets no row is no error to SQLite.
 void requireChange(const Connection& connection, const UUID& id)
 {
     if (connection.changes() < 1)

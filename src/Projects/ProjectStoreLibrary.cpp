@@ -122,6 +122,7 @@ void ProjectStore::cite(const Paper& paper, const UUID& experimentID, std::strin
     const std::string text = stored(paper);
     const Date now = Date::now();
     database_->write([&](Connection& connection) {
+        // Citing again changes the reason alone: the paper and the date of the first time stay.
         connection.execute(
             R"(INSERT INTO citation (experiment_id, paper_id, paper, reason, created_at)
 VALUES (?, ?, ?, ?, ?)

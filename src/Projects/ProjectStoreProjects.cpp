@@ -14,6 +14,7 @@ namespace {
 using Path = std::filesystem::path;
 using FoldersByProject = std::unordered_map<std::string, std::vector<Path>>; ///< by the text of the project's id
 
+/// All folders by one query; asking for each project's would cost a query a project.
 FoldersByProject readFolders(Connection& connection)
 {
     FoldersByProject folders;
@@ -61,6 +62,7 @@ std::vector<Project> ProjectStore::projects() const
             std::optional<Project> project = decodeRow<Project>(rows);
             if (!project)
                 continue;
+            // By the stored text: another program may write an id in other letters than ours.
             if (const auto own = folders.find(rows.string(rows.column("id"))); own != folders.end())
                 project->folders = own->second;
             projects.push_back(std::move(*project));
@@ -124,6 +126,7 @@ void ProjectStore::addFolder(const Path& folder, const UUID& projectID)
             connection.texts("SELECT path FROM project_folder WHERE project_id = ?", projectID);
         if (std::ranges::find(present, added.native()) != present.end())
             return;
+        // In one transaction with the look before, so that two who add don't take the same position.
         const std::optional<std::int64_t> position =
             connection.firstInteger("SELECT MAX(position) + 1 FROM project_folder WHERE project_id = ?", projectID);
         insertFolder(connection, projectID, position.value_or(0), added);

@@ -32,6 +32,7 @@ AgentQuestions ProjectStore::ask(const std::vector<Question>& questions, const U
 {
     const std::string text = stored(questions);
     return database_->write([&](Connection& connection) {
+        // Who asks the same once more gets the round that is open, so that nobody is asked twice at the same time.
         std::vector<AgentQuestions> open = decodeAll<AgentQuestions>(connection.query(
             "SELECT * FROM question WHERE conversation_id = ? AND questions = ? AND status = 'open'", conversationID,
             text));

@@ -79,6 +79,7 @@ ProjectStore::RunLook ProjectStore::lookAgain(
         RunLook look{
             .runs = decodeAll<Run>(
                 connection.query("SELECT * FROM run WHERE rowid > ? AND +project_id = ?", after, projectID)),
+            // In the same snapshot as the rows, so that no row lies between this look and the next.
             .lastRowID = lastRowID(connection),
         };
         // Those that are waited for may be among the new rows as well.
@@ -152,6 +153,7 @@ WHERE id = ? AND status IN ('queued', 'running'))",
 
 void ProjectStore::requestCancel(const UUID& id)
 {
+    // Only a wish, which the supervisor of the run looks for: the status changes when the run has ended.
     database_->write(
         [&](Connection& connection) { connection.execute("UPDATE run SET cancel_requested = 1 WHERE id = ?", id); });
 }

@@ -178,6 +178,7 @@ std::vector<Record> decodeAll(Statement rows)
         return decoded;
     const RowDecoder<Record> decode(rows);
     do {
+        // A row that gives no record is passed over: one damaged row must not hide all others.
         if (std::optional<Record> record = decode(rows))
             decoded.push_back(std::move(*record));
     } while (rows.step());

@@ -43,6 +43,7 @@ struct Binder {
     int operator()(std::string_view text) const
     {
         const std::string& kept = keep(text);
+        // Static for SQLite: `bound` keeps the bytes for as long as they are bound, so SQLite needs no copy.
         return sqlite3_bind_text64(statement, place, kept.data(), kept.size(), SQLITE_STATIC, SQLITE_UTF8);
     }
 
@@ -161,6 +162,7 @@ std::optional<Date> Statement::optionalDate(int column) const
 std::optional<std::int32_t> Statement::optionalInt32(int column) const
 {
     const std::int64_t value = integer(column);
+    // SQLite's integers have 64 bits, and another program may have stored more than we can hold.
     if (isNull(column) || value < std::numeric_limits<std::int32_t>::min() ||
         value > std::numeric_limits<std::int32_t>::max())
         return std::nullopt;

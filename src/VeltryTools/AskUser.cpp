@@ -96,6 +96,7 @@ std::optional<std::string> outcome(std::span<const Question> asked, const AgentQ
 std::string rendered(std::span<const Question> asked, std::span<const Answer> answers)
 {
     std::vector<std::string> lines;
+    // Another program may have written fewer answers than there are questions.
     for (std::size_t index = 0; index < std::min(asked.size(), answers.size()); ++index) {
         const Answer& answer = answers[index];
         lines.push_back(fmt::format("{}. {}", index + 1, asked[index].question));

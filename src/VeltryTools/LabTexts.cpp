@@ -88,6 +88,7 @@ std::string runLine(const Run& run, std::string_view title)
         line += fmt::format(" (exit {})", *run.exitCode);
     if (run.result) {
         std::string result = *run.result;
+        // A run has one line in every list; the result is stored as the run wrote it.
         std::ranges::replace(result, '\n', ' ');
         line += " result " + result;
     } else if (run.isFinished()) {
@@ -117,6 +118,7 @@ std::string logTail(const std::filesystem::path& log, std::int64_t count)
     const FileDescriptor file = Files::tryOpen(log, Files::forReadingPlain);
     if (!file)
         return {};
+    // An agent may ask for any number of lines, and the product must fit.
     constexpr std::int64_t mostLines = (std::numeric_limits<std::int64_t>::max() - bytesBesides) / bytesPerLine;
     const auto bound = static_cast<std::uint64_t>(std::min(count, mostLines) * bytesPerLine + bytesBesides);
     const std::uint64_t size = Files::size(file);

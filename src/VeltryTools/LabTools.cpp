@@ -155,7 +155,8 @@ LabTools::Answer LabTools::waitForRuns(JSONValue arguments, Progress progress) c
 {
     const std::int64_t timeout = std::clamp<std::int64_t>(
         ToolArguments::optionalInt("timeout_seconds", arguments).value_or(defaultTimeout), 1, longestTimeout);
-    RunWatch watch(*lab); // what is in flight now; runs that start later aren't waited for
+    // What is in flight now: runs that start later aren't waited for.
+    RunWatch watch(*lab);
     if (watch.waiting() == 0)
         co_return "Nothing is in flight.";
 
@@ -167,7 +168,8 @@ LabTools::Answer LabTools::waitForRuns(JSONValue arguments, Progress progress) c
         pause.expires_after(poll);
         co_await pause.async_wait(asio::use_awaitable);
         const std::vector<Run> finished = watch.finishedSince();
-        if (!finished.empty()) { // all that one look found, since a run that ended is never listed again
+        // All that one look found, since a run that has ended is never listed again.
+        if (!finished.empty()) {
             std::string text;
             for (const Run& run : finished)
                 text += LabTexts::runLine(run, titleOf(*lab, run)) + "\n";
@@ -181,7 +183,8 @@ LabTools::Answer LabTools::waitForRuns(JSONValue arguments, Progress progress) c
 
 std::string LabTools::getRun(const JSONValue& arguments) const
 {
-    lab->reconcile(); // first, or a run whose supervisor was killed would be shown as running
+    // First, or a run whose supervisor was killed would be shown as running.
+    lab->reconcile();
     const Run run = lab->run(ToolArguments::run(arguments));
     const std::int64_t logLines = ToolArguments::optionalInt("log_lines", arguments).value_or(defaultLogLines);
     const Experiment node = lab->experiment(run.experimentID);
@@ -216,7 +219,8 @@ LabTools::Answer LabTools::askUser(JSONValue arguments, Progress progress) const
     while (Clock::now() < deadline) {
         // The look comes before the pause: the round may be one that was answered while nobody waited.
         const std::optional<AgentQuestions> round = lab->store->questions(id);
-        if (!round) // its project was removed; nobody will answer
+        // Its project was removed, so nobody will answer.
+        if (!round)
             break;
         if (std::optional<std::string> text = AskUser::outcome(questions, *round))
             co_return std::move(*text);

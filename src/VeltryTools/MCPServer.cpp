@@ -63,6 +63,7 @@ Progress progressFor(std::optional<JSONValue> token, std::weak_ptr<JSONRPCConnec
     return
         [token = std::move(*token), connection = std::move(connection), sent = 0](const std::string& message) mutable {
             const auto open = connection.lock();
+            // The client may have gone while the tool waits.
             if (open && open->isOpen())
                 open->notify(
                     "notifications/progress",
@@ -115,6 +116,7 @@ MCPServer::Reply MCPServer::callTool(const JSONValue& params, const std::weak_pt
     const JSONValue* name = params.find("name");
     if (!name || !name->string())
         throw JSONRPCError::invalidParams("tools/call needs a name");
+    // Clients leave the arguments of a tool out that takes none.
     static const JSONValue none = JSONValue::object({});
     const JSONValue* given = params.find("arguments");
     auto outcome = veltry::callTool(

@@ -91,7 +91,7 @@ asio::awaitable<Paper> PaperTools::paper(JSONValue arguments) const
 {
     const std::string given = ToolArguments::requiredString("paper_id", arguments);
     const std::string id = text::replacingAll(text::trimmedBlanks(given), OpenAlex::site, "");
-    // Of any project: what somebody saved once costs no search, of which there are only so many a day.
+    // Whatever project it was saved to: that costs no search, of which there are only so many a day.
     if (std::optional<Paper> known = lab->store->libraryPaper(id))
         co_return std::move(*known);
     std::optional<Paper> found = co_await search->paper(id);
@@ -118,6 +118,7 @@ PaperTools::Answer PaperTools::searchPapers(JSONValue arguments) const
     page.papers.resize(std::min(shown, page.papers.size()));
     std::vector<PaperTexts::Entry> entries;
     for (Paper& paper : page.papers) {
+        // Before the paper is moved away.
         const bool saved = isSaved(paper);
         entries.push_back({.paper = std::move(paper), .saved = saved});
     }

@@ -18,6 +18,7 @@ std::optional<std::string> optionalString(std::string_view key, const JSONValue&
 {
     const JSONValue* value = arguments.find(key);
     const std::string* string = value ? value->string() : nullptr;
+    // Agents pass an empty text for what they mean to leave out.
     if (!string || text::isBlank(*string))
         return std::nullopt;
     return *string;
@@ -28,6 +29,7 @@ std::optional<std::int64_t> optionalInt(std::string_view key, const JSONValue& a
     const JSONValue* value = arguments.find(key);
     if (!value)
         return std::nullopt;
+    // Agents write numbers as texts now and then.
     if (const std::string* string = value->string())
         return text::integer(*string);
     return value->integer();

@@ -170,10 +170,12 @@ void serve(const Options& options)
     const std::optional<std::string> runs = option(options, "--runs");
     Lab lab(
         std::move(store), std::move(project), runs ? std::filesystem::absolute(*runs) : Lab::defaultRuns(),
+        // The supervisors that it starts are this same program.
         ProcessFacts::executable());
     asio::io_context executor(1);
     lab.adopt = [&executor](ProcessID supervisor) {
-        asio::co_spawn(executor, reaped(supervisor), asio::detached); // so that no zombie stays behind
+        // So that a supervisor that has ended leaves no zombie.
+        asio::co_spawn(executor, reaped(supervisor), asio::detached);
     };
     const auto told = [runs = lab.runsFolder, settings = settingsFile(options)] {
         return instructions(runs, settings);

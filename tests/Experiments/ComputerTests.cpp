@@ -29,7 +29,7 @@ Computer server()
         .memory = 128 * gigabyte,
         .availableMemory = 96 * gigabyte,
         .memoryLimit = 64 * gigabyte,
-        .freeDisk = 240 * gigabyte,
+        .freeDisk = 240'000'000'000,
         .maxRuns = 2,
         .shell = "/bin/zsh",
         .python = LoginPython{.shell = "/bin/zsh", .program = "/home/me/.venv/bin/python3", .version = "3.11"},

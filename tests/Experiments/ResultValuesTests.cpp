@@ -27,6 +27,8 @@ TEST(ResultValues, FlattenAResultInItsOwnOrder)
         {R"({"a": {"b": [], "c": 1}, "a": {"c": 2}})", "a.b~[] a.c=2 "},
         {R"({"big": 1e300, "whole": -0.0, "exact": 0.1, "large": 9007199254740991})",
          "big=1e+300 whole=0 exact=0.1 large=9007199254740991 "},
+        {R"({"a.b": 1, "a": {"b": 2}, "c": {"d": 3}, "c.d": 4})", "a.b=1 a/b=2 c/d=3 c.d=4 "},
+        {R"({"x": -1e400, "t": "9\"1e999", "y": 1})", R"(x~-1e400 t~9"1e999 y=1 )"},
         {"[1, 2]", "result~[1,2] "},
         {"5", "result=5 "},
         {"no JSON", "result~no JSON "},

@@ -106,7 +106,7 @@ TEST_F(AgentCommand, OffersOlderSessionsUntilTheyAreTakenUp)
     EXPECT_TRUE(offered());
     EXPECT_THAT(lab.veltry({"import", "--command", agent}).error, HasSubstr("2 sessions of node can be continued"));
     EXPECT_FALSE(offered());
-    EXPECT_THAT(lab.veltry({"import", "--command", agent}).error, HasSubstr("that isn't here already"));
+    EXPECT_THAT(lab.veltry({"import", "--command", agent}).error, HasSubstr("that aren't here already"));
 }
 
 TEST_F(AgentCommand, TellsWhyNothingBegan)

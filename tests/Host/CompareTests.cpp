@@ -49,6 +49,9 @@ TEST(Compare, ShowsResultsNotesAndFilesBesideEachOther)
     const JSONValue document = lab.json({"compare", lab.baseline.id.text(), "leaf"});
     EXPECT_EQ(document.array()->at(1).find("differences")->text(), R"({"loss":-0.5})");
     EXPECT_EQ(document.array()->at(0).find("run")->find("number")->text(), "1");
+    EXPECT_THAT(
+        lab.words({"compare", "#1", "#3", "leaf", "open", "#4"}),
+        AllOf(HasSubstr("\nresult loss name eval.extra\n#1 Baseline 1.5 a\n"), HasSubstr("\n#4 Leaf 1 (-0.5) 2\n")));
     EXPECT_EQ(lab.veltry({"compare", "leaf"}).exitNumber, 2);
     EXPECT_EQ(lab.veltry({"compare", "leaf", "laef"}).exitNumber, 1);
 }

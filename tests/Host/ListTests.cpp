@@ -38,6 +38,7 @@ TEST(List, ChoosesAndOrdersRuns)
         {{"--sort", "loss", "--reverse"}, "5 1 3 4 2 "},
         {{"--reverse"}, "5 4 3 2 1 "},
         {{"--where", "loss<=1.5", "--where", "run != 3"}, "1 4 "},
+        {{"--where", "run < 5", "-n", "2", "--sort", "loss"}, "4 3 "},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.arguments));
@@ -53,6 +54,7 @@ TEST(List, ChoosesAndOrdersRuns)
     } refusals[] = {
         {{"--sort", "los"}, "veltry: There is no column los. Did you mean loss"},
         {{"--where", "loss is 3"}, "veltry: \"loss is 3\" is no condition."},
+        {{"--csv", "--json"}, "veltry: --csv and --json"},
     };
     for (const auto& c : refusals) {
         std::vector<std::string> arguments{"list"};
@@ -74,11 +76,21 @@ TEST(List, IsMadeForEyesAndForPrograms)
         document.array()->at(0).find("differences")->text(), R"({"baseline":{"loss":-0.5},"parent":{"loss":-0.25}})");
     EXPECT_EQ(*document.array()->at(0).find("node")->string(), "leaf");
 
+    EXPECT_THAT(
+        lab.veltry({"list", "--where", "run > 2"}).error,
+        HasSubstr("4 columns hidden: the same in all of these runs (status succeeded, loss:parent -0.25), empty "
+                  "(eval.extra:p"));
+
     lab.answered(lab.leaf, R"({"loss": 1, "a_long_name_of_a_column": "x", "another_long_name": 3})");
     test::PseudoTerminal terminal(test::hostProgram(), {"list"}, lab.environment(), lab.repository.path());
     EXPECT_EQ(terminal.wait(), 0);
     EXPECT_THAT(terminal.output(), HasSubstr("The terminal is too narrow for "));
-    EXPECT_THAT(terminal.output(), HasSubstr("another_long_name:baseline. Choose with --columns"));
+    EXPECT_THAT(terminal.output(), HasSubstr(". Choose with --columns"));
+
+    lab.answered(lab.leaf, R"({"name": "\u001b[2J"})");
+    test::PseudoTerminal csv(test::hostProgram(), {"list", "--csv"}, lab.environment(), lab.repository.path());
+    EXPECT_EQ(csv.wait(), 0);
+    EXPECT_THAT(csv.output(), testing::Not(HasSubstr("\033[2J")));
 }
 
 } // namespace

@@ -89,7 +89,7 @@ TEST_F(QuestionCommandsTest, AnswersAndDismissesOnce)
     const std::string id = second.id.text();
     EXPECT_EQ(
         lab_.veltry({"answer", id.substr(0, 6), "--choose", "2:B", "--choose", "A", "--other", "1:1 h"}).error,
-        "Answered. The agent that waits reads it within a second.\n");
+        "Answered:\n  1. \"1 h\"\n  2. A, B\nThe agent that waits reads it within a second.\n");
     const std::vector<Answer> wanted = {{.chosen = {}, .other = "1 h"}, {.chosen = {"A", "B"}, .other = {}}};
     EXPECT_EQ(now(second).answers, wanted);
     EXPECT_THAT(lab_.veltry({"dismiss", id}).error, HasSubstr("The round " + id + " is closed: it was answered."));

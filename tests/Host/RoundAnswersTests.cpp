@@ -32,6 +32,7 @@ TEST(RoundAnswers, ReadsWhatIsTyped)
     const Question one = makeQuestion({"AdamW", "SGD", "3"});
     const Question several = makeQuestion({"AdamW", "SGD", "C"}, true);
     const Question open = makeQuestion({});
+    const Question sizes = makeQuestion({"2", "4", "8", "1, 2"}, true);
     const struct {
         const Question& question;
         std::string_view line, means;
@@ -50,7 +51,13 @@ TEST(RoundAnswers, ReadsWhatIsTyped)
         {several, "1 3 1", "AdamW;C"},
         {open, "42", "|42"},
         {open, "1 + 1", "|1 + 1"},
+        {sizes, "3", "8"},
+        {sizes, "8, 1", "2;8"},
+        {sizes, "#2+x", "4|x"},
+        {sizes, "#1, #2", "2;4"},
         // refused
+        {sizes, "2", "2 is one choice's number and another's label. Write #1 for \"2\" or #2 for \"4\"."},
+        {sizes, "1, 4 + x", "4 is one choice's number and another's label. Write #2 for \"4\" or #4 for \"1, 2\"."},
         {one, "", "Type 1 to 3, or words; - leaves the question without an answer."},
         {one, "4", "There is no choice 4. Type 1 to 3, or words; a number as your own words goes in quotes: \"4\"."},
         {several, "0",
@@ -80,12 +87,16 @@ TEST(RoundAnswers, ReadsTheOptionsOfAScript)
         {one, {"sgd"}, {"2:1"}, "SGD|2:1 "},
         {one, {}, {"a", "b"}, "|a\nb "},
         {two, {"1:1", "2:1", "2:lion"}, {}, "AdamW SGD;Lion "},
-        {two, {"AdamW", "2:2"}, {"1:now"}, "AdamW|now 2 "},
+        {two, {"AdamW", "2:#2"}, {"1:now"}, "AdamW|now Lion "},
         // refused
+        {two,
+         {"AdamW", "2:2"},
+         {},
+         "--choose 2:2 may mean several choices. Write 2:#2 for \"Lion\" or 2:#3 for \"2\"."},
         {one, {"4"}, {}, "\"4\" isn't a choice of the question"},
         {one, {"1", "2"}, {}, "Question 1 takes one choice, not 2"},
         {one, {}, {" "}, "Question 1 has no answer"},
-        {two, {"SGD"}, {}, "\"SGD\" isn't a choice. In a round of 2 questions"},
+        {two, {"SGD"}, {}, "Write 1:#2 for \"SGD\" or 2:#1 for \"SGD\"."},
         {two, {"3:1"}, {}, "\"3:1\" isn't a choice"},
         {two, {"1:1"}, {}, "Question 2 has no answer"},
         {two, {}, {"both"}, "Which question is \"both\" for?"},

@@ -60,13 +60,21 @@ TEST_F(RunTables, KeepAndOrderRuns)
         bool descending;
         std::string_view runs;
     } cases[] = {
-        {"run > 0", "loss", false, "3 4 1 5 2 "},     {"run > 0", "loss", true, "5 1 4 3 2 "},
-        {"run > 0", "node", true, "3 5 2 4 1 "},      {"loss < 2", "run", false, "3 4 "},
-        {"loss >= 1", "run", false, "1 4 5 "}, // a text comes after all numbers
-        {"loss:baseline <= -1", "run", true, "4 3 "}, {"loss != 1", "run", false, "1 3 5 "},
-        {"status=failed", "run", false, "2 "},        {"result.status ~ OD", "run", false, "1 "},
-        {"title ~ LEA", "run", false, "3 5 "},        {"began > 2001", "run", false, "1 2 3 4 5 "},
+        {"run > 0", "loss", false, "3 4 1 5 2 "},
+        {"run > 0", "loss", true, "5 1 4 3 2 "},
+        {"run > 0", "node", true, "3 5 2 4 1 "},
+        {"loss < 2", "run", false, "3 4 "},
+        {"loss >= 1", "run", false, "1 4 "}, // and no text
+        {"loss:baseline <= -1", "run", true, "4 3 "},
+        {"loss != 1", "run", false, "1 3 5 "},
+        {"status=failed", "run", false, "2 "},
+        {"result.status ~ OD", "run", false, "1 "},
+        {"title ~ LEA", "run", false, "3 5 "},
+        {"began > 2001", "run", false, "1 2 3 4 5 "},
         {"ended > 2001", "run", false, ""},
+        {"loss = nan", "run", false, "5 "},
+        {"result.status != x, y", "run", false, "1 "},
+        {"seconds < 1.5 min", "run", false, ""},
     };
     for (const auto& c : cases) {
         RunTable table(*tree_);
@@ -74,8 +82,42 @@ TEST_F(RunTables, KeepAndOrderRuns)
         table.sort(table.column(c.column), c.descending);
         EXPECT_EQ(cells(table, "run"), c.runs) << c.condition << " by " << c.column;
     }
-    for (const char* condition : {"loss is 3", "< 3", "", "los < 3"})
-        EXPECT_THROW(RunTable(*tree_).keepWhere(condition), UsageError) << condition;
+    const struct {
+        std::string_view condition, error;
+    } refusals[] = {
+        {"loss is 3", "is no condition"},
+        {"< 3", "is no condition"},
+        {"", "is no condition"},
+        {"los < 3", "Did you mean loss"},
+        {"loss => 3", "Did you mean >=?"},
+        {"loss == 3", "Did you mean =?"},
+        {"loss <", "has no value"},
+        {"loss < few", "is no number"},
+        {"loss < 1e400", "is no number"},
+        {"loss < 0,3", "0.3"},
+        {"loss < 90%", "write 90, or 0.9"},
+        {"loss < 5 min", "loss has no unit"},
+        {"seconds < 5 parsec", "5 min, 2 h"},
+        {"loss < 3 and run > 1", "two conditions"},
+        {"node ~ leaf, loss<3", "two conditions"},
+        {"0.5 < loss", "the column first"},
+        {"began > yesterday", "is no date"},
+    };
+    for (const auto& c : refusals)
+        try {
+            RunTable(*tree_).keepWhere(c.condition);
+            ADD_FAILURE() << c.condition;
+        } catch (const UsageError& error) {
+            EXPECT_THAT(error.message, testing::HasSubstr(c.error)) << c.condition;
+        }
+}
+
+TEST_F(RunTables, GiveKeysThatLookLikeDifferencesColumnsOfTheirOwn)
+{
+    const Experiment base = test::node("base");
+    const ExperimentTree tree({base}, {test::runOf(base, 1, succeeded, R"({"val:parent": 7, "val": 1})")});
+    const RunTable table(tree);
+    EXPECT_EQ(cells(table, "result.val:parent") + cells(table, "val") + cells(table, "val:parent"), "7 1  ");
 }
 
 } // namespace

@@ -25,8 +25,8 @@ TEST(TreeDrawing, ShowsWhereBranchesBegin)
         .roots = {0, 6},
         .children = {{1, 4}, {2}, {3, 5}, {}, {}, {}, {7}, {}},
     };
-    EXPECT_EQ(drawing(forest, graph, true), "> 0\n  ├─1\n  │ 2\n  │ ├─3\n  │ └─5\n  └─4\n> 6\n  7\n");
-    EXPECT_EQ(drawing(forest, graph, false), "> 0\n  |-1\n  | 2\n  | |-3\n  | `-5\n  `-4\n> 6\n  7\n");
+    EXPECT_EQ(drawing(forest, graph, true), "> 0\n  ├─1\n  │ └─2\n  │   ├─3\n  │   └─5\n  └─4\n> 6\n  └─7\n");
+    EXPECT_EQ(drawing(forest, graph, false), "> 0\n  |-1\n  | `-2\n  |   |-3\n  |   `-5\n  `-4\n> 6\n  `-7\n");
     EXPECT_EQ(drawing(forest, indented, true), "> 0\n    1\n      2\n        3\n        5\n    4\n> 6\n    7\n");
     EXPECT_EQ(drawing({}, graph, true), "");
 }
@@ -54,19 +54,29 @@ TEST(Tree, ShowsStatesTheSharedNumberAndTheBest)
         lab.words({"tree", "--best", "min"}), "node state loss runs papers\n"
                                               "● Baseline frozen 1.5 1\n"
                                               "├─● Warm-up \xEF\xBF\xBD[2J frozen 1.25 2\n"
-                                              "│ ● Leaf frozen 1 ★ 1\n"
+                                              "│ └─● Leaf frozen 1 ★ 1\n"
                                               "└─○ Fresh new\n"
                                               "\n"
                                               "○ Second new\n");
     EXPECT_THAT(lab.words({"tree", "--metric", "eval.extra", "--best", "max"}), HasSubstr("Leaf frozen 2 ★ 1\n"));
-    EXPECT_THAT(lab.veltry({"tree", "--metric", "nothing"}).error, HasSubstr("No node has a result with a number"));
+    for (const char* form : {"--all", "--json"}) {
+        const ChildProcess::Output slip = lab.veltry({"tree", "--metric", "los", form});
+        EXPECT_EQ(slip.exitNumber, 2);
+        EXPECT_THAT(slip.error, HasSubstr("No result has a number los. Did you mean loss?"));
+    }
+    EXPECT_EQ(lab.veltry({"tree"}).error, "");
+    const Experiment apart = lab.child(lab.baseline, "Apart");
+    lab.answered(apart, R"({"accuracy": 1})");
+    EXPECT_THAT(lab.words({"tree"}), HasSubstr("node state loss runs papers\n"));
+    EXPECT_THAT(lab.veltry({"tree"}).error, HasSubstr("1 node has a result without a number loss"));
+    lab.lab.setArchived(apart.id, true);
 
     // Archived ones are hidden, and the numbers that are shared are those of what is shown.
     lab.lab.setArchived(lab.node.id, true);
     lab.lab.setArchived(other.id, true);
     EXPECT_EQ(
         lab.words({"tree"}), "node state loss runs papers\n"
-                             "● Baseline frozen 1.5 1\n○ Fresh new\n\n● Leaf frozen 1 1\n");
+                             "● Baseline frozen 1.5 1\n└─○ Fresh new\n\n● Leaf frozen 1 1\n");
     EXPECT_THAT(lab.words({"tree", "--all"}), HasSubstr("frozen, archived"));
 
     Files::createFolders(lab / "data/Harrowick Veltry");

@@ -81,6 +81,7 @@ ACPClient::ACPClient(
 ACPClient::~ACPClient()
 {
     cancelAsks(std::nullopt);
+    // The task holds the transport alone: client and agent are gone when it runs.
     asio::co_spawn(executor_, close(agent_->transport()), asio::detached);
 }
 
@@ -188,7 +189,8 @@ asio::awaitable<std::vector<SessionInfo>> ACPClient::listSessions(std::filesyste
 {
     const std::shared_ptr<JSONRPCConnection> connection = connection_;
     std::vector<SessionInfo> sessions;
-    std::set<std::string> seen; // an agent that names a page again would be asked for ever
+    // An agent that names a page again would be asked for ever.
+    std::set<std::string> seen;
     ListSessionsParams page{.cwd = std::move(cwd), .cursor = std::nullopt};
     do {
         std::string method = "session/list";

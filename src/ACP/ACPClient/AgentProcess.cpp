@@ -32,6 +32,7 @@ std::shared_ptr<AgentProcess> AgentProcess::start(
     Pipe output = Pipe::make();
     auto transport = PipeTransport::make(executor, std::move(output.reading), std::move(input.writing));
     const auto errorTail = std::make_shared<std::string>();
+    // An agent may print for days, and what it said last tells why it ended. The child shares the text, not the agent.
     const auto keepTail = [errorTail](std::string_view bytes) {
         errorTail->append(bytes);
         if (errorTail->size() > stderrLimit)
@@ -78,6 +79,7 @@ std::optional<std::int32_t> AgentProcess::exitCode() const noexcept
 
 std::string AgentProcess::recentStderr() const
 {
+    // The cut may have gone through a character.
     return text::repaired(*errorTail_);
 }
 

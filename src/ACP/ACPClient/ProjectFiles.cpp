@@ -23,7 +23,7 @@ std::string normalized(const std::string& path)
         throw JSONRPCError::invalidParams("path must be absolute");
     std::string result;
     for (const std::string_view part : text::split(path, '/')) {
-        // ".." is refused and not resolved: behind a link it leads elsewhere than in the text. At a NUL the system
+        // ".." is refused and not resolved: after a link it leads elsewhere than in the text. At a NUL the system
         // would see the path end.
         if (part == ".." || part.find('\0') != std::string_view::npos)
             refuse();

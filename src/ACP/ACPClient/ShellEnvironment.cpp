@@ -63,14 +63,15 @@ std::shared_ptr<Probe> Probe::start(
     std::chrono::seconds timeout)
 {
     const std::shared_ptr<Probe> probe(new Probe(executor));
-    const auto take = [weak =
-                           std::weak_ptr(probe)](std::string_view bytes) { // the probe holds the shell that holds this
+    // Weakly, since the probe holds the shell, which holds this.
+    const auto take = [weak = std::weak_ptr(probe)](std::string_view bytes) {
         if (const std::shared_ptr<Probe> waiting = weak.lock())
             waiting->take(bytes);
     };
     probe->shell_ = WatchedChild::start(
         executor,
         {.executable = shell,
+         // A login shell and an interactive one: variables are set in the files of either.
          .arguments = {"-ilc", command()},
          .environment = environment,
          .directory = {},
@@ -91,7 +92,8 @@ asio::awaitable<Environment> Probe::answer(std::shared_ptr<Probe> self)
     const std::optional<Ending> ending = co_await self->ending_.next();
     if (ending == Ending::exited)
         co_await waitForTheRest(self);
-    self->shell_->ignoreOutput(); // a child that the profile left behind may hold it open for ever
+    // A child that the profile left behind may hold it open for ever.
+    self->shell_->ignoreOutput();
     // A shell that printed everything and then hangs has told what was asked.
     if (ending == Ending::timedOut && !self->reader_.isComplete())
         throw Failure(Failure::Kind::timedOut);
@@ -125,6 +127,7 @@ asio::awaitable<void> Probe::watchTime(std::shared_ptr<Probe> self)
 {
     asio::error_code cancelled;
     co_await self->timer_.async_wait(asio::redirect_error(asio::use_awaitable, cancelled));
+    // A timer that was cancelled and one that ran out come here alike.
     if (self->shell_->exitNumber())
         co_return;
     self->shell_->kill();

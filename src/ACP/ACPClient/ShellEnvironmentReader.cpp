@@ -9,6 +9,7 @@ namespace {
 
 void readEntry(std::string_view piece, ChildProcess::Environment& environment)
 {
+    // The end marker has no NUL of its own, so it may be followed by what a profile prints at the end.
     if (piece.starts_with(ShellEnvironmentReader::endMarker))
         return;
     const std::size_t equals = piece.find('=');
@@ -41,10 +42,12 @@ ChildProcess::Environment ShellEnvironmentReader::environment() const
 
 void ShellEnvironmentReader::extendPiece(std::string_view part)
 {
+    // A marker may lie across two chunks, so the search begins before the new one.
     constexpr std::size_t overlap = endMarker.size() - 1;
     const std::size_t from = piece_.size() > overlap ? piece_.size() - overlap : 0;
     piece_ += part;
     complete_ = complete_ || piece_.find(endMarker, from) != std::string::npos;
+    // A profile may print without end before our command runs: only what may begin a marker is kept of that.
     if (!started_ && piece_.size() > endMarker.size()) { // which is longer than the start marker
         piece_.erase(0, piece_.size() - overlap);
         pieceIsCut_ = true;

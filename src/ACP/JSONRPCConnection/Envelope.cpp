@@ -79,6 +79,7 @@ std::string Envelope::line() const
 std::optional<Envelope> Envelope::parse(std::string_view line)
 {
     std::optional<JSONValue> value = JSONValue::parseIfValid(line);
+    // Only for a line that failed and holds such an escape, since others needn't pay for a copy.
     if (!value && (line.contains("\\ud") || line.contains("\\uD")))
         value = JSONValue::parseIfValid(withWholePairs(line));
     JSONValue::Object* message = value ? value->object() : nullptr;

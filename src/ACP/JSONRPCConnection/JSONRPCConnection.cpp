@@ -175,7 +175,8 @@ asio::awaitable<void> JSONRPCConnection::read(std::shared_ptr<JSONRPCConnection>
     } catch (const std::exception& error) {
         logFailure("transport failed: " + veltry::describe(error));
     }
-    self->inputEnded_ = true; // before onEnd, whose waiting gives handlers a turn to send notices
+    // Before onEnd, whose waiting gives handlers a turn to send notices.
+    self->inputEnded_ = true;
     if (self->onEnd_)
         co_await self->onEnd_();
     else
@@ -255,8 +256,10 @@ void JSONRPCConnection::resume(const Envelope& response)
         logFailure("skipped a message with neither a method nor a known id");
         return;
     }
-    const std::optional<std::int64_t> id = response.id->integer(); // nothing for 1e300, which names no request
+    // Nothing for 1e300, which names no request.
+    const std::optional<std::int64_t> id = response.id->integer();
     const auto waiter = id ? takeWaiter(*id) : nullptr;
+    // Failed meanwhile, or never asked: nobody waits for it.
     if (!waiter)
         return;
     if (response.error)

@@ -13,7 +13,8 @@ std::vector<std::string> LineSplitter::add(std::string_view chunk)
         start = end + 1;
         end = buffer_.find('\n', start);
     }
-    buffer_.erase(0, start); // once for all lines of the chunk, since it moves what is left
+    // Once for all lines of the chunk, since it moves what is left.
+    buffer_.erase(0, start);
     scanFrom_ = buffer_.size();
     if (buffer_.empty() && buffer_.capacity() > maximumIdleCapacity)
         buffer_.shrink_to_fit(); // one huge line doesn't cost its memory for ever

@@ -46,7 +46,8 @@ void LineWriter::stop() noexcept
         if (std::exchange(stopped_, true))
             return;
     }
-    output_.stop(); // the thread may stand in a write that its peer never takes, so before it is waited for
+    // The thread may stand in a write that its peer never takes, so before it is waited for.
+    output_.stop();
     arrival_.notify_one();
     if (thread_.joinable())
         thread_.join();

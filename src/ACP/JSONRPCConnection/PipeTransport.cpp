@@ -38,6 +38,7 @@ bool PipeTransport::sendIfPossible(std::string& line)
 {
     line += '\n';
     const bool sent = writer_.writeIfPossible(line);
+    // Without the end again: a line that wasn't taken is queued and gets it in send().
     line.pop_back();
     return sent;
 }

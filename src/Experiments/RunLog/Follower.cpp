@@ -14,6 +14,7 @@ namespace {
 std::size_t wholeCharacters(std::string_view bytes, std::size_t limit)
 {
     std::size_t end = limit;
+    // A character of UTF-8 has at most three bytes after its first.
     for (int back = 0; back < 3 && (bytes[end] & 0xC0) == 0x80; ++back)
         --end;
     return end;
@@ -63,6 +64,7 @@ std::vector<Follower::Piece> Follower::next()
     std::vector<Piece> pieces;
     if (!open())
         return pieces;
+    // The side file may be made after the log.
     if (!stamps_ || !stamps_->isOpen())
         stamps_.emplace(times(log_), begin_, 0);
     while (pieces.empty()) {
@@ -71,6 +73,7 @@ std::vector<Follower::Piece> Follower::next()
         const std::string read =
             at < end ? Files::readAt(file_, at, std::min<std::uint64_t>(pieceBytes, end - at)) : std::string();
         if (read.empty()) {
+            // After the end of the run nothing more comes to complete the line.
             if (end_ && !held_.empty()) {
                 give(held_, true, pieces);
                 held_.clear();
@@ -97,6 +100,7 @@ void Follower::cut(std::vector<Piece>& pieces)
         start = feed + 1;
         ++begin_;
     }
+    // A progress bar may never end its line; it is shown in pieces.
     if (bytes.size() - start > pieceBytes) {
         const std::size_t length = wholeCharacters(bytes.substr(start), pieceBytes);
         give(bytes.substr(start, length), false, pieces);

@@ -14,6 +14,7 @@ namespace veltry::RunLog {
 namespace {
 
 constexpr std::size_t pieceSize = 65536;
+// The end of a log is read at once, so that it costs the same in a long one; where lines are longer, fewer come.
 constexpr std::uint64_t bytesForEachLine = 400;
 constexpr std::uint64_t bytesBesides = 4096;
 

@@ -30,6 +30,7 @@ void StampWriter::flush() noexcept
     } catch (const SystemError&) { // a full disk, most often
         if (!failure_)
             failure_ = std::current_exception();
+        // Part of a record would shift all that follow it.
         Files::truncate(file_, Files::size(file_) / Stamp::length * Stamp::length);
     }
     held_.clear();

@@ -48,6 +48,7 @@ public:
     }
 
 private:
+    // Enough of a line's two ends to tell that another file has taken this one's place.
     static constexpr std::size_t witnessBytes = 64;
 
     /// Goes on after the part of a long line that was searched before, if that still stands there.
@@ -65,6 +66,7 @@ private:
     /// Puts the next bytes after those that are unread; false at the end.
     bool readPiece()
     {
+        // The rest of the last piece begins a line that the next piece goes on with.
         std::ranges::copy(unread_, buffer_.begin());
         const auto room = std::span(buffer_).subspan(unread_.size());
         const std::size_t wanted = static_cast<std::size_t>(std::min<std::uint64_t>(room.size(), end_ - at_));
@@ -112,7 +114,8 @@ bool Telemetry::read(const std::filesystem::path& file, bool finished)
 {
     const FileDescriptor descriptor = Files::tryOpen(file, Files::forReadingPlain);
     if (!descriptor)
-        return false; // often the run hasn't made it yet
+        // Often the run hasn't made it yet.
+        return false;
     const std::int32_t points = pointCount_;
     const Drops refused = dropped_;
     try {
@@ -152,6 +155,7 @@ void Telemetry::takeLine(std::string_view line, TelemetryLineReader& reader)
         ++dropped_[readings.error()];
         return;
     }
+    // Before the limit on points: what is wrong with a line's keys is told also where the line comes too late.
     if (reader.badKeys() > 0)
         dropped_[Drop::badKey] += static_cast<std::int64_t>(reader.badKeys());
     if (pointCount_ >= maxPoints)
@@ -180,6 +184,7 @@ void Telemetry::addPoint(std::span<TelemetryReading> readings)
         Column& column = columns_[*reading.column];
         column.seqs.push_back(seq);
         column.values.push_back(reading.number);
+        // Only with its first reading: a point whose keys are all over the limit doesn't count.
         pointCount_ = seq;
     }
 }

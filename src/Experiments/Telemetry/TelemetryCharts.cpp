@@ -78,7 +78,8 @@ public:
                 break;
             xs_[count_] = axis_[place];
             ys_[count_] = *value++;
-            count_ += std::isnan(axis_[place]) ? 0 : 1; // the next one takes its place
+            // Where the axis has no reading the next one takes the place.
+            count_ += std::isnan(axis_[place]) ? 0 : 1;
         }
     }
 
@@ -128,7 +129,8 @@ void fill(Series& series, const Xs& xs, const Ys& ys, std::size_t bucketCount)
         double low = *y;
         double high = low;
         for (std::size_t index = start; index < std::min(start + size, count); ++index, ++y)
-            if (*y < low) { // of equal ones the earliest
+            // Of equal ones the earliest stays.
+            if (*y < low) {
                 low = *y;
                 lowest = index;
             } else if (*y > high) {
@@ -136,6 +138,7 @@ void fill(Series& series, const Xs& xs, const Ys& ys, std::size_t bucketCount)
                 highest = index;
             }
         keep(std::min(lowest, highest));
+        // In the order of their points, so that the line doesn't run back.
         if (lowest != highest)
             keep(std::max(lowest, highest));
     }
@@ -168,7 +171,8 @@ void fill(Series& series, const Telemetry& telemetry, std::size_t bucketCount, J
     };
     const Column* y = telemetry.column(series.y);
     const Column* x = series.x ? telemetry.column(*series.x) : nullptr;
-    if (!y || (series.x && !x)) { // the layout was written before the run
+    if (!y || (series.x && !x)) {
+        // The layout was written before the run, which needn't have such a key.
         series.lack = y ? TelemetryCharts::Lack::x : TelemetryCharts::Lack::y;
         return;
     }

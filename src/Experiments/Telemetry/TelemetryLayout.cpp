@@ -135,6 +135,7 @@ Layout::Panel readPanel(const TOML::Table& table, std::string_view label)
     panel.wide = readWide(member(table, "wide"), label);
     if (panel.min && panel.max && *panel.min >= *panel.max)
         throw Layout::Invalid(fmt::format("{}: min must be below max", label));
+    // A logarithmic axis has no place for zero.
     if (panel.scale == Layout::Scale::log && panel.min && *panel.min <= 0)
         throw Layout::Invalid(fmt::format("{}: min must be above zero on a log scale", label));
     return panel;

@@ -11,6 +11,7 @@ namespace veltry {
 
 namespace {
 
+// The last three are no JSON, but common writers of JSON write them.
 constexpr std::string_view literals[] = {"true", "false", "null", "NaN", "Infinity", "-Infinity"};
 
 constexpr bool isDigit(char c)
@@ -54,6 +55,7 @@ std::expected<std::span<TelemetryLineReader::Reading>, Telemetry::Drop> Telemetr
     depth_ = 0;
     badKeys_ = 0;
     prefix_.clear();
+    // Most lines repeat the keys of the line before, whose readings stay to be compared and filled anew.
     earlierCount_ = std::exchange(count_, 0);
     inStep_ = true;
     tooMany_ = false;
@@ -134,6 +136,7 @@ bool TelemetryLineReader::memberValue(const Name& name)
         double value = 0;
         if (!number(value))
             return false;
+        // NaN counts as no number at all, so its key is no bad key either.
         if (std::isfinite(value) && name.isGood)
             add(name.text, value);
         else if (std::isfinite(value))
@@ -255,6 +258,7 @@ bool TelemetryLineReader::number(double& value)
 
 bool TelemetryLineReader::enter()
 {
+    // The reader calls itself, and a line of nothing but brackets must not use up the stack.
     return ++depth_ <= maximumDepth;
 }
 
@@ -280,6 +284,8 @@ bool TelemetryLineReader::atNumber() const
 void TelemetryLineReader::add(std::string_view name, double number)
 {
     inStep_ = inStep_ && count_ < earlierCount_ && isKey(readings_[count_], name);
+    // A key that is repeated keeps its first number. In step there is no need to look: the line before had each key
+    // once.
     if (!inStep_ && isAdded(name))
         return;
     if (count_ == Telemetry::maxKeysPerPoint) {

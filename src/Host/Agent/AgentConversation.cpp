@@ -4,9 +4,7 @@
 #include "ACP/JSONRPCConnection/PipeTransport.h"
 #include "Base/Text.h"
 #include "Host/Agent/AgentLaunch.h"
-#include "Host/Registration/ClientConfiguration.h"
 #include "Platform/ProcessEnd.h"
-#include "Platform/ProcessFacts.h"
 #include "Platform/StandardStreams.h"
 #include "Platform/SystemError.h"
 #include "Platform/SystemLog.h"
@@ -66,6 +64,7 @@ AgentConversation::AgentConversation(Context& context, Setup setup, const asio::
 
 asio::awaitable<std::optional<int>> AgentConversation::run(std::shared_ptr<AgentConversation> self)
 {
+    // First, since an agent may take long to start, and Ctrl-C has to end that as well.
     asio::co_spawn(executor_, watchSignals(self), asio::detached);
     if (isInteractive_) {
         input_ = PipeTransport::make(executor_, StandardStreams::duplicate(StandardStreams::input), FileDescriptor());
@@ -78,7 +77,8 @@ asio::awaitable<std::optional<int>> AgentConversation::run(std::shared_ptr<Agent
     try {
         if (ending->cutsTurn)
             endTurn();
-        save(); // now, whatever becomes of the rest
+        // Now, before anything waits for the agent, which may never go.
+        save();
     } catch (...) {
         if (!ending->failure)
             ending->failure = std::current_exception();
@@ -88,7 +88,8 @@ asio::awaitable<std::optional<int>> AgentConversation::run(std::shared_ptr<Agent
         ending->failure = display_.failure();
     if (ending->failure)
         std::rethrow_exception(ending->failure);
-    save(); // the agent's last words
+    // Once more, for the agent's last words.
+    save();
     co_return ending->signal;
 }
 
@@ -108,6 +109,7 @@ void AgentConversation::happened(Event event, std::optional<int> signal)
         ending_.push({.failure = nullptr, .signal = signal, .cutsTurn = wasInTurn});
         return;
     case ConversationPhase::Action::hurry:
+        // Somebody who asks a second time waits neither for the agent nor for a reader of the output.
         farewell_.cancel();
         display_.drop();
         return;
@@ -123,6 +125,7 @@ asio::awaitable<void> AgentConversation::work(std::shared_ptr<AgentConversation>
         ending.failure = std::current_exception();
     }
     if (ending.failure)
+        // Not in the handler above, where a coroutine can't wait.
         ending.failure = co_await self->explained(ending.failure);
     self->ending_.push(std::move(ending));
 }
@@ -134,9 +137,11 @@ asio::awaitable<std::optional<int>> AgentConversation::converse()
     if (!setup_.conversation)
         setup_.conversation = store_.createConversation(
             context_.project().id, setup_.prompt ? titleOf(*setup_.prompt) : "", setup_.harness.name);
+    // From the row on, so that what a session's history brings is saved as well.
     asio::co_spawn(executor_, keepSaved(shared_from_this()), asio::detached);
     co_await beginSession();
     co_await setAutoMode();
+    // Rounds of questions come through the store: the tool server that asks is a process of the agent's.
     asio::co_spawn(executor_, watchRounds(shared_from_this()), asio::detached);
     if (setup_.prompt) {
         const bool isDone = co_await turn(*setup_.prompt);
@@ -157,113 +162,6 @@ asio::awaitable<std::optional<int>> AgentConversation::converse()
     }
 }
 
-asio::awaitable<void> AgentConversation::open()
-{
-    agent_ = co_await AgentLaunch::start(context_, setup_.harness, context_.project().folders.front());
-    client_ = ACPClient::make(executor_, agent_, weak_from_this(), Context::settings().logAgentTraffic);
-    abilities_ = co_await client_->initialize();
-}
-
-/// To whoever begins anew, until an import or a refusal has answered it.
-void AgentConversation::offerImport()
-{
-    if (isInteractive_ && !setup_.conversation && abilities_.listsSessions() && !context_.project().importDismissed)
-        display_.line(fmt::format(
-            "{} may know older sessions of this folder: veltry import takes them up, veltry import --dismiss ends "
-            "this line.",
-            setup_.harness.name));
-}
-
-asio::awaitable<void> AgentConversation::beginSession()
-{
-    bool mustLogIn = false;
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        if (mustLogIn)
-            co_await logIn();
-        try {
-            const std::optional<std::string> known = setup_.conversation->agentSessionID;
-            bool isContinued = false;
-            if (known)
-                isContinued = co_await continueSession(*known);
-            if (!isContinued) {
-                happened(transcript_.isEmpty() ? Event::joins : Event::rejoins);
-                SessionSetup setup = sessionSetup();
-                sessionID_ = co_await client_->newSession(std::move(setup));
-            }
-            store_.setAgentSession(setup_.conversation->id, sessionID_);
-            happened(Event::begins);
-            co_return;
-        } catch (const JSONRPCError& error) {
-            if (!error.isAuthRequired() || attempt > 0)
-                throw Refusal(fmt::format("{} began no session: {}.", setup_.harness.name, error.description()));
-        }
-        mustLogIn = true;
-    }
-}
-
-/// False if the agent can't, or doesn't know the session any more.
-asio::awaitable<bool> AgentConversation::continueSession(std::string sessionID)
-{
-    const bool isNew = transcript_.isEmpty();
-    const bool loads = abilities_.loadsSessions() && (isNew || !abilities_.resumesSessions());
-    if (!loads && !abilities_.resumesSessions()) {
-        display_.line(fmt::format("{} can't continue an older session; it begins a new one.", setup_.harness.name));
-        co_return false;
-    }
-    sessionID_ = sessionID;
-    happened(isNew ? Event::joins : Event::rejoins);
-    try {
-        SessionSetup setup = sessionSetup();
-        if (loads)
-            co_await client_->loadSession(sessionID, std::move(setup));
-        else
-            co_await client_->resumeSession(sessionID, std::move(setup));
-        co_return true;
-    } catch (const JSONRPCError& error) {
-        if (error.isAuthRequired())
-            throw;
-        display_.line(fmt::format(
-            "{} doesn't continue its session: {}. It begins a new one.", setup_.harness.name, error.description()));
-    }
-    co_return false;
-}
-
-asio::awaitable<void> AgentConversation::logIn()
-{
-    const std::vector<AuthMethod> methods = abilities_.authMethods.value_or(std::vector<AuthMethod>());
-    if (methods.empty() || !isInteractive_)
-        throw Refusal(fmt::format(
-            "{} asks to be logged in to{}. Do that with its own command, then try again.", setup_.harness.name,
-            methods.empty() ? " and offers no way" : ""));
-    const std::function<void()> show = [&] {
-        display_.line(fmt::format("{} asks to be logged in to. How?", setup_.harness.name), Style::bold);
-        for (std::size_t index = 0; index < methods.size(); ++index)
-            display_.line(
-                fmt::format(
-                    "  {}. {}{}", index + 1, methods[index].name,
-                    methods[index].description ? ": " + *methods[index].description : std::string()),
-                Style::plain);
-    };
-    const std::optional<std::size_t> chosen = co_await choice(methods.size(), show);
-    if (!chosen)
-        throw Refusal("No way to log in was chosen.");
-    co_await client_->authenticate(methods[*chosen].id);
-}
-
-asio::awaitable<void> AgentConversation::setAutoMode()
-{
-    if (!setup_.harness.autoMode || !Context::settings().startInAuto)
-        co_return;
-    const std::vector<ConfigOption> options = client_->configOptions(sessionID_);
-    for (const ConfigOption& option : options)
-        if (option.category == "mode" || option.id == "mode")
-            for (const ConfigChoice& mode : option.choices)
-                if (mode.value == *setup_.harness.autoMode && option.currentChoice() != mode) {
-                    co_await setOption(option.id, mode.value);
-                    co_return;
-                }
-}
-
 asio::awaitable<bool> AgentConversation::turn(std::string prompt)
 {
     if (setup_.conversation->title.empty()) {
@@ -277,8 +175,9 @@ asio::awaitable<bool> AgentConversation::turn(std::string prompt)
     bool isCancelled = false;
     try {
         const StopReason reason = co_await client_->prompt(sessionID_, std::move(prompt));
-        isCancelled = reason.kind == StopReason::Kind::cancelled ||
-                      phase_.phase() == ConversationPhase::Phase::cancelling; // agents may not say it
+        // Agents may end a cancelled turn as any other, so what was asked for counts too.
+        isCancelled =
+            reason.kind == StopReason::Kind::cancelled || phase_.phase() == ConversationPhase::Phase::cancelling;
         display_.endTurn(isCancelled ? StopReason(StopReason::Kind::cancelled) : reason);
     } catch (const JSONRPCError& error) {
         const std::string what = fmt::format("The agent failed: {}.", error.description());
@@ -300,6 +199,7 @@ void AgentConversation::endTurn()
     happened(Event::turnEnds);
     typed_.dropQuestions();
     transcript_.endTurn();
+    // The agent waits for no answer any more, and a round left open would be shown to the person for good.
     store_.withdrawQuestions(setup_.conversation->id);
     save();
 }
@@ -362,7 +262,8 @@ asio::awaitable<void> AgentConversation::end()
         co_await input_->close();
     if (agent_) {
         agent_->terminate();
-        co_await agentEnded(); // one that stays goes with the executor
+        // An agent that stays goes with the executor.
+        co_await agentEnded();
     }
     display_.finish();
     co_await display_.written();
@@ -371,6 +272,7 @@ asio::awaitable<void> AgentConversation::end()
 
 asio::awaitable<void> AgentConversation::receive(SessionNotification notification)
 {
+    // A new session's updates may come before the answer that names it.
     if (notification.sessionId != sessionID_ && !sessionID_.empty())
         co_return;
     if (const auto* unknown = std::get_if<SessionUpdate::Unknown>(&notification.update.value))
@@ -380,30 +282,8 @@ asio::awaitable<void> AgentConversation::receive(SessionNotification notificatio
         co_return;
     transcript_.add(notification.update);
     display_.show(notification.update);
-    co_await display_.room(); // an agent that is quicker than the reader waits
-}
-
-SessionSetup AgentConversation::sessionSetup() const
-{
-    const Project& project = context_.project();
-    ClientConfiguration client = ClientConfiguration::of(
-        store_, project, *setup_.conversation, AgentLaunch::permitted(ProcessFacts::environment()),
-        ClientConfiguration::kindOf(setup_.harness.name));
-    McpServerStdio server{
-        .name = "veltry", .command = client.command.string(), .args = std::move(client.arguments), .env = {}};
-    for (const auto& [name, value] : client.environment)
-        server.env.push_back({.name = name, .value = value});
-    SessionSetup setup{
-        .cwd = project.folders.front(),
-        .additionalDirectories = {project.folders.begin() + 1, project.folders.end()},
-        .mcpServers = {std::move(server)},
-    };
-    if (abilities_.takesSystemPrompt())
-        setup.systemPrompt = fmt::format(
-            "You work on the project \"{}\". Its experiments are a tree that you reach through the tools of the MCP "
-            "server \"veltry\": call experiment_tree before you plan or run anything, and ask the person by ask_user.",
-            project.name);
-    return setup;
+    // An agent that is quicker than the reader waits.
+    co_await display_.room();
 }
 
 asio::awaitable<std::exception_ptr> AgentConversation::explained(std::exception_ptr failure)

@@ -24,6 +24,7 @@ constexpr auto roundInterval = std::chrono::seconds(1);
 std::optional<std::string> optionOf(const RequestPermissionParams& request, bool allowed)
 {
     using Kind = PermissionOptionKind::Kind;
+    // Once before always: what nobody decided for later stays open.
     for (const Kind kind :
          allowed ? std::array{Kind::allowOnce, Kind::allowAlways} : std::array{Kind::rejectOnce, Kind::rejectAlways})
         for (const PermissionOption& option : request.options)
@@ -71,8 +72,10 @@ asio::awaitable<void> AgentConversation::readLines(std::shared_ptr<AgentConversa
         std::optional<std::string> line = co_await self->input_->lines().next();
         if (!line)
             break;
+        // A question takes the line before the turn does, since its asker waits at the prompt on the screen.
         std::optional<std::string> told = self->typed_.give(std::move(*line), self->phase_.typed());
-        if (told) // a task of its own: what is typed before the agent's answer may be the permission it waits for
+        // In a task of its own: what is typed before the agent answers may be the permission that it waits for.
+        if (told)
             asio::co_spawn(self->executor_, steer(self, std::move(*told)), asio::detached);
     }
     self->typed_.finish();
@@ -107,6 +110,7 @@ asio::awaitable<void> AgentConversation::watchSignals(std::shared_ptr<AgentConve
         const int signal = co_await self->signals_.async_wait(asio::redirect_error(asio::use_awaitable, error));
         if (error)
             co_return;
+        // The terminal has written ^C, so the cursor is no longer at the start of a line.
         if (signal == ProcessEnd::interrupt && self->isInteractive_)
             self->display_.keysEchoed();
         self->happened(signal == ProcessEnd::interrupt ? Event::interrupted : Event::stopped, signal);
@@ -127,11 +131,13 @@ asio::awaitable<void> AgentConversation::watchRounds(std::shared_ptr<AgentConver
         co_await self->roundPause_.async_wait(asio::redirect_error(asio::use_awaitable, error));
         if (error)
             co_return;
+        // Between turns nobody waits for answers, and a question would take the next prompt's line.
         if (!self->phase_.isInTurn())
             continue;
         for (AgentQuestions& round : self->store_.openQuestions(self->setup_.conversation->id)) {
             if (std::ranges::find(known, round.id) != known.end())
                 continue;
+            // A round that wasn't answered to its end is not asked again.
             known.push_back(round.id);
             co_await self->ask(std::move(round));
         }
@@ -156,6 +162,7 @@ asio::awaitable<void> AgentConversation::ask(AgentQuestions round)
         answers.push_back(std::move(*answer));
     }
     store_.answer(round.id, answers);
+    // The first answer counts, and it may have come from another terminal.
     const std::optional<AgentQuestions> closed = store_.questions(round.id);
     if (!closed || closed->answers != answers)
         display_.line("The questions were closed elsewhere in the meantime.", Style::yellow);
@@ -176,8 +183,10 @@ asio::awaitable<std::optional<Answer>> AgentConversation::answerTo(Question ques
         if (!line)
             co_return std::nullopt;
         std::expected<Answer, std::string> meant = RoundAnswers::fromLine(question, *line);
-        if (meant)
+        if (meant) {
+            display_.line("Answered: " + RoundAnswers::kept(*meant), Style::dim);
             co_return std::move(*meant);
+        }
         display_.line(meant.error(), Style::yellow);
     }
 }

@@ -14,6 +14,7 @@ std::string harmless(std::string_view text)
 {
     std::string result;
     for (const std::string_view line : text::split(text, '\n')) {
+        // Every line but the first is preceded by a line feed, so that pieces of a text join as they came.
         if (line.data() != text.data())
             result += '\n';
         result += text::oneLine(line);
@@ -58,7 +59,8 @@ void AgentDisplay::block(std::string_view lines)
 void AgentDisplay::endTurn(const StopReason& reason)
 {
     breakOff();
-    titles_.clear(); // agents may give later calls the same ids again
+    // Agents may give later calls the same ids again.
+    titles_.clear();
     switch (reason.kind) {
     case StopReason::Kind::endTurn:
         return;
@@ -98,7 +100,8 @@ void AgentDisplay::keysEchoed()
 void AgentDisplay::stream(Flow flow, const ContentBlock& block)
 {
     std::string text = harmless(Transcript::textOf(block));
-    if (flow != flow_) { // pieces go on where the last one ended; a new text begins with its first word
+    // Pieces go on where the last one ended; a new text begins with its first word.
+    if (flow != flow_) {
         breakOff();
         text.erase(0, text.find_first_not_of(" \n"));
     }
@@ -120,6 +123,7 @@ void AgentDisplay::breakOff()
 void AgentDisplay::call(
     const std::string& id, const std::optional<std::string>& title, std::optional<ToolCallStatus> status)
 {
+    // An update may come for a call that was never announced; it is announced then.
     const auto [known, isNew] = titles_.try_emplace(id, title.value_or("a tool"));
     if (isNew)
         line(fmt::format("{} {}", terminal_.isUTF8() ? "›" : ">", known->second), Style::cyan);

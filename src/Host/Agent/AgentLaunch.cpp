@@ -16,6 +16,7 @@ namespace veltry::AgentLaunch {
 
 namespace {
 
+// A profile may wait for something that never comes.
 constexpr auto shellPatience = std::chrono::seconds(10);
 
 /// What an agent's own MCP client reads as its limits. A variable that the person has set stays.
@@ -77,6 +78,7 @@ Harness harnessFor(
         return {
             .name = std::string(program.substr(program.rfind('/') + 1)),
             .executable = "/bin/sh",
+            // Without a shell in between, so that ending the process ends the agent.
             .arguments = {"-c", fmt::format("exec {}", line)},
         };
     }
@@ -122,6 +124,7 @@ asio::awaitable<ChildProcess::Environment> environment(Context& context, Harness
             "The environment of {} can't be had ({}); continuing with this terminal's.", shell.string(), problem));
         environment = ShellEnvironment::fallback(own);
     }
+    // After the shell has run, whose profile may export keys as well.
     environment = permitted(std::move(environment));
     for (const Limit& limit : limits)
         if (limit.harness == harness.name)
@@ -146,7 +149,7 @@ std::string lastWords(const Harness& harness, const std::string& standardError)
             "Its package {} isn't in the registry; --command takes another program that speaks ACP.",
             harness.arguments.at(1));
     const std::vector<std::string_view> lines = text::split(text::trimmed(standardError), '\n');
-    // Behind what went wrong there may be a stack and the runtime's version.
+    // After what went wrong there may be a stack and the runtime's version.
     const auto telling = std::find_if(
         lines.rbegin(), lines.rend(), [](std::string_view line) { return text::lowercased(line).contains("error"); });
     const std::string said = text::oneLine(text::trimmed(telling == lines.rend() ? lines.back() : *telling));

@@ -35,6 +35,7 @@ constexpr std::array<Row, phaseCount> table = [] {
         // joins, rejoins, begins, prompted, turnEnds, interrupted, stopped, over
         {{{{joining}, {rejoining}, {starting}, {starting}, {starting}, breakOff, breakOff, end}}, true, Typed::prompt},
         {{{{joining}, {rejoining}, {idle}, {joining}, {joining}, breakOff, breakOff, end}}, true, Typed::prompt},
+        // What is told on the way into a known session again is in the transcript already, so it is left out.
         {{{{joining}, {rejoining}, {idle}, {rejoining}, {rejoining}, breakOff, breakOff, end}}, false, Typed::prompt},
         {{{{idle}, {idle}, {idle}, {turn}, {idle}, breakOff, breakOff, end}}, true, Typed::prompt},
         {{{{turn}, {turn}, {turn}, {turn}, {idle}, {cancelling, Action::cancelTurn}, breakOff, end}},

@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::size_t mostWaiting = 65536; // bytes
 
-/// Of the writer's words those that a person understands.
+/// The writer's failure in words that a person understands.
 std::exception_ptr told(const std::exception_ptr& failure)
 {
     try {
@@ -47,12 +47,15 @@ struct Outlet::State : std::enable_shared_from_this<State> {
     {
         std::string bytes = std::exchange(waiting, {});
         try {
+            // Mostly there is room, and the thread that writes to a slow reader isn't needed.
             if (writer.writeIfPossible(bytes))
                 return;
         } catch (const std::exception&) {
             return lose(std::current_exception());
         }
         isWriting = true;
+        // The writer calls on its own thread, so the result is posted to ours; weakly, since nobody may be left to hear
+        // it.
         writer.write(std::move(bytes), [state = weak_from_this(), owner = executor](std::exception_ptr thrown) {
             asio::post(owner, [state, thrown = std::move(thrown)] {
                 if (const auto self = state.lock())

@@ -24,6 +24,7 @@ asio::awaitable<std::vector<PastConversation>> found(Context& context, Harness h
     if (!agent.listsSessions())
         throw Refusal(fmt::format("{} doesn't tell of its past sessions.", harness.name));
     std::vector<SessionInfo> sessions = co_await client->listSessions(folder);
+    // As soon as the list is there: the agent has nothing else to do.
     process->terminate();
 
     std::set<std::string> known;
@@ -32,6 +33,7 @@ asio::awaitable<std::vector<PastConversation>> found(Context& context, Harness h
             known.insert(*conversation.agentSessionID);
     std::vector<PastConversation> past;
     for (const SessionInfo& session : sessions)
+        // A session that is known, or is listed twice, is told once.
         if (known.insert(session.sessionId).second)
             past.push_back({
                 .title = session.title.value_or("Untitled session"),

@@ -71,6 +71,7 @@ std::string Transcript::text() const
     for (const std::string& item : items_)
         size += item.size();
     std::string text;
+    // Text grows by its escapes when it is written; an eighth is room enough for most.
     text.reserve(size + (open_ ? open_->text.size() + open_->text.size() / 8 : 0));
     text += '[';
     const auto add = [&text](const std::string& item) {
@@ -98,6 +99,7 @@ void Transcript::closeMessage()
 
 void Transcript::addChunk(const char* kind, const ContentChunk& chunk)
 {
+    // Agents that name their messages may send two of a kind one after the other.
     if (!open_ || open_->kind != kind || open_->messageID != chunk.messageId) {
         closeMessage();
         open_ = OpenMessage{.id = UUID::random().text(), .kind = kind, .messageID = chunk.messageId, .text = {}};
@@ -106,7 +108,7 @@ void Transcript::addChunk(const char* kind, const ContentChunk& chunk)
     isChanged_ = true;
 }
 
-/// Of the call nothing is kept that may be whole files.
+/// Keeps nothing of the call that may be whole files.
 void Transcript::addCall(const ToolCallUpdate& call)
 {
     closeMessage();
@@ -114,6 +116,7 @@ void Transcript::addCall(const ToolCallUpdate& call)
     Call& kept = place->second;
     if (isNew) {
         kept.id = UUID::random().text();
+        // Later updates replace the item where the call began, so that the order stays that of the conversation.
         kept.place = items_.size();
         items_.emplace_back();
     }

@@ -18,6 +18,7 @@ std::vector<std::string> Arguments::all(std::string_view name) const
 std::optional<std::string> Arguments::text(std::string_view name) const
 {
     const auto found = values_.find(name);
+    // An option that is given twice has its last value, so that a script's can be overridden.
     return found == values_.end() || found->second.empty() ? std::nullopt : std::optional(found->second.back());
 }
 
@@ -46,6 +47,7 @@ std::optional<double> Arguments::number(std::string_view name) const
         return std::nullopt;
     double value = 0;
     const auto [end, error] = std::from_chars(given->data(), given->data() + given->size(), value);
+    // "nan" and "inf" are numbers to the reader, and neither can be drawn or compared.
     if (error != std::errc() || end != given->data() + given->size() || !std::isfinite(value))
         throw UsageError(fmt::format("{} takes a number; it is \"{}\".", name, *given));
     return value;

@@ -23,6 +23,7 @@ constexpr Option jsonOption = {"--json", "", "Write JSON, for programs"};
 
 const std::vector<Command>& commands()
 {
+    // Made when it is first asked for: the families are in other sources, whose order of initialisation nobody knows.
     static const std::vector<Command> all = [] {
         std::vector<Command> rows;
         for (const std::span<const Command> family : Commands::families())

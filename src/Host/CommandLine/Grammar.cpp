@@ -79,6 +79,7 @@ public:
             known.emplace_back(option.name());
         for (const Option& option : CommandTable::commonOptions(*command))
             known.emplace_back(option.name());
+        // The table holds arguments as well, which are no options to suggest.
         std::erase_if(known, [](const std::string& each) { return !each.starts_with('-'); });
         return UsageError(fmt::format(
             "{} has no option {}.{} veltry {} --help lists them.", name, left.front(), didYouMean(left.front(), known),

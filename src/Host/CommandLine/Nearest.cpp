@@ -37,8 +37,10 @@ std::string didYouMean(std::string_view given, std::span<const std::string> name
     std::vector<std::pair<std::size_t, std::string>> near;
     for (const std::string& name : names) {
         const std::u32string known = text::scalars(text::lowercased(name));
+        // Part of a name is how people shorten it.
         const bool contains = !wanted.empty() && known.contains(wanted);
         const std::size_t far = contains ? 0 : distance(wanted, known);
+        // A third of the letters wrong is a slip; more is another word.
         if (far <= std::max<std::size_t>(1, wanted.size() / 3))
             near.emplace_back(far, name);
     }

@@ -102,12 +102,35 @@ std::string fileText(const Side& side, const std::string& path)
     return file->kind == Changes::Kind::modified ? counts : fmt::format("{} {}", toWord(file->kind), counts);
 }
 
-/// A table with a row for each of the names and a column for each of the sides.
+constexpr std::size_t mostBesideEachOther = 4;
+
+/// The same turned round: a row for each of the sides.
+template <typename CellOf>
+std::string turnedRound(
+    const Context& context, const std::vector<Side>& sides, const std::vector<std::string>& names, CellOf cellOf,
+    std::string_view heading)
+{
+    std::vector<TextTable::Column> columns{{.heading = std::string(heading), .mayBeCut = true, .stays = true}};
+    for (const std::string& name : names)
+        columns.push_back({.heading = name, .lessAskedFor = 1});
+    TextTable table(std::move(columns));
+    for (const Side& side : sides) {
+        std::vector<TextTable::Cell> cells{{side.name, Style::dim}};
+        for (const std::string& name : names)
+            cells.push_back(cellOf(side, name));
+        table.add(std::move(cells));
+    }
+    return table.text(context.out());
+}
+
+/// A table with a row for each of the names and a column for each of the sides, while these have room.
 template <typename CellOf>
 std::string rows(
     const Context& context, const std::vector<Side>& sides, const std::vector<std::string>& names, CellOf cellOf,
     std::string_view heading)
 {
+    if (sides.size() > mostBesideEachOther)
+        return turnedRound(context, sides, names, cellOf, heading);
     std::vector<TextTable::Column> columns{{.heading = std::string(heading), .mayBeCut = true}};
     for (const Side& side : sides)
         columns.push_back({.heading = side.name, .mayBeCut = true});
@@ -150,7 +173,13 @@ void print(const Context& context, const std::vector<Side>& sides)
             names.push_back("Notes of " + side.name);
             notes.emplace_back(text::trimmed(side.node->record.notes));
         }
-        text += "\n" + sideBySide(names, notes, context.out());
+        text += "\n";
+        if (sides.size() <= mostBesideEachOther)
+            text += sideBySide(names, notes, context.out());
+        else
+            for (std::size_t place = 0; place < sides.size(); ++place)
+                if (!notes[place].empty())
+                    text += sideBySide({names[place]}, {notes[place]}, context.out());
     }
     if (const std::vector<std::string> paths = inOrder(sides, pathsOf); !paths.empty())
         text +=

@@ -73,7 +73,7 @@ bool setAside(const Context& context, bool isWanted)
             "The damaged store lies at {} now, and {} is a new one. Register your projects again: veltry init.",
             opened.movedAside->string(), context.storePath().string()));
     else
-        context.note("Another program has just set the damaged store aside. The one that is there now can be read.");
+        context.note("The store that is there now can be read, so nothing was set aside: another program was quicker.");
     return true;
 }
 

@@ -51,12 +51,15 @@ std::string csvField(std::string text)
     return "\"" + text::replacingAll(text, "\"", "\"\"") + "\"";
 }
 
-std::string csv(const RunTable& table, const std::vector<Column>& columns)
+/// A result may hold what a terminal would obey; programs get it as it is.
+std::string csv(const RunTable& table, const std::vector<Column>& columns, bool isForTerminal)
 {
     std::string text;
     const auto addLine = [&](const auto& fieldOf) {
-        for (std::size_t place = 0; place < columns.size(); ++place)
-            text.append(place == 0 ? "" : ",").append(csvField(fieldOf(columns[place])));
+        for (std::size_t place = 0; place < columns.size(); ++place) {
+            const std::string field = fieldOf(columns[place]);
+            text.append(place == 0 ? "" : ",").append(csvField(isForTerminal ? text::oneLine(field) : field));
+        }
         text += "\n";
     };
     addLine([&](Column column) { return table.names()[column]; });
@@ -85,7 +88,35 @@ TextTable::Cell forEyes(const RunTable& table, const RunTable::Row& row, Column 
         table.isDifference(column) ? Style::dim : Style::plain};
 }
 
-std::string forEyes(const Context& context, const RunTable& table, const std::vector<Column>& columns, bool wereChosen)
+/// Takes the columns out in which all of several runs have the same, and returns the line that says so.
+std::string hideConstant(
+    const RunTable& table, std::vector<Column>& columns, const std::optional<std::string>& sortedBy)
+{
+    if (table.rows().size() < 2)
+        return "";
+    std::vector<std::string> same;
+    std::vector<std::string> empty;
+    std::erase_if(columns, [&](Column column) {
+        const std::string& name = table.names()[column];
+        if (name == "node" || name == sortedBy || !table.isConstant(column))
+            return false;
+        const std::string value = forEyes(table, table.rows().front(), column).text;
+        (value.empty() ? empty : same).push_back(value.empty() ? name : name + " " + value);
+        return true;
+    });
+    if (same.empty() && empty.empty())
+        return "";
+    const std::string line = fmt::format(
+        "{} hidden:{}{}{}. --all-columns shows them.",
+        counted(static_cast<std::int64_t>(same.size() + empty.size()), "column", "columns"),
+        same.empty() ? "" : " the same in all of these runs (" + text::joined(same, ", ") + ")",
+        same.empty() || empty.empty() ? "" : ",", empty.empty() ? "" : " empty (" + text::joined(empty, ", ") + ")");
+    return text::oneLine(line);
+}
+
+std::string forEyes(
+    const Context& context, const RunTable& table, const std::vector<Column>& columns, bool wereChosen,
+    const std::optional<std::string>& sortedBy)
 {
     std::vector<TextTable::Column> headings;
     for (const Column column : columns) {
@@ -93,11 +124,16 @@ std::string forEyes(const Context& context, const RunTable& table, const std::ve
             return std::holds_alternative<std::string>(table.cell(row, column));
         });
         const bool isOwn = column <= table.column("commit");
+        const auto isDate = [&](Column each) { return each == table.column("began") || each == table.column("ended"); };
         headings.push_back({
             .heading = table.names()[column],
             .toTheRight = !isText,
             .mayBeCut = table.names()[column] == "node" || table.names()[column] == "title" || (!isOwn && isText),
-            .mayBeLeftOut = !isOwn && !wereChosen,
+            .lessAskedFor = wereChosen                                     ? 0U
+                            : table.isDifference(column) || isDate(column) ? 2U
+                            : isOwn                                        ? 0U
+                                                                           : 1U,
+            .stays = table.names()[column] == "run" || table.names()[column] == sortedBy,
         });
     }
     TextTable shown(std::move(headings));
@@ -111,7 +147,8 @@ std::string forEyes(const Context& context, const RunTable& table, const std::ve
     std::string text = shown.text(context.out(), &leftOut);
     if (!leftOut.empty())
         context.note(fmt::format(
-            "The terminal is too narrow for {}. Choose with --columns, or write all with --csv.",
+            "The terminal is too narrow for {}: {}. Choose with --columns, or write all with --csv.",
+            counted(static_cast<std::int64_t>(leftOut.size()), "column", "columns"),
             text::oneLine(text::joined(leftOut, ", "))));
     return text;
 }
@@ -132,6 +169,9 @@ JSONValue json(const RunTable& table)
 
 void list(Context& context, const Arguments& arguments)
 {
+    if (context.json() && arguments.has("--csv"))
+        throw UsageError("--csv and --json are two forms of the same. Choose one.");
+    const std::optional<std::int64_t> last = arguments.integer("--last", 1);
     const ExperimentTree tree = context.lab().tree();
     RunTable table(tree);
     const bool isEmpty = table.rows().empty();
@@ -139,27 +179,39 @@ void list(Context& context, const Arguments& arguments)
         return context.note("No run yet. Start one: veltry run NODE.");
     for (const std::string& condition : arguments.all("--where"))
         table.keepWhere(condition);
+    if (last)
+        table.keepLast(static_cast<std::size_t>(*last));
     if (const std::optional<std::string> key = arguments.text("--sort"))
         table.sort(table.column(*key), arguments.has("--reverse"));
     else if (arguments.has("--reverse"))
         table.sort(table.column("run"), true);
     if (context.json())
         return context.printJSON(json(table));
-    const std::vector<Column> columns = wantedColumns(table, arguments);
+    std::vector<Column> columns = wantedColumns(table, arguments);
     if (arguments.has("--csv"))
-        return context.print(csv(table, columns));
+        return context.print(csv(table, columns, context.out().isTerminal()));
     if (table.rows().empty())
         return context.note("No run meets the conditions.");
-    context.print(forEyes(context, table, columns, arguments.has("--columns")));
+    const std::optional<std::string> sortedBy = arguments.text("--sort");
+    const bool wereChosen = arguments.has("--columns");
+    std::string hidden;
+    if (!wereChosen && !arguments.has("--all-columns"))
+        hidden = hideConstant(table, columns, sortedBy);
+    context.print(forEyes(context, table, columns, wereChosen, sortedBy));
+    if (!hidden.empty())
+        context.note(hidden);
 }
 
 constexpr std::array options = {
     Option{"--sort", "KEY", "Order the runs by this column"},
     Option{"--reverse", "", "The greatest, or the last, first"},
     Option{
-        "--where", "CONDITION", "Only the runs for which it holds: \"val_loss < 0.5\", with = != < <= > >= or ~",
+        "--where", "CONDITION",
+        "Only the runs for which it holds: \"val_loss < 0.5\", with = != < <= > >= or ~; given again, all hold",
         Option::Count::many},
+    Option{"-n,--last", "N", "Only the last N runs of those"},
     Option{"--columns", "KEY,KEY", "These columns, in this order", Option::Count::many},
+    Option{"--all-columns", "", "Also those in which all of the runs have the same"},
     Option{"--csv", "", "Write comma-separated values with all digits and, unless --columns chooses, all columns"},
 };
 

@@ -246,9 +246,13 @@ void answer(Context& context, const Arguments& arguments)
                                             : RoundAnswers::fromOptions(round.questions, choices, words);
     ProjectStore& store = *context.store();
     store.answer(round.id, answers);
+    std::string done = "Answered:";
+    for (std::size_t index = 0; index < answers.size(); ++index)
+        done += answers.size() == 1 ? " " + RoundAnswers::kept(answers[index])
+                                    : fmt::format("\n  {}. {}", index + 1, RoundAnswers::kept(answers[index]));
     checkClosed(
         context, store, round.id, AgentQuestions::Status::answered, answers,
-        "Answered. The agent that waits reads it within a second.");
+        done + "\nThe agent that waits reads it within a second.");
 }
 
 void dismiss(Context& context, const Arguments& arguments)
@@ -271,7 +275,11 @@ constexpr Option roundOption = {
 
 constexpr std::array answerOptions = {
     roundOption,
-    Option{"--choose", "CHOICE", "Number or label of a choice; in a round of several questions 2:CHOICE", Count::many},
+    Option{
+        "--choose", "CHOICE",
+        "Number or label of a choice; in a round of several questions 2:CHOICE, and 2:#1 for number 1 beside a label "
+        "\"1\"",
+        Count::many},
     Option{"--other", "WORDS", "An answer in words; in a round of several questions 2:WORDS", Count::many},
 };
 

@@ -25,6 +25,7 @@ constexpr double gibibyte = 1024.0 * 1024.0 * 1024.0;
 Finding git()
 {
     try {
+        // In a folder that is always there: what is asked for has nothing to do with a repository.
         const std::string version = Git("/").run({"--version"});
         return {"git", Level::good, version};
     } catch (const Error& error) {
@@ -100,6 +101,7 @@ Finding agent(const Harness& harness, const std::string& path, bool isDefault)
 std::vector<Finding> programs(const std::filesystem::path& folder, const std::filesystem::path& tools)
 {
     std::vector<Finding> findings = {git()};
+    // Without git the question for a name would only fail in the same way.
     if (findings.front().level == Level::good)
         findings.push_back(identity(folder));
     findings.push_back(tar());

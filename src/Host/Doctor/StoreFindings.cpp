@@ -36,12 +36,16 @@ Store read(const std::filesystem::path& path)
     try {
         problems = ProjectStore::integrityProblems(path);
     } catch (const DatabaseError& error) {
+        // A busy file or one that can't be read says nothing about what is in it.
         if (!error.isDamage())
             throw;
         problems = {error.message};
     }
-    if (problems.empty())
-        return {State::sound, {"store", Level::good, path.string()}, std::make_shared<ProjectStore>(path)};
+    if (problems.empty()) {
+        // Opened first: GCC 12 destroys the finding of a result twice where what stands behind it throws.
+        auto opened = std::make_shared<ProjectStore>(path);
+        return {State::sound, {"store", Level::good, path.string()}, std::move(opened)};
+    }
     const std::size_t more = problems.size() > problemsTold ? problems.size() - problemsTold : 0;
     problems.resize(problems.size() - more);
     std::string told = text::oneLine(text::joined(problems, "; "));
@@ -85,6 +89,7 @@ Store store(const std::filesystem::path& path)
         return Store{state, {"store", Level::wrong, fmt::format("{} {}", path.string(), text), advice}, nullptr};
     };
     try {
+        // First, since another program's database is not ours to examine any further.
         if (ProjectStore::isForeign(path))
             return wrong(
                 State::refused, "is another program's database: it has tables, and none of Veltry's.",

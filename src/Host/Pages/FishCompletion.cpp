@@ -93,6 +93,7 @@ std::string lineOf(const Command& command, const Option& argument, std::size_t p
 {
     const std::string where = mayRepeat(argument) ? "'*'" : std::to_string(place);
     const std::string what = action(argument);
+    // A place where nothing can be offered needs no line: files are off for the whole program.
     if (what == " -x")
         return "";
     return fmt::format(

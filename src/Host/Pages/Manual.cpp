@@ -75,6 +75,7 @@ std::string escaped(std::string_view text)
 {
     std::string result;
     for (const char32_t scalar : text::scalars(text))
+        // The formatter prints these as typographic characters otherwise, which nobody can copy into a shell.
         if (scalar == U'\\')
             result += "\\e";
         else if (scalar == U'-')
@@ -91,6 +92,7 @@ std::string escaped(std::string_view text)
             result += static_cast<char>(scalar);
         else
             result += fmt::format("\\[u{:04X}]", static_cast<std::uint32_t>(scalar));
+    // A line that begins with a full stop would be a request to the formatter.
     return result.starts_with('.') ? "\\&" + result : result;
 }
 

@@ -32,6 +32,7 @@ std::vector<Word> firstWords()
             continue;
         std::string_view summary = command->summary;
         for (const CommandTable::Group& group : CommandTable::groups())
+            // A first word may be a command and begin others; then the command's own summary stays.
             if (group.name == first && first != command->name)
                 summary = group.summary;
         words.push_back({std::string(first), summary});

@@ -33,6 +33,7 @@ public:
                 at_ = end;
             }
         }
+        // A line that leaves a colour on would colour what follows.
         if (hasColour_)
             result_ += "\033[0m";
         return std::move(result_);
@@ -106,6 +107,7 @@ std::string harmless(std::string_view line, bool colours)
 {
     while (line.ends_with('\r'))
         line.remove_suffix(1);
+    // A progress bar writes its line over and over; what a terminal would show in the end is the last of it.
     if (const std::size_t last = line.rfind('\r'); last != std::string_view::npos)
         line.remove_prefix(last + 1);
     return Cursor(line, colours).run();

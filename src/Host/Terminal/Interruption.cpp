@@ -16,6 +16,7 @@ std::atomic<std::size_t> undoLength = 0;
 
 void writeUndo()
 {
+    // Taken by whoever comes first, the handler or the object's end, so that it is written once.
     if (const char* sequence = undo.exchange(nullptr))
         StandardStreams::writeOnce(StandardStreams::output, {sequence, undoLength});
 }
@@ -23,6 +24,7 @@ void writeUndo()
 void end(int signal)
 {
     writeUndo();
+    // After the terminal is itself again, which can't fail.
     Leftover::removeAll();
     ProcessEnd::leaveBy(signal);
 }
@@ -36,6 +38,7 @@ void install()
 
 Undo::Undo(std::string_view sequence)
 {
+    // Before the text, whose presence tells the handler that both are there.
     undoLength = sequence.size();
     undo = sequence.data();
 }

@@ -31,6 +31,7 @@ void Notices::tell(Subject subject, const VeltrySettings& settings, std::string_
 {
     if (subject == Subject::turn && terminal_.isTerminal() && settings.sound != "none")
         terminal_.write("\a");
+    // Ended senders are taken note of here, since nobody waits for them.
     std::erase_if(senders_, &ChildProcess::reapIfEnded);
     if (!(subject == Subject::turn ? settings.notifyTurns : settings.notifyRuns))
         return;

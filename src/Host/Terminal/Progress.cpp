@@ -36,6 +36,7 @@ void Progress::draw(const std::stop_token& stop)
             const auto passed = std::chrono::round<std::chrono::seconds>(std::chrono::steady_clock::now() - begin);
             const std::string length = Times::length(std::max(passed, patience));
             const std::string line = fmt::format("{}, {} so far", text::oneLine(words_), length);
+            // The last column stays free: there a terminal begins a new line, which the redrawing wouldn't reach.
             const std::size_t width = notes_.size().value_or(Terminal::Size{.columns = 80, .rows = 24}).columns;
             notes_.write(std::string(clearLine) + fitted(line, width - 1, notes_));
             isDrawn = true;

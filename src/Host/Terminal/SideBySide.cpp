@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::size_t pageColumns = 100;
 constexpr std::size_t gap = 2;
+// In fewer columns nearly every word would be cut.
 constexpr std::size_t fewestColumns = 8;
 
 } // namespace

@@ -23,6 +23,7 @@ std::string sparkline(std::span<const double> values, std::size_t columns, doubl
     std::string line(columns - values.size(), ' ');
     for (const double value : values) {
         const double part = most > 0 ? std::clamp(value / most, 0.0, 1.0) : 0;
+        // Rounded up, so that whatever isn't zero shows.
         line += bars.at(static_cast<std::size_t>(std::ceil(part * static_cast<double>(bars.size() - 1))));
     }
     return line;

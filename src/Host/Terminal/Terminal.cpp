@@ -51,6 +51,7 @@ bool knowsSequences()
 Terminal terminalAt(int descriptor)
 {
     const bool isTerminal = StandardStreams::isTerminal(descriptor);
+    // NO_COLOR counts with any value but the empty one.
     const bool hasColours = isTerminal && variable("NO_COLOR").empty() && knowsSequences();
     return {descriptor, isTerminal, hasColours, isUTF8Locale()};
 }
@@ -77,6 +78,7 @@ std::optional<Terminal::Size> Terminal::size() const
     if (!isTerminal_)
         return std::nullopt;
     const Size size = StandardStreams::terminalSize(descriptor_);
+    // Serial lines and some terminals in containers tell no size.
     return size.columns == 0 ? Size{.columns = 80, .rows = 24} : size;
 }
 

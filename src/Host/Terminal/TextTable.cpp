@@ -1,6 +1,9 @@
 #include "Host/Terminal/TextTable.h"
 
+#include "Base/Numbers.h"
 #include "Base/Text.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 
@@ -16,6 +19,11 @@ std::string padded(const std::string& text, std::size_t width, bool toTheRight)
     const std::size_t taken = text::columns(text);
     const std::string blanks(width > taken ? width - taken : 0, ' ');
     return toTheRight ? blanks + text : text + blanks;
+}
+
+bool isPlainNumber(std::string_view text)
+{
+    return !text.empty() && text.find_first_not_of("+-.0123456789e") == std::string_view::npos;
 }
 
 } // namespace
@@ -37,6 +45,27 @@ void TextTable::add(std::vector<Cell> row)
     rows_.push_back(std::move(row));
 }
 
+bool TextTable::isEmpty(std::size_t column) const
+{
+    return std::ranges::all_of(
+        rows_, [&](const std::vector<Cell>& row) { return column >= row.size() || row[column].text.empty(); });
+}
+
+void TextTable::alignDecimals(std::size_t column)
+{
+    std::size_t longest = 0;
+    for (const bool isMeasured : {false, true})
+        for (std::vector<Cell>& row : rows_) {
+            if (column >= row.size() || !isPlainNumber(row[column].text))
+                continue;
+            std::string& number = row[column].text;
+            const std::size_t behind = number.size() - std::min(number.find_first_of(".e"), number.size());
+            if (isMeasured)
+                number.append(longest - behind, ' ');
+            longest = std::max(longest, behind);
+        }
+}
+
 std::vector<std::optional<std::size_t>> TextTable::widths(const Terminal& terminal) const
 {
     std::vector<std::optional<std::size_t>> widths;
@@ -51,11 +80,20 @@ std::vector<std::optional<std::size_t>> TextTable::widths(const Terminal& termin
     std::size_t total = gap * (widths.size() - 1);
     for (const std::optional<std::size_t>& width : widths)
         total += *width;
-    for (std::size_t index = columns_.size(); index-- > 0 && total > size->columns;)
-        if (columns_[index].mayBeLeftOut) {
-            total -= *widths[index] + gap;
-            widths[index].reset();
-        }
+    // The last of those for which it holds, while there are too many.
+    const auto leaveOut = [&](const auto& which) {
+        for (std::size_t index = columns_.size(); index-- > 0 && total > size->columns;)
+            if (widths[index] && !columns_[index].stays && which(index)) {
+                total -= *widths[index] + gap;
+                widths[index].reset();
+            }
+    };
+    leaveOut([&](std::size_t index) { return index > 0 && isEmpty(index); });
+    unsigned least = 0;
+    for (const Column& column : columns_)
+        least = std::max(least, column.lessAskedFor);
+    for (; least > 0; --least)
+        leaveOut([&](std::size_t index) { return columns_[index].lessAskedFor == least; });
     const auto give = [&](std::size_t index) {
         if (!widths[index])
             return;
@@ -68,16 +106,38 @@ std::vector<std::optional<std::size_t>> TextTable::widths(const Terminal& termin
         if (columns_[index].mayBeCut)
             give(index);
     for (std::size_t index = columns_.size(); index-- > 0;)
-        give(index);
+        if (!columns_[index].toTheRight)
+            give(index);
+    leaveOut([&](std::size_t index) { return index > 0 && columns_[index].toTheRight; });
     return widths;
 }
 
 std::string TextTable::text(const Terminal& terminal, std::vector<std::string>* leftOut) const
 {
+    TextTable aligned = *this;
+    for (std::size_t index = 0; index < columns_.size(); ++index)
+        if (columns_[index].toTheRight)
+            aligned.alignDecimals(index);
+    std::vector<std::string> unshown;
+    std::string text = aligned.fittedText(terminal, leftOut ? *leftOut : unshown);
+    if (!unshown.empty())
+        text += terminal.styled(
+                    Style::dim, fitted(
+                                    fmt::format(
+                                        "{} not shown, the terminal is too narrow: {}",
+                                        counted(static_cast<std::int64_t>(unshown.size()), "column", "columns"),
+                                        text::oneLine(text::joined(unshown, ", "))),
+                                    terminal.size()->columns, terminal)) +
+                "\n";
+    return text;
+}
+
+std::string TextTable::fittedText(const Terminal& terminal, std::vector<std::string>& leftOut) const
+{
     const std::vector<std::optional<std::size_t>> width = widths(terminal);
     for (std::size_t index = 0; index < columns_.size(); ++index)
-        if (!width[index] && leftOut)
-            leftOut->push_back(columns_[index].heading);
+        if (!width[index] && !columns_[index].heading.empty())
+            leftOut.push_back(columns_[index].heading);
     std::string text;
     const auto addLine = [&](const auto& cellAt, std::size_t cells) {
         std::string line;

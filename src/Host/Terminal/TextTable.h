@@ -14,9 +14,10 @@ class TextTable {
 public:
     struct Column {
         std::string heading;       ///< no line of headings is made where all are empty
-        bool toTheRight = false;   ///< numbers
-        bool mayBeCut = false;     ///< gives way, ending in "…", where the terminal is too narrow; else the last does
-        bool mayBeLeftOut = false; ///< before any is cut, the last of these go as a whole
+        bool toTheRight = false;   ///< numbers, which are never cut; their decimal points stand below each other
+        bool mayBeCut = false;     ///< gives way first, ending in "…", where the terminal is too narrow
+        unsigned lessAskedFor = 0; ///< those of the greatest number go as a whole before any is cut; 0 doesn't
+        bool stays = false;        ///< is never left out
     };
 
     struct Cell {
@@ -31,13 +32,16 @@ public:
 
     [[nodiscard]] bool isEmpty() const { return rows_.empty(); }
 
-    /// The lines, each with its line feed; cut to the terminal's width where it is one. The headings of columns that
-    /// were left out are added to `leftOut`.
+    /// The lines, each with its line feed; made to fit the terminal's width where it is one. Columns that are left out,
+    /// empty ones first, are added to `leftOut` by their headings, or told in a line of their own without it.
     [[nodiscard]] std::string text(const Terminal& terminal, std::vector<std::string>* leftOut = nullptr) const;
 
 private:
     /// The width of each column; nothing for one that is left out.
     [[nodiscard]] std::vector<std::optional<std::size_t>> widths(const Terminal& terminal) const;
+    [[nodiscard]] bool isEmpty(std::size_t column) const;
+    void alignDecimals(std::size_t column);
+    [[nodiscard]] std::string fittedText(const Terminal& terminal, std::vector<std::string>& leftOut) const;
 
     std::vector<Column> columns_;
     std::vector<std::vector<Cell>> rows_;

@@ -19,6 +19,7 @@ constexpr std::int64_t day = 24 * hour;
 
 std::tm localTime(Date moment)
 {
+    // Rounded down, also before 1970, where cutting the fraction off would round up.
     const auto seconds = static_cast<std::time_t>(std::floor(moment.secondsSince1970()));
     std::tm parts{};
     ::localtime_r(&seconds, &parts);
@@ -38,6 +39,7 @@ std::string inUnits(
 
 std::string ago(Date moment, Date now)
 {
+    // A clock may have been set back: what lies ahead counts as now.
     const auto seconds = static_cast<std::int64_t>(std::max(0.0, now.secondsSince2001 - moment.secondsSince2001));
     if (seconds < minute)
         return "just now";
@@ -47,6 +49,7 @@ std::string ago(Date moment, Date now)
         return counted(seconds / hour, "hour ago", "hours ago");
     if (seconds < 2 * day)
         return "yesterday";
+    // From two weeks on a date says more than a number of days.
     if (seconds < 14 * day)
         return counted(seconds / day, "day ago", "days ago");
     return fmt::format("{:%Y-%m-%d}", localTime(moment));

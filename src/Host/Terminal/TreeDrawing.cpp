@@ -7,6 +7,7 @@ namespace veltry::TreeDrawing {
 
 namespace {
 
+// A chain may be thousands of nodes deep, and strokes for all of them would fill the line and take quadratic space.
 constexpr std::size_t mostLevels = 20;
 
 /// The strokes of one level, two columns each.
@@ -49,6 +50,7 @@ std::vector<Line> lines(const Forest& forest, Manner manner, bool isUTF8)
     const Strokes& strokes = isUTF8 ? unicode : ascii;
     std::vector<Line> lines;
     std::vector<Place> open; // the next one last
+    // The stack gives the last first.
     for (auto root = forest.roots.rbegin(); root != forest.roots.rend(); ++root)
         open.push_back({.number = *root, .above = {}, .own = "", .isCut = false});
     std::size_t trees = open.size();
@@ -68,8 +70,7 @@ std::vector<Line> lines(const Forest& forest, Manner manner, bool isUTF8)
         for (auto child = children.rbegin(); child != children.rend(); ++child) {
             Place below = place;
             below.number = *child;
-            const bool branches = manner == Manner::graph && children.size() > 1;
-            below.own = !branches ? "" : child == children.rbegin() ? strokes.last : strokes.middle;
+            below.own = manner == Manner::indented ? "" : child == children.rbegin() ? strokes.last : strokes.middle;
             open.push_back(std::move(below));
         }
     }

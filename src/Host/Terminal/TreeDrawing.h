@@ -8,7 +8,7 @@
 namespace veltry::TreeDrawing {
 
 enum class Manner {
-    graph,    ///< lines show where a branch begins; an only child stands straight below its parent
+    graph,    ///< lines lead from each parent to its children
     indented, ///< two blanks a level
 };
 

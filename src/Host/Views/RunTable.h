@@ -45,13 +45,20 @@ public:
     /// The values of the run that speaks for `node`; empty without one, and for null.
     [[nodiscard]] const ResultValues& valuesOf(const ExperimentTree::Node* node) const;
 
-    /// Keeps the rows for which "KEY OP VALUE" holds: =, !=, <, <=, >, >= (numbers by their size, anything else as
-    /// texts), ~ (the text contains it, letter case apart). A row without the value doesn't stay. Throws UsageError.
+    /// Keeps the rows for which "KEY OP VALUE" holds: =, !=, <, <=, >, >= (numbers by their size, texts as such, and no
+    /// text is more or less than a number), ~ (the text contains it, letter case apart). A column that counts seconds
+    /// or bytes takes units: "5 min", "2 GiB". A row without the value doesn't stay. Throws UsageError, which says what
+    /// may have been meant.
     void keepWhere(std::string_view condition);
+    /// Keeps the last of rows().
+    void keepLast(std::size_t count);
+    /// Whether all rows() have the same there, be it nothing.
+    [[nodiscard]] bool isConstant(Column column) const;
     /// Numbers before texts; rows without the value last, whichever way. Equal rows keep their order.
     void sort(Column column, bool descending);
 
 private:
+    enum class Numbers { none, some, only };
     enum class Kind { own, value, toParent, toBaseline };
     struct Definition {
         Kind kind;
@@ -66,6 +73,7 @@ private:
     std::vector<Row> rows_;
     std::vector<std::string> names_;
     std::vector<Definition> definitions_;
+    std::vector<Numbers> numbers_; // of each column, among all runs
 };
 
 /// The cell for programs.

@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <optional>
+#include <set>
+#include <utility>
 
 namespace veltry::RoundAnswers {
 
@@ -46,19 +48,33 @@ std::optional<std::size_t> optionLabelled(const Question& question, std::string_
     return count == 1 ? found : std::nullopt;
 }
 
+/// "2", or "#2" where nothing but a place is meant.
+bool isNumber(std::string_view given)
+{
+    return text::integer(given.starts_with('#') ? given.substr(1) : given).has_value();
+}
+
 std::optional<std::size_t> optionNumbered(const Question& question, std::string_view given)
 {
-    const std::optional<std::int64_t> number = text::integer(given);
+    const std::optional<std::int64_t> number = text::integer(given.starts_with('#') ? given.substr(1) : given);
     const auto count = static_cast<std::int64_t>(question.options.size());
     return number && *number >= 1 && *number <= count ? std::optional(static_cast<std::size_t>(*number - 1))
                                                       : std::nullopt;
 }
 
-/// A label that looks like a number counts before the number.
-std::optional<std::size_t> option(const Question& question, std::string_view given)
+/// The options that `given` may mean: the one of that label, and the one at that place. Labels may be numbers too.
+std::set<std::size_t> optionsMeant(const Question& question, std::string_view given)
 {
+    std::set<std::size_t> meant;
     const std::optional<std::size_t> labelled = optionLabelled(question, given);
-    return labelled ? labelled : optionNumbered(question, text::trimmed(given));
+    if (labelled)
+        meant.insert(*labelled);
+    const std::string_view number = text::trimmed(given);
+    // A place by "#2" alone is what somebody writes who was asked, unless that is a label itself.
+    if (!labelled || !number.starts_with('#'))
+        if (const std::optional<std::size_t> placed = optionNumbered(question, number))
+            meant.insert(*placed);
+    return meant;
 }
 
 /// Once, and in the order of the options: as the choices of a form come.
@@ -81,23 +97,41 @@ std::vector<std::string_view> numbers(std::string_view given)
         for (const std::string_view piece : text::split(part, ' ')) {
             if (text::isBlank(piece))
                 continue;
-            if (!text::integer(text::trimmed(piece)))
+            if (!isNumber(text::trimmed(piece)))
                 return {};
             pieces.push_back(text::trimmed(piece));
         }
     return pieces;
 }
 
+/// `#1 for "2" or #2 for "4"`
+std::string placesText(const Question& question, const std::set<std::size_t>& places)
+{
+    std::string text;
+    for (const std::size_t place : places)
+        text += fmt::format(
+            "{}#{} for {}", text.empty() ? "" : " or ", place + 1,
+            text::quoted(text::oneLine(question.options[place].label)));
+    return text;
+}
+
+std::string severalMeant(std::string_view given, std::string_view whatToWrite)
+{
+    return fmt::format("{} is one choice's number and another's label. Write {}.", given, whatToWrite);
+}
+
 std::expected<Answer, std::string> choiceOfNumbers(const Question& question, const std::vector<std::string_view>& given)
 {
     Answer answer;
     for (const std::string_view number : given) {
-        const std::optional<std::size_t> index = optionNumbered(question, number);
-        if (!index)
+        const std::set<std::size_t> meant = optionsMeant(question, number);
+        if (meant.empty())
             return std::unexpected(fmt::format(
                 "There is no choice {0}. Type {1}; a number as your own words goes in quotes: \"{0}\".", number,
                 prompt(question)));
-        choose(answer, question, *index);
+        if (meant.size() > 1)
+            return std::unexpected(severalMeant(number, placesText(question, meant)));
+        choose(answer, question, *meant.begin());
     }
     if (answer.chosen.size() > 1 && !question.multiSelect)
         return std::unexpected(std::string("Only one may be chosen."));
@@ -123,27 +157,36 @@ Value split(std::span<const Question> questions, std::string_view given)
 
 void applyChoice(std::span<const Question> questions, std::vector<Answer>& answers, std::string_view given)
 {
-    const auto add = [&](std::size_t question, std::size_t index) {
-        choose(answers[question], questions[question], index);
+    // Of the whole value and of what may follow a question's number: a label may begin with a number and a colon.
+    std::set<std::pair<std::size_t, std::size_t>> meant;
+    const auto add = [&](std::size_t question, const std::set<std::size_t>& options) {
+        for (const std::size_t option : options)
+            meant.emplace(question, option);
     };
-    // What the whole value means comes first: a label may begin with a number and a colon.
-    std::vector<std::size_t> offering;
-    for (std::size_t index = 0; index < questions.size(); ++index)
-        if (questions.size() == 1 ? option(questions[index], given) : optionLabelled(questions[index], given))
-            offering.push_back(index);
-    if (offering.size() == 1)
-        return add(offering[0], *option(questions[offering[0]], given));
-    const Value value = split(questions, given);
-    if (value.question)
-        if (const auto index = option(questions[*value.question], value.text))
-            return add(*value.question, *index);
-    throw UsageError(
-        questions.size() == 1
-            ? fmt::format("\"{}\" isn't a choice of the question. veltry questions shows them.", given)
-            : fmt::format(
-                  "\"{}\" isn't a choice. In a round of {} questions write the question's number in front: 2:1 or "
-                  "2:LABEL.",
-                  given, questions.size()));
+    if (questions.size() == 1)
+        add(0, optionsMeant(questions[0], given));
+    else
+        for (std::size_t index = 0; index < questions.size(); ++index)
+            if (const std::optional<std::size_t> labelled = optionLabelled(questions[index], given))
+                add(index, {*labelled});
+    if (const Value value = split(questions, given); value.question)
+        add(*value.question, optionsMeant(questions[*value.question], value.text));
+    if (meant.size() == 1)
+        return choose(answers[meant.begin()->first], questions[meant.begin()->first], meant.begin()->second);
+    if (meant.empty())
+        throw UsageError(
+            questions.size() == 1
+                ? fmt::format("\"{}\" isn't a choice of the question. veltry questions shows them.", given)
+                : fmt::format(
+                      "\"{}\" isn't a choice. In a round of {} questions write the question's number in front: 2:1 or "
+                      "2:LABEL.",
+                      given, questions.size()));
+    std::string choices;
+    for (const auto& [question, option] : meant)
+        choices += fmt::format(
+            "{}{}:#{} for {}", choices.empty() ? "" : " or ", question + 1, option + 1,
+            text::quoted(text::oneLine(questions[question].options[option].label)));
+    throw UsageError(fmt::format("--choose {} may mean several choices. Write {}.", given, choices));
 }
 
 } // namespace
@@ -181,18 +224,35 @@ std::expected<Answer, std::string> fromLine(const Question& question, std::strin
         return std::unexpected(fmt::format("Type {}; - leaves the question without an answer.", prompt(question)));
     if (given == "-")
         return Answer();
-    if (const std::optional<std::size_t> labelled = optionLabelled(question, given))
-        return Answer{.chosen = {question.options[*labelled].label}, .other = {}};
-    if (given.size() > 2 && given.front() == '"' && given.back() == '"')
-        return Answer{.chosen = {}, .other = std::string(given.substr(1, given.size() - 2))};
     const std::size_t plus = given.find('+');
     const std::vector<std::string_view> chosen = numbers(given.substr(0, plus));
+    const bool isOneNumber = chosen.size() == 1 && plus == std::string_view::npos;
+    if (const std::optional<std::size_t> labelled = optionLabelled(question, given); labelled && !isOneNumber) {
+        if (plus == std::string_view::npos && !chosen.empty())
+            if (const auto places = choiceOfNumbers(question, chosen))
+                return std::unexpected(fmt::format(
+                    "{} is a label and a list of numbers. Write {}, or the numbers with # in front.", given,
+                    placesText(question, {*labelled})));
+        return Answer{.chosen = {question.options[*labelled].label}, .other = {}};
+    }
+    if (given.size() > 2 && given.front() == '"' && given.back() == '"')
+        return Answer{.chosen = {}, .other = std::string(given.substr(1, given.size() - 2))};
     if (question.options.empty() || chosen.empty())
         return Answer{.chosen = {}, .other = std::string(given)};
     std::expected<Answer, std::string> answer = choiceOfNumbers(question, chosen);
     if (answer && plus != std::string_view::npos && !text::isBlank(given.substr(plus + 1)))
         answer->other = std::string(text::trimmed(given.substr(plus + 1)));
     return answer;
+}
+
+std::string kept(const Answer& answer)
+{
+    std::string text;
+    for (const std::string& label : answer.chosen)
+        text += (text.empty() ? "" : ", ") + text::oneLine(text::trimmed(label));
+    if (answer.other)
+        text += (text.empty() ? "" : " + ") + text::quoted(text::oneLine(*answer.other));
+    return text.empty() ? "no answer" : text;
 }
 
 std::vector<Answer> fromOptions(

@@ -23,13 +23,17 @@ namespace veltry::RoundAnswers {
 
 /// The answer that a typed line means, or what to tell the person who typed it is wrong. Numbers, parted by
 /// commas or blanks, choose; "2 + words" chooses and adds words; a whole label chooses; "-" gives an empty answer;
-/// anything else is an answer in words, also a number in quotes. A blank line means nothing.
+/// anything else is an answer in words, also a number in quotes. A blank line means nothing. A number is a place, or a
+/// label where there is no such place; one that is both means nothing either, and "#2" is always the place.
 [[nodiscard]] std::expected<Answer, std::string> fromLine(const Question& question, std::string_view line);
+
+/// What was kept of an answer, on one line: `SGD + "with decay"`.
+[[nodiscard]] std::string kept(const Answer& answer);
 
 /// One answer for each question from the values of --choose and --other. A choice is a number or a label. In a round of
 /// several questions the question's number and a colon stand in front of each value; a label that only one question
-/// offers needs none. Throws UsageError for a value that means nothing, for two choices where one may be made, and for
-/// a question that gets no answer.
+/// offers needs none. Throws UsageError for a value that means nothing or more than one choice, for two choices where
+/// one may be made, and for a question that gets no answer.
 [[nodiscard]] std::vector<Answer> fromOptions(
     std::span<const Question> questions, std::span<const std::string> choices, std::span<const std::string> words);
 

@@ -47,6 +47,7 @@ std::shared_ptr<WatchedChild> WatchedChild::start(
     const asio::any_io_executor& executor, ChildProcess::Command command,
     ChildProcess::Stream ChildProcess::Command::* watched, Taker take, std::chrono::milliseconds grace)
 {
+    // Our copy of the writing end goes with this scope; else the end of the output would never come.
     Pipe output = Pipe::make();
     command.*watched = ChildProcess::Stream::to(output.writing.get());
     auto watch = std::make_unique<Watch>(executor, std::move(output.reading), std::move(take), grace);
@@ -90,6 +91,7 @@ asio::awaitable<void> WatchedChild::watchEnd(std::shared_ptr<WatchedChild> self,
     Watch& watch = *self->watch_;
     const std::int32_t number = co_await statusAfter(std::move(event), watch.leader);
     watch.exitNumber = number;
+    // Emptied first: who hears of the end may come back and ask.
     for (const auto& waiter : std::exchange(watch.waiting, {}))
         waiter->push(number);
     self->closeOutputIfDone();
@@ -105,6 +107,7 @@ asio::awaitable<std::int32_t> WatchedChild::exit(std::shared_ptr<WatchedChild> s
     Watch& watch = *self->watch_;
     if (watch.exitNumber)
         co_return *watch.exitNumber;
+    // A mailbox for each that waits, since what is pushed goes to one taker.
     const auto waiter = std::make_shared<Mailbox<std::int32_t>>(watch.executor);
     watch.waiting.push_back(waiter);
     const std::optional<std::int32_t> number = co_await waiter->next();
@@ -125,6 +128,7 @@ void WatchedChild::ignoreOutput() noexcept
 
 void WatchedChild::terminate() noexcept
 {
+    // Once its status was taken, the id may be another process's.
     if (isRunning())
         ChildProcess::terminateGroup(watch_->leader);
 }
@@ -143,6 +147,7 @@ bool WatchedChild::isRunning() const noexcept
 void WatchedChild::closeOutputIfDone() noexcept
 {
     asio::error_code ignored;
+    // Not earlier: a child that writes into a pipe without a reader is ended by SIGPIPE.
     if (watch_->ignoresOutput && !isRunning())
         watch_->output.close(ignored);
 }

@@ -61,6 +61,7 @@ CurlLibrary loaded()
 
 const CurlLibrary& CurlLibrary::load()
 {
+    // Where loading throws, this stays unset, and the next call tries again.
     static const CurlLibrary library = loaded();
     return library;
 }

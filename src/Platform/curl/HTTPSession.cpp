@@ -19,6 +19,7 @@ namespace {
 
 using Failure = HTTPSession::Failure;
 
+// For redirections too: no server may lead us to a file of this computer.
 constexpr const char* protocols = "http,https";
 constexpr long mostRedirects = 20;
 constexpr int longestPoll = 60'000; // milliseconds; every event ends it sooner
@@ -57,7 +58,8 @@ public:
     /// The outcome of a transfer that came to its end.
     Outcome end(int status)
     {
-        if (!failure_ && request_.file && ::fsync(request_.file.get()) != 0 && errno != EINVAL) // a pipe has no disk
+        // EINVAL: a pipe has no disk to wait for.
+        if (!failure_ && request_.file && ::fsync(request_.file.get()) != 0 && errno != EINVAL)
             failOnDisk();
         if (failure_)
             return std::unexpected(*failure_);
@@ -181,6 +183,8 @@ private:
         const auto patience = static_cast<long>(request.patience.count());
         set(CURLOPT_QUICK_EXIT, 1L);      // a look-up of a name that hangs doesn't hold the session's end
         set(CURLOPT_ACCEPT_ENCODING, ""); // whatever the library can unpack
+        // Signals off, since a time-out by SIGALRM suits no thread. A transfer may take any time as long as it moves:
+        // it ends after a `patience` in which less than a byte a second came.
         return set(CURLOPT_URL, request.address.c_str()) && set(CURLOPT_PROTOCOLS_STR, protocols) &&
                set(CURLOPT_REDIR_PROTOCOLS_STR, protocols) && set(CURLOPT_FOLLOWLOCATION, 1L) &&
                set(CURLOPT_MAXREDIRS, mostRedirects) && set(CURLOPT_NOSIGNAL, 1L) &&
@@ -193,6 +197,7 @@ private:
     void finish(CURL* handle, CURLcode code)
     {
         long status = 0;
+        // Before the release, which frees the handle.
         curl_.easyGetinfo(handle, CURLINFO_RESPONSE_CODE, &status);
         const std::unique_ptr<Transfer> transfer = release(handle);
         if (code == CURLE_OK)
@@ -208,6 +213,7 @@ private:
     std::unique_ptr<Transfer> release(CURL* handle)
     {
         std::unique_ptr<Transfer> transfer = std::move(open_.extract(handle).mapped());
+        // In this order: a handle leaves the others before it is freed, and its headers are ours until then.
         curl_.multiRemoveHandle(multi_, handle);
         curl_.easyCleanup(handle);
         curl_.slistFreeAll(transfer->headers);
@@ -224,6 +230,7 @@ HTTPSession::~HTTPSession()
     {
         const std::scoped_lock lock(mutex_);
         stopping_ = true;
+        // Under the lock: the thread takes its transfers away under it before it frees them.
         if (transfers_)
             transfers_->wake();
     }
@@ -256,7 +263,8 @@ void HTTPSession::run() noexcept
 {
     sigset_t all;
     ::sigfillset(&all);
-    ::pthread_sigmask(SIG_BLOCK, &all, nullptr); // signals are the main thread's, and a lost peer is an error here
+    // Signals are the main thread's, and a lost peer is an error here.
+    ::pthread_sigmask(SIG_BLOCK, &all, nullptr);
     try {
         Transfers transfers(CurlLibrary::load());
         work(transfers);
@@ -276,6 +284,7 @@ void HTTPSession::work(Transfers& transfers)
                 return;
             jobs.swap(waiting_);
         }
+        // Without the lock, since a completion may be called at once and may ask for more.
         for (Job& job : jobs)
             transfers.add(std::move(job));
         jobs.clear();
@@ -291,6 +300,7 @@ void HTTPSession::refuse(const Failure& failure)
         {
             const std::scoped_lock lock(mutex_);
             jobs.swap(waiting_);
+            // Under the lock of the look: a request that comes after it finds no thread and starts one.
             if (jobs.empty()) {
                 running_ = false;
                 return;

@@ -33,7 +33,8 @@ public:
     {
         check(posix_spawn_file_actions_init(&actions_));
         if (const int result = posix_spawnattr_init(&attributes_); result != 0) {
-            posix_spawn_file_actions_destroy(&actions_); // no destructor runs for what wasn't constructed
+            // No destructor runs for what wasn't constructed.
+            posix_spawn_file_actions_destroy(&actions_);
             check(result);
         }
     }
@@ -70,6 +71,8 @@ public:
         check(posix_spawn_file_actions_addchdir_np(&actions_, directory.c_str()));
     }
 
+    /// Asked for last: the actions run in the order in which they were added, and the redirections need what this
+    /// closes.
     void closeTheRest() { check(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1)); }
 
     void setGroupAndSignals(Group group)
@@ -81,6 +84,8 @@ public:
         } else if (group == Group::ownSession) {
             flags |= POSIX_SPAWN_SETSID;
         }
+        // Ignored signals and the mask would pass to the child, which has to begin with the defaults whatever we ignore
+        // or block.
         sigset_t signals;
         sigfillset(&signals);
         check(posix_spawnattr_setsigdefault(&attributes_, &signals));
@@ -108,6 +113,7 @@ private:
     posix_spawnattr_t attributes_;
 };
 
+/// Lead into `texts`, with the null at the end that posix_spawn looks for.
 std::vector<char*> pointers(std::vector<std::string>& texts)
 {
     std::vector<char*> result;
@@ -118,6 +124,7 @@ std::vector<char*> pointers(std::vector<std::string>& texts)
     return result;
 }
 
+/// As a shell tells it: the end by a signal is 128 and its number.
 int exitNumber(int status)
 {
     if (WIFSIGNALED(status))
@@ -132,6 +139,7 @@ int timeLeft(const Deadline& deadline)
 {
     if (!deadline)
         return -1;
+    // Rounded up, so that no wait ends before its deadline.
     const auto left =
         std::chrono::ceil<std::chrono::milliseconds>(*deadline - std::chrono::steady_clock::now()).count();
     return static_cast<int>(std::clamp<std::int64_t>(left, 0, std::numeric_limits<int>::max()));
@@ -204,9 +212,11 @@ std::string StartFailure::description() const
 ProcessID start(const Command& command)
 {
     SpawnActions actions(command.executable);
+    // The output before the errors, which may go to the same place.
     actions.redirect(command.input, STDIN_FILENO);
     actions.redirect(command.output, STDOUT_FILENO);
     actions.redirect(command.error, STDERR_FILENO);
+    // After the redirections, whose relative paths are meant from our own folder.
     if (!command.directory.empty())
         actions.changeDirectory(command.directory);
     actions.closeTheRest();
@@ -253,14 +263,25 @@ bool reapIfEnded(ProcessID child) noexcept
     return ::waitpid(child, &status, WNOHANG) != 0; // a failure means that somebody else took it
 }
 
+namespace {
+
+/// A negative number names a group (kill(2)); but 0 is our own group, and -1 all processes of the user.
+void signalGroup(ProcessID leader, int signal) noexcept
+{
+    if (leader > 1)
+        ::kill(-leader, signal);
+}
+
+} // namespace
+
 void terminateGroup(ProcessID leader) noexcept
 {
-    ::kill(-leader, SIGTERM);
+    signalGroup(leader, SIGTERM);
 }
 
 void killGroup(ProcessID leader) noexcept
 {
-    ::kill(-leader, SIGKILL);
+    signalGroup(leader, SIGKILL);
 }
 
 namespace {
@@ -282,6 +303,7 @@ int endGroup(ProcessID leader, std::chrono::milliseconds grace) noexcept
     terminateGroup(leader);
     if (!hasEnded(leader, static_cast<int>(grace.count())))
         killGroup(leader);
+    // Only now: until its status is taken no other process or group can get its id.
     return wait(leader);
 }
 
@@ -301,6 +323,7 @@ Output run(Command command)
     command.output = Stream::to(output.writing.get());
     command.error = Stream::to(error.writing.get());
     Reaper child(start(command));
+    // Our own copies of the writing ends would keep the end of the output from ever coming.
     output.writing.reset();
     error.writing.reset();
 
@@ -317,6 +340,7 @@ std::optional<Output> runWithin(std::chrono::milliseconds patience, Command comm
     Pipe error = Pipe::make();
     command.output = Stream::to(output.writing.get());
     command.error = Stream::to(error.writing.get());
+    // So that what it starts is ended with it, and nothing of it asks at our terminal.
     command.group = Group::ownSession;
     const ProcessID leader = start(command);
     Reaper child(leader);
@@ -324,8 +348,9 @@ std::optional<Output> runWithin(std::chrono::milliseconds patience, Command comm
     error.writing.reset();
 
     Output result;
+    // It may have closed its ends of the pipes and go on all the same.
     const bool isWhole = drain<2>({&output.reading, &error.reading}, {&result.output, &result.error}, deadline) &&
-                         hasEnded(leader, timeLeft(deadline)); // it may have closed its ends and go on
+                         hasEnded(leader, timeLeft(deadline));
     if (!isWhole) {
         killGroup(leader);
         return std::nullopt;

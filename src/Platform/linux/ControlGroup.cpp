@@ -33,7 +33,8 @@ void lowerProcessors(ControlGroupLimits& limits, std::string_view quota, std::st
 
 void lowerMemory(ControlGroupLimits& limits, std::string_view bytes)
 {
-    const auto count = text::integer(bytes); // without a limit the first version writes about 2^63, the second "max"
+    // Without a limit the first version writes about 2^63, the second "max".
+    const auto count = text::integer(bytes);
     if (count && *count >= 0)
         lower(limits.memory, static_cast<std::uint64_t>(*count));
 }
@@ -66,6 +67,7 @@ ControlGroupLimits controlGroupLimits(const std::filesystem::path& groups, const
         const std::filesystem::path mount = isSecondVersion ? root : root / controllers;
         // In a container the path may be one outside of it, which isn't there: the root of what is mounted is its own.
         std::filesystem::path group = std::filesystem::path(line.substr(second + 1)).relative_path();
+        // A group is held to the limits of all that it lies in, so the least on the way up counts.
         while (true) {
             readGroup(limits, mount / group);
             if (isSecondVersion)

@@ -13,6 +13,8 @@ namespace {
 
 constexpr int firstFree = STDERR_FILENO + 1;
 
+/// Where a standard stream was closed at the start, the system gives out its number, and a redirection in a child would
+/// overwrite the pipe.
 FileDescriptor aboveStandard(FileDescriptor fd)
 {
     if (fd.get() >= firstFree)
@@ -25,6 +27,7 @@ FileDescriptor aboveStandard(FileDescriptor fd)
 void FileDescriptor::reset(int fd) noexcept
 {
     if (const int old = std::exchange(fd_, fd); old >= 0)
+        // Not once more after EINTR: Linux has freed the number by then, and another thread may have it.
         ::close(old);
 }
 

@@ -23,6 +23,7 @@ bool lockUnlessHeld(const FileDescriptor& file) noexcept
     for (int attempt = 0; attempt < attempts; ++attempt) {
         if (::flock(file.get(), LOCK_EX | LOCK_NB) == 0)
             return true;
+        // Shared it can be had unless somebody holds it in earnest. Then only those who ask were in the way.
         if (::flock(file.get(), LOCK_SH | LOCK_NB) != 0)
             return false;
         ::flock(file.get(), LOCK_UN);

@@ -54,6 +54,7 @@ std::string typeOf(const std::filesystem::path& path, dev_t device)
 
 bool isNetworkType(std::string_view type)
 {
+    // FUSE puts the name of its program after this prefix, and some of those reach over the network.
     const std::string_view plain = type.starts_with("fuse.") ? type.substr(5) : type;
     return std::ranges::find(networkTypes, plain) != networkTypes.end() || plain == "sshfs" || plain == "rclone" ||
            plain == "s3fs";
@@ -61,6 +62,7 @@ bool isNetworkType(std::string_view type)
 
 std::optional<FileSystem> of(const std::filesystem::path& path)
 {
+    // What isn't made yet will lie in the file system of the nearest folder above it.
     std::filesystem::path there = path;
     while (!Files::exists(there) && there.has_relative_path())
         there = there.parent_path();
@@ -71,6 +73,7 @@ std::optional<FileSystem> of(const std::filesystem::path& path)
         return std::nullopt;
     FileSystem system{.type = typeOf(std::filesystem::weakly_canonical(there, unknown), status.st_dev)};
     system.isNetwork = isNetworkType(system.type);
+    // What this user may take: the part reserved for root isn't in it.
     system.freeBytes = std::uint64_t{space.f_bavail} * space.f_frsize;
     return system;
 }

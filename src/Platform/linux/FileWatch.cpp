@@ -36,7 +36,8 @@ FileWatch::Event FileWatch::wait(std::chrono::milliseconds timeout)
         ::eventfd_read(wakeUp_.get(), &count);
         return Event::woken;
     }
-    alignas(inotify_event) std::array<char, 4096> events; // what they say is known: the one file changed
+    // What they say is known: the one file changed.
+    alignas(inotify_event) std::array<char, 4096> events;
     while (::read(changes_.get(), events.data(), events.size()) > 0) {
     }
     return Event::changed;

@@ -44,6 +44,7 @@ FileDescriptor openBeneath(const FileDescriptor& start, const std::filesystem::p
     do
         fd = ::syscall(SYS_openat2, start.get(), name, &how, sizeof how);
     while (fd < 0 && errno == EINTR);
+    // An older kernel lacks the call, and the filter of a container may refuse it.
     if (fd < 0 && (errno == ENOSYS || errno == EPERM))
         return walk(start, path);
     return FileDescriptor(static_cast<int>(fd));
@@ -54,6 +55,7 @@ std::pair<std::string, std::string> splitAtMissing(const std::string& path)
 {
     std::string there = path;
     struct stat status{};
+    // Not stat: a link that leads nowhere lies there too, and mustn't pass for a name that is free.
     while (!there.empty() && ::lstat(there.c_str(), &status) != 0)
         there.resize(there.find_last_of('/'));
     return {there.empty() ? "/" : there, path.substr(there.size())};
@@ -110,6 +112,7 @@ void FolderRoot::writeAtomically(const std::filesystem::path& place, std::string
     if (!folder)
         throw SystemError("could not write " + what);
     const std::string name = place.filename();
+    // The rename would put a plain file in the place of a link, a pipe or a device.
     struct stat old{};
     if (::fstatat(folder.get(), name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISREG(old.st_mode))
         throw SystemError(

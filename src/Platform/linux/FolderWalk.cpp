@@ -24,6 +24,7 @@ Entry entryOf(const FTSENT& found)
         .path = {found.fts_path, found.fts_pathlen},
         .isFolder = S_ISDIR(status.st_mode),
         .bytesOnDisk = static_cast<std::uint64_t>(status.st_blocks) * block};
+    // Only a file with several names can be met twice.
     if (!entry.isFolder && status.st_nlink > 1)
         entry.identity.emplace(status.st_dev, status.st_ino);
     return entry;

@@ -26,6 +26,7 @@ NVML::NVML(const char* library) : library_(::dlopen(library, RTLD_NOW | RTLD_LOC
 {
     if (!library_)
         return; // no such driver
+    // Connected last, so that a library which lacks one of these needs no shutdown.
     isConnected_ = find("nvmlInit_v2", init_) && find("nvmlShutdown", shutdown_) &&
                    find("nvmlDeviceGetCount_v2", count_) && find("nvmlDeviceGetHandleByIndex_v2", device_) &&
                    find("nvmlDeviceGetUtilizationRates", utilization_) && init_() == 0;
@@ -72,6 +73,7 @@ GPUFacts::Cards NVML::cards() const
     for (unsigned index = 0; index < count; ++index)
         if (Device* device = nullptr; device_(index, &device) == 0)
             found.cards.push_back(card(device));
+    // A byte of the zeroed text is kept back, so that it has an end whatever the driver writes.
     if (std::array<char, 96> text{}; driver_ && driver_(text.data(), text.size() - 1) == 0)
         found.driver = text.data();
     if (int version = 0; cuda_ && cuda_(&version) == 0) // 12040 is 12.4
@@ -190,6 +192,7 @@ std::optional<Cards> cards(std::chrono::milliseconds patience)
     if (answer.wait_for(patience) != std::future_status::ready)
         return std::nullopt;
     Cards found = answer.get();
+    // The kernel's part of the driver names the cards also where its library isn't installed.
     if (found.cards.empty())
         found.cards = nvidiaFileCards();
     std::ranges::move(amdCards(), std::back_inserter(found.cards));

@@ -57,6 +57,7 @@ std::set<std::int64_t> physicalCores()
     std::set<std::int64_t> result;
     for (std::int64_t cpu : processors("/sys/devices/system/cpu/online")) {
         const std::filesystem::path topology = fmt::format("/sys/devices/system/cpu/cpu{}/topology", cpu);
+        // Where the kernel tells no topology, each processor counts as a core of its own.
         const auto package = number(topology / "physical_package_id").value_or(0);
         const auto core = number(topology / "core_id").value_or(cpu);
         if (seen.emplace(package, core).second)
@@ -75,6 +76,7 @@ std::set<std::int64_t> efficiencyProcessors(const std::set<std::int64_t>& all)
     std::int64_t highest = 0;
     for (std::int64_t cpu : all) {
         const auto capacity = number(fmt::format("/sys/devices/system/cpu/cpu{}/cpu_capacity", cpu));
+        // Without the capacity of each there is nothing to compare.
         if (!capacity)
             return {};
         capacities[cpu] = *capacity;
@@ -105,6 +107,7 @@ std::optional<std::string> assigned(std::string_view contents, std::string_view 
 
 std::optional<std::string> systemName()
 {
+    // The first overrides the second (os-release(5)).
     for (const char* file : {"/etc/os-release", "/usr/lib/os-release"}) {
         const std::optional<std::string> contents = Files::readIfPossible(file);
         if (!contents)
@@ -183,6 +186,7 @@ double usableThreads()
     cpu_set_t set;
     if (::sched_getaffinity(0, sizeof set, &set) == 0) // fails on machines of over 1,024 processors
         usable = std::min(usable, static_cast<double>(CPU_COUNT(&set)));
+    // A container's share of time, which the affinity says nothing of.
     return std::min(usable, controlGroupLimits().processors.value_or(usable));
 }
 
@@ -201,6 +205,7 @@ std::uint64_t memory()
 std::optional<std::uint64_t> availableMemory()
 {
     const std::string contents = Files::readIfPossible("/proc/meminfo").value_or("");
+    // Counts the caches that the kernel would give up, as MemFree doesn't.
     constexpr std::string_view name = "MemAvailable:";
     for (std::string_view line : text::split(contents, '\n'))
         if (line.starts_with(name)) {
@@ -213,6 +218,7 @@ std::optional<std::uint64_t> availableMemory()
 
 std::optional<std::uint64_t> memoryLimit()
 {
+    // Without a limit, version 1 of control groups writes a number above all memory.
     const std::optional<std::uint64_t> limit = controlGroupLimits().memory;
     return limit && *limit < memory() ? limit : std::nullopt;
 }

@@ -139,13 +139,14 @@ std::optional<double> began(ProcessID process)
     const std::size_t name = stat ? stat->rfind(')') : std::string::npos; // anything may stand in a name
     if (name == std::string::npos)
         return std::nullopt;
-    constexpr std::size_t behindName = 20; // the 22nd field of all, see proc(5)
+    constexpr std::size_t afterName = 20; // the 22nd field of all, see proc(5)
     const auto fields = text::split(std::string_view(*stat).substr(name), ' ');
-    const auto ticks = fields.size() > behindName ? text::integer(fields[behindName]) : std::nullopt;
+    const auto ticks = fields.size() > afterName ? text::integer(fields[afterName]) : std::nullopt;
     timespec sinceBoot{};
     timespec now{};
     if (!ticks || ::clock_gettime(CLOCK_BOOTTIME, &sinceBoot) != 0 || ::clock_gettime(CLOCK_REALTIME, &now) != 0)
         return std::nullopt;
+    // The start is counted from boot with the time that the machine slept, as CLOCK_BOOTTIME counts.
     return seconds(now) - seconds(sinceBoot) +
            static_cast<double>(*ticks) / static_cast<double>(::sysconf(_SC_CLK_TCK));
 }
@@ -163,6 +164,8 @@ std::optional<Usage> usage(ProcessID process, SharedPages shared)
     const std::string_view owners = field(*status, "\nUid:");
     if (user != 0 && owners.substr(0, owners.find('\t')) != std::to_string(user))
         return std::nullopt;
+    // Without the pages of files, which the kernel can drop. The divided sums are asked for apart, since the kernel
+    // walks through all pages for them.
     if (shared == SharedPages::divide)
         if (const auto sums = Files::readIfPossible(fmt::format("/proc/{}/smaps_rollup", process)))
             return Usage{.cpuSeconds = *time, .memory = sum(*sums, {"\nPss_Anon:", "\nPss_Shmem:", "\nSwapPss:"})};

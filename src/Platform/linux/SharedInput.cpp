@@ -42,7 +42,8 @@ SharedInput::SharedInput(const asio::any_io_executor& executor, FileDescriptor f
 asio::awaitable<void> SharedInput::ready()
 {
     if (!readiness_) {
-        co_await asio::post(executor_, asio::use_awaitable); // the handlers get their turn between two pieces
+        // The handlers get their turn between two pieces.
+        co_await asio::post(executor_, asio::use_awaitable);
         co_return;
     }
     asio::error_code ignored; // cancelled

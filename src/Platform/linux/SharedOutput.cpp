@@ -60,7 +60,8 @@ bool SharedOutput::writeIfPossible(std::string_view bytes) const
         return false;
     if (count < 0)
         throw SystemError("could not write to the peer");
-    writeAll(bytes.substr(static_cast<std::size_t>(count))); // a disk that is nearly full; the rest says so
+    // A disk that is nearly full took a part; writing the rest tells what is wrong.
+    writeAll(bytes.substr(static_cast<std::size_t>(count)));
     return true;
 }
 
@@ -69,6 +70,7 @@ bool SharedOutput::writeAll(std::string_view bytes) const
     while (!bytes.empty()) {
         if (!waitForRoom())
             return false;
+        // In pieces that a pipe with room takes whole: a longer write would block where stop() can't reach it.
         const ssize_t count = ::write(file_.get(), bytes.data(), std::min(atomicSize, bytes.size()));
         if (count < 0 && errno != EINTR && errno != EAGAIN)
             throw SystemError("could not write to the peer");
@@ -86,7 +88,8 @@ void SharedOutput::close() noexcept
 
 void SharedOutput::stop() noexcept
 {
-    ::eventfd_write(stopEvent_.get(), 1); // never read, so that it holds for every wait to come
+    // Never read, so that it holds for every wait to come.
+    ::eventfd_write(stopEvent_.get(), 1);
 }
 
 /// Blocks until the peer takes more; false once stop() was called.
