@@ -227,7 +227,43 @@ Experiment Context::node(std::string_view given)
     throw Refusal(fmt::format("There is no node \"{}\".{} veltry tree lists them.", given, didYouMean(given, known)));
 }
 
+Experiment Context::nodeOrHere(const std::optional<std::string>& given)
+{
+    if (given)
+        return node(*given);
+    const std::filesystem::path here = std::filesystem::current_path();
+    for (Experiment& node : store()->experiments(project().id))
+        if (holds(lab().worktree(node), here))
+            return std::move(node);
+    throw UsageError(
+        fmt::format("Name a node: {} lies in no node's worktree. veltry tree lists the nodes.", here.string()));
+}
+
 Run Context::run(std::string_view given)
+{
+    std::optional<Run> found = findRun(given);
+    if (!found)
+        throw noRun(given);
+    return std::move(*found);
+}
+
+Run Context::runOrLatest(const std::optional<std::string>& given)
+{
+    if (given && namesRun(*given))
+        return run(*given);
+    if (std::optional<Run> found = given ? findRun(*given) : std::nullopt) // by the start of its id
+        return std::move(*found);
+    const Experiment node = nodeOrHere(given);
+    std::optional<Run> latest;
+    for (Run& run : store()->runs(project().id))
+        if (run.experimentID == node.id && (!latest || latest->number < run.number))
+            latest = std::move(run);
+    if (!latest)
+        throw Refusal(fmt::format("{} has no run yet. Start one: veltry run {}.", node.title, node.slug));
+    return std::move(*latest);
+}
+
+std::optional<Run> Context::findRun(std::string_view given)
 {
     const std::string_view name = given.starts_with('#') ? given.substr(1) : given;
     std::optional<Run> found;
@@ -236,16 +272,14 @@ Run Context::run(std::string_view given)
     if (const std::optional<UUID> id = UUID::parse(name); id && !found)
         found = store()->run(*id);
     if (found && found->projectID == project().id)
-        return std::move(*found);
+        return found;
     std::vector<Run> begun;
     if (name.size() >= shortestIDStart)
         for (Run& run : store()->runs(project().id))
             if (names(name, run.id))
                 begun.push_back(std::move(run));
     refuseSeveral(begun, given, "runs");
-    if (!begun.empty())
-        return std::move(begun.front());
-    throw noRun(given);
+    return begun.empty() ? std::nullopt : std::optional(std::move(begun.front()));
 }
 
 /// The start of an id may be digits alone as well, but whoever copies one copies more of them than a number has.

@@ -68,8 +68,14 @@ public:
     /// The node of the project by its id or the start of one, its slug, its branch or its title; by "#3" the node of a
     /// run. Throws Refusal with the names that are near.
     [[nodiscard]] Experiment node(std::string_view given);
+    /// The same; where nothing is given, the one in whose worktree the current directory lies. Throws UsageError if it
+    /// lies in none.
+    [[nodiscard]] Experiment nodeOrHere(const std::optional<std::string>& given);
     /// The run of the project by its number, with or without "#", or by its id or the start of one. Throws Refusal.
     [[nodiscard]] Run run(std::string_view given);
+    /// What a command was given as "RUN|NODE": a run, or the latest one of a node as nodeOrHere() finds it. Throws
+    /// Refusal also for a node without a run.
+    [[nodiscard]] Run runOrLatest(const std::optional<std::string>& given);
 
     /// What a command was given as "NODE|RUN", in one look around all of it (Lab::treeAround()).
     struct Look {
@@ -100,6 +106,7 @@ public:
     [[nodiscard]] static std::filesystem::path tools();
 
 private:
+    [[nodiscard]] std::optional<Run> findRun(std::string_view given);
     [[nodiscard]] bool namesRun(std::string_view given);
     [[nodiscard]] Experiment nodeOf(const Run& run);
 

@@ -59,8 +59,8 @@ TEST(TelemetryCharts, DrawWhatALayoutAsksFor)
     const std::vector<TelemetryCharts::Series> series = {
         {.x = "t", .y = "b", .total = 2, .xs = {2, 0}, .ys = {2, 3}},
         {.x = "t", .y = "a", .total = 2, .xs = {1, 2}, .ys = {5, 4}},
-        {.x = "t", .y = "none", .total = 0, .xs = {}, .ys = {}},
-        {.x = "none", .y = "a", .total = 0, .xs = {}, .ys = {}}};
+        {.x = "t", .y = "none", .total = 0, .lack = TelemetryCharts::Lack::y, .xs = {}, .ys = {}},
+        {.x = "none", .y = "a", .total = 0, .lack = TelemetryCharts::Lack::x, .xs = {}, .ys = {}}};
     EXPECT_EQ(charts.series, series);
     EXPECT_TRUE(charts.configured);
     EXPECT_THAT(

@@ -95,6 +95,32 @@ TEST_F(ChartsCommand, WritesADrawingAndAPageInOneStep)
     EXPECT_EQ(charts({"1", "--svg", "a", "--html", "b"}).exitNumber, 2);
 }
 
+TEST_F(ChartsCommand, DrawsRunsTogetherAndTakesANodeForItsLatestRun)
+{
+    const veltry::Run other = lab_.insertFinished(lab_.baseline("true", "Other"));
+    Files::createFolders(other.source());
+    Files::writeAtomically(other.telemetryFile(), "{\"step\":1,\"loss\":8}\n{\"step\":2,\"loss\":4}\n{\"lr\":3}\n");
+    const struct {
+        std::vector<std::string> arguments;
+        std::string_view text;
+    } cases[] = {
+        {{"1", "other", "--key", "loss"}, "#2 Other 4"},
+        {{"2", "1", "2", "--key", "loss"}, "#1 <i>Nodes</i> 0"},
+        {{"other"}, "loss 4"},
+        {{"2", "--key", "loss", "--smooth", "0.5"}, "loss 5.33333"}, // (8 / 4 + 4 / 2) / (1 - 1 / 4)
+        {{"1", "--key", "lost"}, "Did you mean loss?"},
+        {{"1", "--smooth", "1"}, "below 1"},
+        {{"1", "2", "--follow"}, "one run"},
+        {{"2", "--key", "lr"}, "lr was never reported together with step"},
+        {{"nothing"}, "There is no node"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        const ChildProcess::Output shown = charts(c.arguments);
+        EXPECT_THAT(shown.output + shown.error, HasSubstr(c.text));
+    }
+}
+
 TEST_F(ChartsCommand, TakesTheLayoutOfTheCommitWhereTheSnapshotIsGone)
 {
     lab_.repository.write("telemetry.toml", "[[stat]]\ny = \"loss\"\ntitle = \"from git\"\n");

@@ -24,7 +24,7 @@ TEST(HostCommand, SaysOfEachCommandLineThatMeansNothingWhatWasMeantPerhaps)
         {{"tree", "a", "b"}, "tree doesn't take a b. veltry tree --help tells what it takes."},
         {{"list", "--srot", "x"}, "list has no option --srot. Did you mean --sort? veltry list --help"},
         {{"tree", "--jsn"}, "tree has no option --jsn. Did you mean --json?"},
-        {{"show"}, "NODE|RUN is required. Try veltry show --help."},
+        {{"cancel"}, "RUN is required. Try veltry cancel --help."},
     };
     for (const auto& c : cases) {
         const ChildProcess::Output output = test::runProgram(test::hostProgram(), c.arguments);

@@ -26,6 +26,7 @@ constexpr auto fields<TelemetryLayout::Panel> = std::tuple(
 template <>
 constexpr auto fields<TelemetryCharts::Series> = std::tuple(
     field("x", &TelemetryCharts::Series::x), field("y", &TelemetryCharts::Series::y),
+    field("run", &TelemetryCharts::Series::run), field("smoothing", &TelemetryCharts::Series::smoothing),
     field("total", &TelemetryCharts::Series::total), field("xs", &TelemetryCharts::Series::xs),
     field("ys", &TelemetryCharts::Series::ys));
 
@@ -143,19 +144,62 @@ void fill(Series& series, const Xs& xs, const Ys& ys, std::size_t bucketCount)
     }
 }
 
+/// The exponential moving average. Divided by the share that the readings so far have in it, or the 0 with which it
+/// begins would pull the first ones down.
+template <typename Ys>
+std::vector<double> smoothed(const Ys& ys, double weight)
+{
+    std::vector<double> result;
+    result.reserve(ys.size());
+    double average = 0;
+    double past = 1; // what is left of the 0 at the start
+    for (const double y : ys) {
+        average = weight * average + (1 - weight) * y;
+        past *= weight;
+        result.push_back(average / (1 - past));
+    }
+    return result;
+}
+
 void fill(Series& series, const Telemetry& telemetry, std::size_t bucketCount, Join& join)
 {
+    const auto take = [&](const auto& xs, const auto& ys) {
+        if (series.smoothing)
+            fill(series, xs, smoothed(ys, *series.smoothing), bucketCount);
+        else
+            fill(series, xs, ys, bucketCount);
+    };
     const Column* y = telemetry.column(series.y);
     const Column* x = series.x ? telemetry.column(*series.x) : nullptr;
-    if (!y || (series.x && !x))
+    if (!y || (series.x && !x)) {
         // The layout was written before the run, which needn't have such a key.
+        series.lack = y ? TelemetryCharts::Lack::x : TelemetryCharts::Lack::y;
         return;
+    }
     if (!x)
-        return fill(series, y->seqs, y->values, bucketCount);
+        return take(y->seqs, y->values);
     if (haveSamePoints(*x, *y))
-        return fill(series, x->values, y->values, bucketCount);
+        return take(x->values, y->values);
     join.make(*x, *y);
-    fill(series, join.xs(), join.ys(), bucketCount);
+    take(join.xs(), join.ys());
+    if (series.xs.empty())
+        series.lack = TelemetryCharts::Lack::x;
+}
+
+/// Takes what isn't wanted out of the layout. What no panel draws gets one, as without a layout.
+void select(TelemetryLayout& layout, const std::vector<std::string>& keys)
+{
+    std::vector<std::string> left = keys;
+    for (TelemetryLayout::Panel& panel : layout.panels) {
+        std::erase_if(panel.y, [&](const std::string& y) { return std::ranges::count(keys, y) == 0; });
+        for (const std::string& y : panel.y)
+            std::erase(left, y);
+    }
+    std::erase_if(layout.panels, [](const TelemetryLayout::Panel& panel) { return panel.y.empty(); });
+    std::erase_if(
+        layout.stats, [&](const TelemetryLayout::Stat& stat) { return std::ranges::count(keys, stat.y) == 0; });
+    for (std::string& key : left)
+        layout.panels.push_back({.title = key, .x = {}, .y = {key}, .min = {}, .max = {}, .rule = {}});
 }
 
 bool isLine(const Series& series, const std::optional<std::string>& x, const std::string& y)
@@ -182,17 +226,29 @@ std::optional<double> reduced(const Column* column, TelemetryLayout::Reduce redu
 
 TelemetryCharts::TelemetryCharts(
     const Telemetry& telemetry, const std::optional<TelemetryLayout>& layout, std::size_t bucketCount)
+    : TelemetryCharts(telemetry, layout, Selection{}, bucketCount)
+{
+}
+
+TelemetryCharts::TelemetryCharts(
+    const Telemetry& telemetry, const std::optional<TelemetryLayout>& layout, const Selection& selection,
+    std::size_t bucketCount)
     : configured(layout.has_value()), dropped(telemetry.dropped())
 {
     assert(bucketCount > 0);
-    const TelemetryLayout asked = layout ? *layout : TelemetryLayout::standard(telemetry.keys());
+    TelemetryLayout asked = layout ? *layout : TelemetryLayout::standard(telemetry.keys());
+    if (!selection.keys.empty())
+        select(asked, selection.keys);
     panels = asked.panels;
     for (TelemetryLayout::Panel& panel : panels) {
         if (!panel.x)
             panel.x = asked.x;
         for (const std::string& y : panel.y)
-            if (std::ranges::none_of(series, [&](const Series& one) { return isLine(one, panel.x, y); }))
+            if (std::ranges::none_of(series, [&](const Series& one) { return isLine(one, panel.x, y); })) {
                 series.push_back({.x = panel.x, .y = y, .xs = {}, .ys = {}});
+                if (selection.smoothing)
+                    series.push_back({.x = panel.x, .y = y, .smoothing = selection.smoothing, .xs = {}, .ys = {}});
+            }
     }
     Join join;
     for (Series& one : series)
@@ -203,6 +259,41 @@ TelemetryCharts::TelemetryCharts(
              .y = stat.y,
              .reduce = stat.reduce,
              .value = reduced(telemetry.column(stat.y), stat.reduce)});
+}
+
+TelemetryCharts TelemetryCharts::together(const std::vector<std::pair<std::string, TelemetryCharts>>& runs)
+{
+    TelemetryCharts all;
+    all.hasEnded = true;
+    for (std::size_t place = 0; place < runs.size(); ++place) {
+        const auto& [name, charts] = runs[place];
+        all.configured = all.configured || charts.configured;
+        all.hasEnded = all.hasEnded && charts.hasEnded;
+        for (const TelemetryLayout::Panel& panel : charts.panels)
+            for (const std::string& y : panel.y) {
+                const auto isSame = [&](const TelemetryLayout::Panel& one) {
+                    return one.x == panel.x && one.y[0] == y;
+                };
+                if (std::ranges::any_of(all.panels, isSame))
+                    continue;
+                TelemetryLayout::Panel& own = all.panels.emplace_back(panel);
+                own.y = {y};
+                if (panel.y.size() > 1)
+                    own.title = panel.title.empty() || panel.title == y ? y : panel.title + ": " + y;
+            }
+        for (Series one : charts.series) {
+            one.run = name;
+            one.place = place;
+            all.series.push_back(std::move(one));
+        }
+        for (Stat stat : charts.stats) {
+            stat.title += ", " + name;
+            all.stats.push_back(std::move(stat));
+        }
+        for (const auto& [drop, count] : charts.dropped)
+            all.dropped[drop] += count;
+    }
+    return all;
 }
 
 std::vector<const Series*> TelemetryCharts::seriesOf(const TelemetryLayout::Panel& panel) const

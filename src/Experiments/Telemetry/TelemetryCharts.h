@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace veltry {
@@ -21,11 +22,22 @@ namespace veltry {
 struct TelemetryCharts {
     static constexpr std::size_t buckets = 500; ///< a line has at most two points for each
 
+    /// Why a line has no point.
+    enum class Lack {
+        nothing, ///< it has points
+        y,       ///< its key was never read
+        x,       ///< no point with its key has the horizontal axis' one
+    };
+
     /// A line: the readings of one key over those of another.
     struct Series {
         std::optional<std::string> x; ///< the key of the horizontal axis; nothing for the points' `seq`
         std::string y;
-        std::int64_t total = 0; ///< points before the line was reduced
+        std::optional<std::string> run = std::nullopt;  ///< whose line it is, where together() put several in one panel
+        std::size_t place = 0;                          ///< of `run` among all, the same in every panel
+        std::optional<double> smoothing = std::nullopt; ///< of a smoothed line, which follows the one as it was read
+        std::int64_t total = 0;                         ///< points before the line was reduced
+        Lack lack = Lack::nothing;
         std::vector<double> xs; ///< the points to draw, in the order in which they came
         std::vector<double> ys; ///< parallel to `xs`
         friend bool operator==(const Series&, const Series&) = default;
@@ -45,6 +57,7 @@ struct TelemetryCharts {
     std::vector<Stat> stats;
     std::vector<Series> series; ///< one for each pair of `x` and `y`, however many panels draw it
     Telemetry::Drops dropped;   ///< what was refused, as the store says
+    bool hasEnded = false;      ///< nothing more comes; whoever read the run says so
 
     TelemetryCharts() = default;
     /// Without a layout the standard one counts. A line of more than twice `bucketCount` points, which is at least 1,
@@ -53,6 +66,20 @@ struct TelemetryCharts {
     explicit TelemetryCharts(
         const Telemetry& telemetry, const std::optional<TelemetryLayout>& layout = std::nullopt,
         std::size_t bucketCount = buckets);
+
+    /// What is drawn of a run's telemetry.
+    struct Selection {
+        std::vector<std::string> keys;   ///< only these, one that no panel has in a panel of its own; all if empty
+        std::optional<double> smoothing; ///< at least 0 and below 1: adds smoothed lines
+    };
+    /// The same of a selection. A line is smoothed by its exponential moving average before it is reduced: each point
+    /// keeps `smoothing` of the average before it, corrected for the start as if it had no past.
+    TelemetryCharts(
+        const Telemetry& telemetry, const std::optional<TelemetryLayout>& layout, const Selection& selection,
+        std::size_t bucketCount = buckets);
+
+    /// Several runs in one: for each key a panel, and in it a line of each run.
+    [[nodiscard]] static TelemetryCharts together(const std::vector<std::pair<std::string, TelemetryCharts>>& runs);
 
     friend bool operator==(const TelemetryCharts&, const TelemetryCharts&) = default;
 

@@ -10,6 +10,7 @@
 #include <functional>
 #include <limits>
 #include <numeric>
+#include <tuple>
 
 namespace veltry {
 
@@ -44,6 +45,22 @@ Axis vertical(const Span& ys, const TelemetryLayout::Panel& panel)
     return Axis::around(ys.range().value_or(none), panel.min, high, isLogarithmic);
 }
 
+std::string whyNothing(const Chart& chart, bool hasEnded)
+{
+    if (!chart.isEmpty)
+        return "";
+    if (chart.notShown > 0)
+        return "no value above 0, as this scale needs them";
+    std::vector<std::string> unread;
+    for (const Chart::Line& line : chart.lines) {
+        if (line.series->lack == TelemetryCharts::Lack::x)
+            return fmt::format("{} was never reported together with {}", line.series->y, chart.xKey);
+        if (std::ranges::count(unread, line.series->y) == 0)
+            unread.push_back(line.series->y);
+    }
+    return hasEnded ? fmt::format("{} was never reported", text::joined(unread, ", ")) : "no data yet";
+}
+
 } // namespace
 
 Chart Chart::of(const TelemetryCharts& charts, const TelemetryLayout::Panel& panel)
@@ -52,17 +69,27 @@ Chart Chart::of(const TelemetryCharts& charts, const TelemetryLayout::Panel& pan
     Span xs;
     Span ys;
     bool whole = true;
+    std::size_t keys = 0;
     std::vector<Line> lines;
     std::int64_t notShown = 0;
     std::int64_t total = 0;
     std::int64_t drawn = 0;
     for (const TelemetryCharts::Series* series : charts.seriesOf(panel)) {
-        lines.push_back({.key = series->y, .series = series});
-        total += series->total;
-        drawn += std::ssize(series->xs);
+        if (series->smoothing)
+            lines.back().isFaint = true; // the same line as it was read
+        if (!series->smoothing) {
+            ++keys;
+            total += series->total;
+            drawn += std::ssize(series->xs);
+        }
+        lines.push_back(
+            {.key = series->run.value_or(series->y),
+             .series = series,
+             .pen = series->run ? series->place : keys - 1,
+             .isFaint = false});
         for (std::size_t at = 0; at < series->xs.size(); ++at) {
             if (isLogarithmic && series->ys[at] <= 0) {
-                ++notShown;
+                notShown += series->smoothing ? 0 : 1;
                 continue;
             }
             xs.add(series->xs[at]);
@@ -81,7 +108,9 @@ Chart Chart::of(const TelemetryCharts& charts, const TelemetryLayout::Panel& pan
         .isEmpty = !xs.range(),
         .notShown = notShown,
         .total = total,
-        .drawn = drawn};
+        .drawn = drawn,
+        .nothing = {}};
+    chart.nothing = whyNothing(chart, charts.hasEnded);
     if (chart.rule) {
         const std::optional<double> place = chart.y.place(*chart.rule);
         if (!place || *place < 0 || *place > 1)
@@ -103,7 +132,7 @@ std::vector<std::size_t> Chart::backToFront() const
     std::vector<std::size_t> order(lines.size());
     std::iota(order.begin(), order.end(), 0U);
     std::ranges::sort(order, std::ranges::greater(), [&](std::size_t index) { // of lines alike the first lies on top
-        return std::pair(lines[index].series->xs.size(), index);
+        return std::tuple(lines[index].isFaint, lines[index].series->xs.size(), index);
     });
     return order;
 }

@@ -16,7 +16,10 @@ struct Chart {
     struct Line {
         std::string key;
         const TelemetryCharts::Series* series; ///< lives in the TelemetryCharts
+        std::size_t pen;                       ///< the place of its colour and mark
+        bool isFaint;                          ///< as it was read, behind the smoothed one; no legend names it
     };
+    static constexpr std::size_t pens = 8;
 
     std::string title;
     std::string xKey; ///< "point" where points are counted
@@ -35,10 +38,7 @@ struct Chart {
     [[nodiscard]] static std::vector<Chart> all(const TelemetryCharts& charts);
 
     /// What stands in place of the lines where there are none.
-    [[nodiscard]] std::string_view nothing() const
-    {
-        return notShown > 0 ? "no value above 0, as this scale needs them" : "no data yet";
-    }
+    std::string nothing;
 
     /// The places in `lines` in the order in which they are to be drawn: a line of few points isn't hidden by one of
     /// many.

@@ -101,14 +101,14 @@ constexpr std::string_view script = R"js(
       if (x === null) return hide();
       layer.replaceChildren(shape('line', {x1: toX(x), x2: toX(x), y1: top, y2: top + height}));
       const rows = [`${panel.key} ${number(x)}`];
-      panel.lines.forEach((line, index) => {
+      panel.lines.forEach((line) => {
         const at = nearest(line, x);
         if (at < 0) return;
         const here = line.xs[at] === x ? '' : ` (at ${number(line.xs[at])})`;
         rows.push(`${line.key}  ${number(line.ys[at])}${here}`);
         const y = toY(line.ys[at]);
         if (y >= top - 2 && y <= top + height + 2)
-          layer.append(shape('circle', {class: `p${index}`, cx: toX(line.xs[at]), cy: y, r: 4}));
+          layer.append(shape('circle', {class: `p${line.pen}`, cx: toX(line.xs[at]), cy: y, r: 4}));
       });
       tip.replaceChildren(...rows.map((row) => {
         const element = document.createElement('div');
@@ -134,8 +134,12 @@ JSONValue dataOf(const Chart& chart)
 {
     JSONValue::Array lines;
     for (const Chart::Line& line : chart.lines)
-        lines.push_back(
-            JSONValue::object({{"key", line.key}, {"xs", numbers(line.series->xs)}, {"ys", numbers(line.series->ys)}}));
+        if (!line.isFaint)
+            lines.push_back(JSONValue::object(
+                {{"key", line.key},
+                 {"pen", static_cast<std::int64_t>(line.pen % Chart::pens)},
+                 {"xs", numbers(line.series->xs)},
+                 {"ys", numbers(line.series->ys)}}));
     const SVGCharts::Box plot = SVGCharts::Frame::of(chart).plot;
     const Axis::Range& x = chart.x.range();
     const Axis::Range& y = chart.y.range();
@@ -153,10 +157,10 @@ JSONValue dataOf(const Chart& chart)
 std::string inWords(const Chart& chart)
 {
     if (chart.isEmpty)
-        return fmt::format("{}: {}", chart.title, chart.nothing());
+        return fmt::format("{}: {}", chart.title, chart.nothing);
     std::string words = fmt::format("{} over {}", chart.title, chart.xKey);
     for (const Chart::Line& line : chart.lines)
-        if (const std::vector<double>& ys = line.series->ys; !ys.empty())
+        if (const std::vector<double>& ys = line.series->ys; !ys.empty() && !line.isFaint)
             words += fmt::format(
                 "; {}: first {}, last {}, lowest {}, highest {}", line.key, shortNumber(ys.front()),
                 shortNumber(ys.back()), shortNumber(*std::ranges::min_element(ys)),
@@ -167,12 +171,13 @@ std::string inWords(const Chart& chart)
 std::string figureOf(const Chart& chart, std::size_t number)
 {
     std::string legend;
-    for (std::size_t index = 0; index < chart.lines.size(); ++index) {
-        const Chart::Line& line = chart.lines[index];
+    for (const Chart::Line& line : chart.lines) {
+        if (line.isFaint)
+            continue;
         legend += fmt::format(
             R"(<li><svg viewBox="0 0 18 4" aria-hidden="true"><rect class="p{}" width="18" height="4" rx="2"/></svg>)"
             "{}{}</li>",
-            index, escaped(line.key),
+            line.pen % Chart::pens, escaped(line.key),
             line.series->ys.empty() ? "" : fmt::format(" <b>{}</b>", shortNumber(line.series->ys.back())));
     }
     const SVGCharts::Frame frame = SVGCharts::Frame::of(chart);

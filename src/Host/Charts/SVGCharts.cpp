@@ -42,12 +42,16 @@ constexpr std::string_view styleText =
     ".a{font:11px ui-monospace,'DejaVu Sans Mono',monospace;fill:#5b6470}"
     ".g{stroke:#e6e8eb;stroke-width:1}.f{stroke:#aab2bd;stroke-width:1}"
     ".r{stroke:#b42318;stroke-width:1.2;stroke-dasharray:6 4}"
-    ".l{fill:none;stroke-linejoin:round;stroke-linecap:round}.b{fill:#fff}"
+    ".q{opacity:.28}.l{fill:none;stroke-linejoin:round;stroke-linecap:round}.b{fill:#fff}"
     ".s0{stroke:#1d4ed8}.s1{stroke:#c2570c}.s2{stroke:#0f8a5f}.s3{stroke:#a21caf}"
+    ".s4{stroke:#9a6700}.s5{stroke:#be123c}.s6{stroke:#0e7490}.s7{stroke:#525252}"
+    ".p4{fill:#9a6700}.p5{fill:#be123c}.p6{fill:#0e7490}.p7{fill:#525252}"
     ".p0{fill:#1d4ed8}.p1{fill:#c2570c}.p2{fill:#0f8a5f}.p3{fill:#a21caf}"
     "@media (prefers-color-scheme:dark){.t,.v{fill:#e8eaed}.n,.a{fill:#9aa4b2}.g{stroke:#2a2f37}.f{stroke:#59626f}"
     ".r{stroke:#ff8a7a}.b{fill:#14171c}"
     ".s0{stroke:#6ea8fe}.s1{stroke:#ffb057}.s2{stroke:#4ade9b}.s3{stroke:#ee82ff}"
+    ".s4{stroke:#facc15}.s5{stroke:#fb7185}.s6{stroke:#67e8f9}.s7{stroke:#d4d4d4}"
+    ".p4{fill:#facc15}.p5{fill:#fb7185}.p6{fill:#67e8f9}.p7{fill:#d4d4d4}"
     ".p0{fill:#6ea8fe}.p1{fill:#ffb057}.p2{fill:#4ade9b}.p3{fill:#ee82ff}}";
 
 /// What a character takes of the font's size: as in DejaVu Sans, which is wider than what most browsers have.
@@ -116,6 +120,7 @@ struct Legend {
     struct Entry {
         double left;
         std::size_t row;
+        std::size_t pen;
         std::string text;
     };
 
@@ -126,6 +131,8 @@ struct Legend {
     {
         double left = 0;
         for (const Chart::Line& line : chart.lines) {
+            if (line.isFaint)
+                continue;
             const std::string value = line.series->ys.empty() ? "" : " " + shortNumber(line.series->ys.back());
             const double room = width - legendSample - widthOf(value, noteSize);
             std::string text = wrapped(line.key, room, noteSize, 1).at(0) + value;
@@ -134,7 +141,7 @@ struct Legend {
                 left = 0;
                 ++rows;
             }
-            entries.push_back({.left = left, .row = rows - 1, .text = std::move(text)});
+            entries.push_back({.left = left, .row = rows - 1, .pen = line.pen % Chart::pens, .text = std::move(text)});
             left += taken + legendSample;
         }
     }
@@ -199,13 +206,12 @@ std::string gridOf(const Chart& chart, const Frame& frame)
 std::string legendOf(const Legend& legend, double top)
 {
     std::string text;
-    for (std::size_t index = 0; index < legend.entries.size(); ++index) {
-        const Legend::Entry& entry = legend.entries[index];
+    for (const Legend::Entry& entry : legend.entries) {
         const double foot = top + static_cast<double>(entry.row) * noteHeight;
         text += fmt::format(
             R"(<line class="l s{}" stroke-width="2" x1="{:.0f}" x2="{:.0f}" y1="{:.0f}" y2="{:.0f}"/>)"
             R"(<text class="n" x="{:.0f}" y="{:.0f}">{}</text>)",
-            index, entry.left, entry.left + 16, foot - 4, foot - 4, entry.left + legendSample, foot,
+            entry.pen, entry.left, entry.left + 16, foot - 4, foot - 4, entry.left + legendSample, foot,
             escaped(entry.text));
     }
     return text;
@@ -297,7 +303,8 @@ std::string panel(const Chart& chart, std::size_t number)
         return fmt::format(
             R"(<line class="f" x1="0" x2="{0:.0f}" y1="{1:.0f}" y2="{1:.0f}"/>)"
             R"(<text class="n" x="{2:.0f}" y="{3:.0f}" text-anchor="middle">{4}</text>)",
-            frame.width, plot.top + plot.height, frame.width / 2, plot.top + plot.height / 2, chart.nothing());
+            frame.width, plot.top + plot.height, frame.width / 2, plot.top + plot.height / 2,
+            escaped(wrapped(chart.nothing, frame.width, noteSize, 1).at(0)));
     std::string text = gridOf(chart, frame);
     text += fmt::format(
         R"(<clipPath id="c{}"><rect x="{:.1f}" y="{:.1f}" width="{:.1f}" height="{:.1f}"/></clipPath>)", number,
@@ -310,12 +317,15 @@ std::string panel(const Chart& chart, std::size_t number)
             plot.left + plot.width, y, y, shortNumber(*chart.rule));
     }
     for (const std::size_t index : chart.backToFront()) {
-        const TelemetryCharts::Series& series = *chart.lines[index].series;
+        const Chart::Line& line = chart.lines[index];
+        const TelemetryCharts::Series& series = *line.series;
         const std::string path = pathOf(chart, series, plot);
         const bool isOnePoint = series.xs.size() == 1;
         const double width = isOnePoint ? 6 : series.xs.size() > manyPoints ? 1.1 : 1.8;
         if (!path.empty())
-            text += fmt::format(R"(<path class="l s{}" stroke-width="{}" d="{}"/>)", index, width, path);
+            text += fmt::format(
+                R"(<path class="l s{}{}" stroke-width="{}" d="{}"/>)", line.pen % Chart::pens, line.isFaint ? " q" : "",
+                width, path);
     }
     return text + "</g>";
 }

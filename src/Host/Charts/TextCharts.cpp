@@ -26,11 +26,15 @@ constexpr std::size_t gap = 4;
 constexpr std::size_t columnsOfATick = 12; // along the horizontal axis
 constexpr std::size_t ticksUp = 5;
 
-constexpr std::array<TextCanvas::Pen, TelemetryLayout::maximumKeysOfPanel> pens = {{
+constexpr std::array<TextCanvas::Pen, Chart::pens> pens = {{
     {Style::cyan, '*'},
     {Style::yellow, '+'},
     {Style::magenta, 'o'},
     {Style::green, 'x'},
+    {Style::red, '#'},
+    {Style::blue, '@'},
+    {Style::bold, '%'},
+    {Style::dim, '='},
 }};
 
 /// Characters of the frame.
@@ -63,7 +67,7 @@ public:
         addLine({{chart_.title, Style::bold}});
         addLegend();
         if (chart_.isEmpty) {
-            addLine({{std::string(chart_.nothing()), Style::dim}});
+            addLine({{chart_.nothing, Style::dim}});
             return std::move(lines_);
         }
         addPlot();
@@ -96,8 +100,10 @@ private:
     {
         std::vector<Piece> pieces;
         for (std::size_t index = 0; index < chart_.lines.size(); ++index) {
-            const TextCanvas::Pen pen = pens.at(index % pens.size());
             const Chart::Line& line = chart_.lines[index];
+            if (line.isFaint)
+                continue;
+            const TextCanvas::Pen pen = pens.at(line.pen % pens.size());
             const std::string sample =
                 terminal_.isUTF8() ? std::string(strokes_.sample).append(strokes_.sample) : std::string(2, pen.mark);
             if (!pieces.empty())
@@ -115,6 +121,9 @@ private:
         if (chart_.rule)
             canvas.rule(*chart_.y.place(*chart_.rule));
         for (const std::size_t index : chart_.backToFront()) {
+            if (chart_.lines[index].isFaint) // a terminal's cell has one colour
+                continue;
+            const TextCanvas::Pen pen = pens.at(chart_.lines[index].pen % pens.size());
             const TelemetryCharts::Series& series = *chart_.lines[index].series;
             std::optional<std::array<double, 2>> last;
             for (std::size_t at = 0; at < series.xs.size(); ++at) {
@@ -126,7 +135,7 @@ private:
                 }
                 const std::array<double, 2> here = {*x, *y};
                 const std::array<double, 2> from = last.value_or(here);
-                canvas.line(from[0], from[1], here[0], here[1], pens.at(index % pens.size()));
+                canvas.line(from[0], from[1], here[0], here[1], pen);
                 last = here;
             }
         }

@@ -1,7 +1,9 @@
+#include "Base/Text.h"
 #include "Experiments/Telemetry/TelemetryCharts.h"
 #include "Host/Charts/HTMLCharts.h"
 #include "Host/Charts/SVGCharts.h"
 #include "Host/Charts/TextCharts.h"
+#include "Host/CommandLine/Nearest.h"
 #include "Host/Commands/Commands.h"
 #include "Host/Commands/SharedOptions.h"
 #include "Host/Context.h"
@@ -14,6 +16,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <filesystem>
@@ -33,7 +36,8 @@ constexpr std::chrono::milliseconds betweenLooks(500);
 /// A run's telemetry with the layout of its code.
 class RunCharts {
 public:
-    RunCharts(Context& context, const Run& run) : context_(&context), source_(run.source()), file_(run.telemetryFile())
+    RunCharts(Context& context, const Run& run, TelemetryCharts::Selection selection)
+        : context_(&context), source_(run.source()), file_(run.telemetryFile()), selection_(std::move(selection))
     {
         commit_ = run.commit;
     }
@@ -46,11 +50,13 @@ public:
             readLayout(isFirst);
         const bool isNew = telemetry_.read(file_, finished) || isFirst;
         if (isNew)
-            charts_ = TelemetryCharts(telemetry_, layout_);
+            charts_ = TelemetryCharts(telemetry_, layout_, selection_);
+        charts_.hasEnded = finished;
         return isNew;
     }
 
     [[nodiscard]] const TelemetryCharts& charts() const { return charts_; }
+    [[nodiscard]] const std::vector<std::string>& keys() const { return telemetry_.keys(); }
 
 private:
     /// From the run's snapshot or, where that was cleared away, from its commit.
@@ -74,6 +80,7 @@ private:
     std::filesystem::path source_;
     std::filesystem::path file_;
     std::string commit_;
+    TelemetryCharts::Selection selection_;
     std::optional<TelemetryLayout> layout_;
     bool isInvalid_ = false;
     bool isFirst_ = true;
@@ -102,13 +109,11 @@ public:
 
     void write(const Run& run, const TelemetryCharts& charts) const
     {
-        const std::string title = fmt::format("Run #{}", run.number);
-        const std::string subtitle = context_->titleOf(run);
-        if (!isHTML_) {
-            Files::writeAtomically(*file_, SVGCharts::document(charts, title + " · " + subtitle));
-            return;
-        }
-        HTMLCharts::Heading heading{.title = title, .subtitle = subtitle, .facts = {}, .reloadSeconds = {}};
+        HTMLCharts::Heading heading{
+            .title = fmt::format("Run #{}", run.number),
+            .subtitle = context_->titleOf(run),
+            .facts = {},
+            .reloadSeconds = {}};
         heading.facts = {
             {"state", RunWords::state(run)},
             {"started", Times::local(run.createdAt)},
@@ -116,7 +121,14 @@ public:
             {"commit", RunWords::commit(run)}};
         if (!run.isFinished())
             heading.reloadSeconds = reloadSeconds;
-        Files::writeAtomically(*file_, HTMLCharts::page(charts, heading));
+        write(heading, charts);
+    }
+
+    void write(const HTMLCharts::Heading& heading, const TelemetryCharts& charts) const
+    {
+        Files::writeAtomically(
+            *file_, isHTML_ ? HTMLCharts::page(charts, heading)
+                            : SVGCharts::document(charts, heading.title + " · " + heading.subtitle));
     }
 
 private:
@@ -175,16 +187,99 @@ Run follow(Context& context, const Run& run, RunCharts& charts, const Target& ta
     }
 }
 
+TelemetryCharts::Selection selection(const Arguments& arguments)
+{
+    TelemetryCharts::Selection selection{.keys = arguments.all("--key"), .smoothing = arguments.number("--smooth")};
+    if (const std::optional<double> weight = selection.smoothing; weight && !(*weight >= 0 && *weight < 1))
+        throw UsageError(fmt::format("--smooth takes a weight of at least 0 and below 1, and {} is none.", *weight));
+    return selection;
+}
+
+/// A key that was asked for and that no run reports is most often a slip. One that may still come isn't.
+void refuseUnread(const std::vector<std::string>& asked, const std::vector<std::string>& read, bool hasEnded)
+{
+    for (const std::string& key : asked)
+        if (hasEnded && std::ranges::count(read, key) == 0)
+            throw Refusal(fmt::format(
+                "No such key was reported: \"{}\".{}{}", key, didYouMean(key, read),
+                read.empty() ? "" : fmt::format(" There are {}.", text::joined(read, ", "))));
+}
+
+/// Each run by its number and its node, the one by which the other commands name it and the other that says what it is.
+std::string nameOf(Context& context, const Run& run)
+{
+    return fmt::format("#{} {}", run.number, context.titleOf(run));
+}
+
+/// Several runs, a line of each in every panel.
+void chartsOfAll(Context& context, const Arguments& arguments, const std::vector<Run>& runs, const Target& target)
+{
+    std::vector<std::pair<std::string, TelemetryCharts>> all;
+    std::vector<std::string> names;
+    std::vector<std::string> keys;
+    bool hasEnded = true;
+    for (const Run& run : runs) {
+        RunCharts one(context, run, selection(arguments));
+        static_cast<void>(one.read(run.isFinished()));
+        hasEnded = hasEnded && run.isFinished();
+        keys.insert(keys.end(), one.keys().begin(), one.keys().end());
+        names.push_back(nameOf(context, run));
+        all.emplace_back(names.back(), one.charts());
+    }
+    std::ranges::sort(keys);
+    keys.erase(std::ranges::unique(keys).begin(), keys.end());
+    refuseUnread(arguments.all("--key"), keys, hasEnded);
+    const TelemetryCharts charts = TelemetryCharts::together(all);
+    if (target.isFile()) {
+        HTMLCharts::Heading heading{
+            .title = fmt::format("{} runs", runs.size()),
+            .subtitle = text::joined(names, ", "),
+            .facts = {},
+            .reloadSeconds = {}};
+        for (std::size_t index = 0; index < runs.size(); ++index)
+            heading.facts.emplace_back(names[index], RunWords::state(runs[index]));
+        target.write(heading, charts);
+        return context.note(fmt::format("Wrote {}.", target.file().string()));
+    }
+    if (context.json())
+        return context.printJSON(toJSON(charts));
+    if (charts.isEmpty())
+        context.note("None of these runs has written telemetry.");
+    context.print(drawn(context, charts, std::nullopt));
+}
+
+std::vector<Run> runsOf(Context& context, const std::vector<std::string>& given)
+{
+    std::vector<Run> runs;
+    if (given.empty())
+        runs.push_back(context.runOrLatest(std::nullopt));
+    for (const std::string& name : given) {
+        Run run = context.runOrLatest(name);
+        if (std::ranges::none_of(runs, [&](const Run& other) { return other.id == run.id; }))
+            runs.push_back(std::move(run));
+    }
+    if (runs.size() > Chart::pens)
+        throw UsageError(
+            fmt::format("{} runs are more than can be told apart. Name at most {}.", runs.size(), Chart::pens));
+    return runs;
+}
+
 void charts(Context& context, const Arguments& arguments)
 {
-    Run run = context.run(arguments.required("RUN"));
+    const std::vector<Run> runs = runsOf(context, arguments.all("RUN|NODE"));
+    Run run = runs.front();
     const Target target(context, arguments);
-    RunCharts runCharts(context, run);
+    RunCharts runCharts(context, run, selection(arguments));
     const bool follows = arguments.has("--follow");
+    if (follows && runs.size() > 1)
+        throw UsageError("--follow takes one run.");
+    if (runs.size() > 1)
+        return chartsOfAll(context, arguments, runs, target);
     if (follows)
         run = follow(context, run, runCharts, target);
     else
         static_cast<void>(runCharts.read(run.isFinished()));
+    refuseUnread(arguments.all("--key"), runCharts.keys(), run.isFinished());
     if (target.isFile()) {
         target.write(run, runCharts.charts());
         context.note(fmt::format("Wrote {}.", target.file().string()));
@@ -196,7 +291,13 @@ void charts(Context& context, const Arguments& arguments)
 }
 
 constexpr std::array chartOptions = {
-    runOption,
+    Option{
+        "RUN|NODE", "", "Runs by number or id, or nodes for their latest runs; several share a chart for each key",
+        Count::many, Completion::node},
+    Option{"--key", "KEY", "Only this key; may be given several times", Count::many},
+    Option{
+        "--smooth", "WEIGHT",
+        "Smooth by the exponential moving average, with this weight of the past: 0 to below 1, such as 0.6"},
     Option{"--svg", "FILE", "Write one drawing, as SVG", Count::optional, Completion::file},
     Option{"--html", "FILE", "Write a page that needs no other file", Count::optional, Completion::file},
     Option{"-f,--follow", "", "Draw again whenever the run reports something, until it ends"},
@@ -205,8 +306,13 @@ constexpr std::array chartOptions = {
 constexpr std::array table = {
     Command{
         .name = "charts",
-        .summary = "Draw the numbers that a run reports while it works",
-        .example = "veltry charts 12 --follow\nveltry charts 12 --html run-12.html",
+        .summary = "Draw the numbers that runs report while they work",
+        .example = "veltry charts 12 --follow\nveltry charts 12 --html run-12.html\nveltry charts baseline "
+                   "slower-warm-up --key loss --smooth 0.6",
+        .details = "In a node's worktree its latest run is drawn where nothing is named. With --smooth each point is "
+                   "WEIGHT of the average before it and the rest of its own value, corrected for the start, as if "
+                   "nothing had been before it. Drawings and pages keep the line as it was read, faint, behind the "
+                   "smoothed one.",
         .hasJSON = true,
         .options = chartOptions,
         .run = &charts},

@@ -12,7 +12,7 @@ namespace {
 
 void diff(Context& context, const Arguments& arguments)
 {
-    const Experiment node = context.node(arguments.required("NODE"));
+    const Experiment node = context.nodeOrHere(arguments.text("NODE"));
     const Changes changes = context.workingLab().changes(node);
     if (context.json()) {
         JSONValue document = toJSON(changes);
@@ -30,8 +30,9 @@ void diff(Context& context, const Arguments& arguments)
 
 constexpr std::array diffOptions = {
     Option{
-        "NODE", "", "The node, by the end of its branch, its title or id; by \"#3\" that of a run",
-        Option::Count::required, Option::Completion::node},
+        "NODE", "",
+        "The node, by the end of its branch, its title or id; by \"#3\" that of a run; in a worktree its own",
+        Option::Count::optional, Option::Completion::node},
     Option{"--stat", "", "Only name the files and count their lines"},
 };
 

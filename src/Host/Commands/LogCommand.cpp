@@ -111,7 +111,7 @@ std::vector<RunLog::Follower::Piece> lastLines(const Run& run, std::int64_t coun
 
 void log(Context& context, const Arguments& arguments)
 {
-    const Run run = context.run(arguments.required("RUN"));
+    const Run run = context.runOrLatest(arguments.text("RUN|NODE"));
     const std::int64_t count = arguments.integer("--lines").value_or(standardLines);
     const bool times = !arguments.has("--no-times");
     if (arguments.has("--follow"))
@@ -131,7 +131,7 @@ void log(Context& context, const Arguments& arguments)
 }
 
 constexpr std::array logOptions = {
-    runOption,
+    runOrNodeOption,
     Option{"-n,--lines", "N", "How many of the last lines; 50 by default"},
     Option{"-f,--follow", "", "Keep printing what the run writes, until it ends"},
     Option{"--no-times", "", "Don't tell when each line was printed"},
@@ -141,7 +141,7 @@ constexpr std::array table = {
     Command{
         .name = "log",
         .summary = "Show what a run printed, and when",
-        .example = "veltry log 12 -f\nveltry log 12 -n 1000 --no-times | grep loss",
+        .example = "veltry log 12 -f\nveltry log slower-warm-up\nveltry log 12 -n 1000 --no-times | grep loss",
         .hasJSON = true,
         .options = logOptions,
         .run = &log},

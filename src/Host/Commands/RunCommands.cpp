@@ -72,7 +72,7 @@ Run ended(Context& context, const Run& run, Work eachLook)
 
 void start(Context& context, const Arguments& arguments)
 {
-    const Experiment node = context.node(arguments.required("NODE"));
+    const Experiment node = context.nodeOrHere(arguments.text("NODE"));
     Lab lab = context.workingLab();
     ProcessID supervisor = 0; // it outlives us, but while we wait we are its parent
     lab.adopt = [&](ProcessID started) { supervisor = started; };
@@ -204,7 +204,7 @@ void cancel(Context& context, const Arguments& arguments)
 }
 
 constexpr std::array startOptions = {
-    Option{"NODE", "", "The node to run", Count::required, Completion::node},
+    Option{"NODE", "", "The node to run; in a node's worktree that one by default", Count::optional, Completion::node},
     Option{"--wait", "", "Wait until it has ended; the exit status is 1 if it did not succeed"},
 };
 constexpr std::array cancelOptions = {

@@ -20,4 +20,9 @@ inline constexpr Option noPagerOption = {"--no-pager", "", "Don't show in a page
 inline constexpr Option runOption = {
     "RUN", "", "The run, by its number or id", Option::Count::required, Option::Completion::run};
 
+inline constexpr Option runOrNodeOption = {
+    "RUN|NODE", "",
+    "A run by its number or id, or a node for its latest run; in a node's worktree that node by default",
+    Option::Count::optional, Option::Completion::node};
+
 } // namespace veltry::Commands

@@ -176,15 +176,16 @@ void showRun(const Context& context, const Run& run, const ExperimentTree::Node&
 
 void show(Context& context, const Arguments& arguments)
 {
-    const Context::Look look = context.look({arguments.required("NODE|RUN")});
+    const std::optional<std::string> given = arguments.text("NODE|RUN");
+    const Context::Look look = context.look({given ? *given : context.nodeOrHere(given).slug});
     const auto& [node, run] = look.named.front();
     run ? showRun(context, *run, *node) : showNode(context, context.lab(), *node);
 }
 
 constexpr std::array showOptions = {
     Option{
-        "NODE|RUN", "", "A node by its name, title, branch or id, or a run by its number or id",
-        Option::Count::required, Option::Completion::node},
+        "NODE|RUN", "", "A node by its name, title, branch or id, or a run by its number or id; in a worktree its node",
+        Option::Count::optional, Option::Completion::node},
 };
 
 constexpr std::array table = {
