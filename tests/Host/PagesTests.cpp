@@ -217,7 +217,7 @@ TEST_F(CompletionTest, ZshAndFishComplete)
         Words offered;
     } cases[] = {
         {"veltry projec", {"project", "projects"}},
-        {"veltry project ", {"rename", "add-folder", "remove"}},
+        {"veltry project ", {"rename", "add-folder", "move", "remove"}},
         {"veltry project rename --", {"--project", "--db", "--help"}},
         {"veltry project rename --project ", {"P", "Digits, it's two"}},
         {"veltry show ", {"baseline", "other-idea"}},
