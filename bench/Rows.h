@@ -13,6 +13,7 @@ namespace veltry::bench {
 
 // VeltryTools/CallRows.cpp
 [[nodiscard]] Measured emptyTreeCalls(const Workplace& place);
+[[nodiscard]] Measured pings(const Workplace& place);
 [[nodiscard]] Measured refusedCalls(const Workplace& place);
 
 // Experiments/ChangesRows.cpp
