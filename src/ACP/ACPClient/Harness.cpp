@@ -7,7 +7,8 @@
 
 namespace veltry {
 
-// The packages are pinned, so that an agent doesn't change under a project; docs/agent-client.md says what was seen on which.
+// The packages are pinned, so that an agent doesn't change under a project; docs/agent-client.md says what was seen on
+// which.
 std::span<const Harness> Harness::all()
 {
     static const std::array<Harness, 3> table{{
