@@ -41,7 +41,6 @@ struct LabError : Error {
         duplicateOptions,
         noConversation,
         paperNotFound,
-        projectWithoutFolder,
     };
 
     /// What the message tells, one by one. An error has those that its message names; the others are empty or 0.
@@ -103,7 +102,6 @@ inline constexpr auto wordsOf<LabError::Code> = std::to_array<Word<LabError::Cod
     {LabError::Code::duplicateOptions, "duplicate_options"},
     {LabError::Code::noConversation, "no_conversation"},
     {LabError::Code::paperNotFound, "paper_not_found"},
-    {LabError::Code::projectWithoutFolder, "project_without_folder"},
 });
 
 } // namespace veltry

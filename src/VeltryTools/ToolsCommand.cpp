@@ -55,6 +55,16 @@ std::shared_ptr<ProjectStore> openStore(const Options& options)
     return std::make_shared<ProjectStore>(requiredOption(options, "--db"));
 }
 
+/// Not one of the lab's failures, whose codes are closed: without a folder there is no lab.
+struct NoFolder : Error {
+    explicit NoFolder(std::string name) : project(std::move(name)) {}
+    [[nodiscard]] std::string description() const override
+    {
+        return fmt::format("The project {} has no folder. Add its repository: veltry project add-folder.", project);
+    }
+    std::string project;
+};
+
 Project findProject(const ProjectStore& store, const std::string& id)
 {
     std::vector<Project> projects = store.projects();
@@ -63,10 +73,7 @@ Project findProject(const ProjectStore& store, const std::string& id)
         throw LabError(LabError::Code::projectNotFound, fmt::format("No project {}.", id), {.name = id});
     // Every tool of the tree works in the first folder.
     if (found->folders.empty())
-        throw LabError(
-            LabError::Code::projectWithoutFolder,
-            fmt::format("The project {} has no folder. Add its repository: veltry project add-folder.", found->name),
-            {.name = found->name});
+        throw NoFolder(found->name);
     return std::move(*found);
 }
 

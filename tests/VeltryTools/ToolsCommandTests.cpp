@@ -36,7 +36,7 @@ TEST(ToolsCommand, EndsWithAStatusAndASentence)
         {{"mcp", "--db", db, "--project", lower}, 1, "veltry-tools: project_not_found: No project " + lower + ".\n"},
         {{"mcp", "--db", db, "--project", folderless},
          1,
-         "veltry-tools: project_without_folder: The project Bare has no folder. Add its repository: veltry project "
+         "veltry-tools: The project Bare has no folder. Add its repository: veltry project "
          "add-folder.\n"},
         {{"mcp", "--db", "", "--project", project}, 1, "veltry-tools: missing_option: Pass --db.\n"},
         {{"mcp", "--db", db, "--project", project, "--settings", ""}, 0, ""},

@@ -55,7 +55,6 @@ constexpr Row rows[] = {
     {Code::duplicateOptions, asTold},
     {Code::noConversation, asTold},
     {Code::paperNotFound, asTold},
-    {Code::projectWithoutFolder, asTold},
 };
 
 static_assert(
