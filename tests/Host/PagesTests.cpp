@@ -188,9 +188,10 @@ zmodload zsh/zpty || exit 1
 zpty shell zsh -f -i
 zpty -w shell "fpath=(${(q)1} \$fpath); autoload -Uz compinit && compinit -u -D; bindkey '^I' complete-word"
 zpty -w shell 'compadd() { local -a found; builtin compadd -O found "$@"; print -rl -- "<"$^found">"; builtin compadd "$@" }'
-zpty -w shell 'setopt no_list_beep; print -r -- DO""NE'
+zpty -w shell 'setopt no_list_beep; PROMPT="REA""DY> "; print -r -- DO""NE'
 zpty -r -m shell said '*DONE*'
 for line in "${@:2}"; do
+    zpty -r -m shell prompt '*READY> *' # a key that comes before is no key to its line editor
     zpty -w -n shell "$line"$'\t'
     zpty -w -n shell $'\C-U\nprint -r -- DO""NE\n'
     zpty -r -m shell said '*DONE*'
